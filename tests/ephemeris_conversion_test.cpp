@@ -59,9 +59,21 @@ Vec prn1Kepler() {
   zc::GpsEphemeris const e = gpsPrn1();
   double const sc = icdPi * std::ldexp(1.0, -31), rate = icdPi * std::ldexp(1.0, -43);
   double const h = std::ldexp(1.0, -29), hr = std::ldexp(1.0, -5);
-  double const v[15] = {e.sqrtA * std::ldexp(1.0, -19), e.e * std::ldexp(1.0, -33), e.i0 * sc, e.omega0 * sc,
-                        e.omega * sc, e.m0 * sc, e.deltaN * rate, e.iDot * rate, e.omegaDot * rate, e.cuc * h,
-                        e.cus * h, e.crc * hr, e.crs * hr, e.cic * h, e.cis * h};
+  double const v[15] = {e.sqrtA * std::ldexp(1.0, -19),
+                        e.e * std::ldexp(1.0, -33),
+                        e.i0 * sc,
+                        e.omega0 * sc,
+                        e.omega * sc,
+                        e.m0 * sc,
+                        e.deltaN * rate,
+                        e.iDot * rate,
+                        e.omegaDot * rate,
+                        e.cuc * h,
+                        e.cus * h,
+                        e.crc * hr,
+                        e.crs * hr,
+                        e.cic * h,
+                        e.cis * h};
   Vec k(15);
   for (unsigned i = 0; i < 15; ++i) k(i) = v[i];
   return k;
@@ -79,7 +91,9 @@ Vec gpsPosition(zc::GpsEphemeris const& e, double t) {
   return p;
 }
 
-double maxAbs(Vec const& v) { return norm_inf(v); }
+double maxAbs(Vec const& v) {
+  return norm_inf(v);
+}
 
 }  // namespace
 
@@ -296,8 +310,13 @@ TEST(KeplerianAlmanac, ReferenceInclinationByOrbitType) {
   b.deltaI = 3338;
   b.omegaDot = -2500;
   double const sc = icdPi * std::ldexp(1.0, -23);
-  double const expected[8] = {557 * week + 86400.0, 13298432.0 / 2048, 2097 * std::ldexp(1.0, -21),
-                              2670177 * sc, 1335088 * sc, -4194304 * sc, 3338 * icdPi * std::ldexp(1.0, -19),
+  double const expected[8] = {557 * week + 86400.0,
+                              13298432.0 / 2048,
+                              2097 * std::ldexp(1.0, -21),
+                              2670177 * sc,
+                              1335088 * sc,
+                              -4194304 * sc,
+                              3338 * icdPi * std::ldexp(1.0, -19),
                               -2500 * icdPi * std::ldexp(1.0, -38)};
   for (unsigned i = 0; i < 8; ++i) alm(i) = expected[i];
   double const tBdt = 557 * week + 90000.0;
@@ -429,8 +448,10 @@ TEST(EphemerisConversionDeathTest, PreconditionTexts) {
                pattern("beidouEphemerisToEcef: kepler does not contain 15 elements."));
   EXPECT_DEATH(zs::gpsEphemerisToEcef(zc::GpsEphemeris{}, 0.0, p, bad),
                pattern("keplerianEphemerisToEcef: vel does not contain 3 elements."));
-  EXPECT_DEATH(zs::glonassEphemerisToEcef(zc::GlonassEphemeris{}, 0.0, bad, v, {}),
-               pattern("glonassEphemerisToEcef: Either coordinate or velocity vector is not three dimensional."));
-  EXPECT_DEATH(zs::glonassAlmanacToEcef(zc::GlonassAlmanac{}, 0.0, p, bad, {}),
-               pattern("glonassAlmanacToEcef: Either coordinate or velocity vector is not three dimensional."));
+  EXPECT_DEATH(
+      zs::glonassEphemerisToEcef(zc::GlonassEphemeris{}, 0.0, bad, v, {}),
+      pattern("glonassEphemerisToEcef: Either coordinate or velocity vector is not three dimensional."));
+  EXPECT_DEATH(
+      zs::glonassAlmanacToEcef(zc::GlonassAlmanac{}, 0.0, p, bad, {}),
+      pattern("glonassAlmanacToEcef: Either coordinate or velocity vector is not three dimensional."));
 }

@@ -21,8 +21,8 @@ double const p2m33 = std::ldexp(1.0, -33), p2m43 = std::ldexp(1.0, -43);
 // A realistic GPS element set (PRN 1, 2016-09-07 from brdc2510.16n) with toe
 // 259200 s of week 1913.
 Vec gpsVector() {
-  double const v[17] = {5153.69, 0.00636, 0.9616, -2.7519, 0.6929, -1.9536, 4.47e-9, 2.2e-10, -8.05e-9,
-                        -1.2e-6, 7.9e-6, 242.4, -22.5, 1.1e-7, -5.2e-8, 259200.0, 1913.0};
+  double const v[17] = {5153.69, 0.00636, 0.9616, -2.7519, 0.6929, -1.9536, 4.47e-9,  2.2e-10, -8.05e-9,
+                        -1.2e-6, 7.9e-6,  242.4,  -22.5,   1.1e-7, -5.2e-8, 259200.0, 1913.0};
   Vec k(17);
   for (unsigned i = 0; i < 17; ++i) k(i) = v[i];
   return k;
@@ -50,8 +50,8 @@ TEST(ValidKeplerian, GpsFieldWidthsAtTheirLimits) {
     double lsb;
     double lastGood;
   } const cases[] = {{0, p2m19, 4294967295.0}, {1, p2m33, 4294967295.0}, {2, pi * p2m31, 2147483647.0},
-                     {6, pi * p2m43, 32767.0},  {7, pi * p2m43, 8191.0},    {8, pi * p2m43, 8388607.0},
-                     {11, 1.0 / 32, 32767.0},   {14, p2m29, 32767.0}};
+                     {6, pi * p2m43, 32767.0}, {7, pi * p2m43, 8191.0},  {8, pi * p2m43, 8388607.0},
+                     {11, 1.0 / 32, 32767.0},  {14, p2m29, 32767.0}};
   for (Case const& c : cases) {
     Vec k = gpsVector();
     k(c.index) = c.lastGood * c.lsb;
@@ -71,11 +71,12 @@ TEST(ValidKeplerian, GpsFieldWidthsAtTheirLimits) {
   EXPECT_FALSE(zs::validGpsEphemeris(k));
   k(11) = -32768.5 / 32;
   EXPECT_FALSE(zs::validGpsEphemeris(k));
-  EXPECT_EQ(log.text(),
-            "ERROR/Validation: validGpsEphemeris: keplerian element out of range: crc=1.023984375000000e+03, "
-            "scaled=32768\n"
-            "ERROR/Validation: validGpsEphemeris: keplerian element out of range: crc=-1.024015625000000e+03, "
-            "scaled=-32769\n");
+  EXPECT_EQ(
+      log.text(),
+      "ERROR/Validation: validGpsEphemeris: keplerian element out of range: crc=1.023984375000000e+03, "
+      "scaled=32768\n"
+      "ERROR/Validation: validGpsEphemeris: keplerian element out of range: crc=-1.024015625000000e+03, "
+      "scaled=-32769\n");
 }
 
 TEST(ValidKeplerian, BeidouHarmonicsAre18Bit) {
@@ -167,9 +168,11 @@ TEST(ValidGlonass, FieldWidthsInIcdUnits) {
   EXPECT_FALSE(zs::validGlonassEphemeris(r2, v, a2));
   EXPECT_FALSE(zs::validGlonassEphemeris(r, v, Vec(2)));
   std::string const text = log.text();
-  EXPECT_LT(text.find("out of range: y=3.276800000000000e+04, scaled=67108864"), text.find("out of range: zAcc="));
-  EXPECT_NE(text.find("validGlonassEphemeris: invalid number of elements: rSat size 3, vSat size 3, aSat size 2"),
-            std::string::npos);
+  EXPECT_LT(text.find("out of range: y=3.276800000000000e+04, scaled=67108864"),
+            text.find("out of range: zAcc="));
+  EXPECT_NE(
+      text.find("validGlonassEphemeris: invalid number of elements: rSat size 3, vSat size 3, aSat size 2"),
+      std::string::npos);
 }
 
 TEST(ValidCoordinates, RadiusBoundsInclusiveOrOpen) {

@@ -43,10 +43,14 @@ constexpr KeplerConstants galileoConstants{3.986004418e14, 7.2921151467e-5};
 
 KeplerConstants const* constantsFor(core::GnssType gnss) {
   switch (gnss) {
-    case core::GPS: return &gpsConstants;
-    case core::BEIDOU: return &beidouConstants;
-    case core::GALILEO: return &galileoConstants;
-    default: return nullptr;
+    case core::GPS:
+      return &gpsConstants;
+    case core::BEIDOU:
+      return &beidouConstants;
+    case core::GALILEO:
+      return &galileoConstants;
+    default:
+      return nullptr;
   }
 }
 
@@ -130,8 +134,8 @@ void checkedEphemerisToEcef(core::GnssType gnss, double const* el, double t, Vec
 }
 
 // Almanac elements: toa, sqrtA, e, Omega0, omega, M0, deltaI, OmegaDot.
-void almanacToEcef(KeplerConstants const& c, double referenceInclination, double const* el, double t, Vec& pos,
-                   Vec& vel) {
+void almanacToEcef(KeplerConstants const& c, double referenceInclination, double const* el, double t,
+                   Vec& pos, Vec& vel) {
   double const toa = el[0], sqrtA = el[1], e = el[2], omega0 = el[3], argPerigee = el[4], m0 = el[5];
   double const deltaI = el[6], omegaDot = el[7];
 
@@ -216,7 +220,8 @@ void scaleAlmanac(Record const& alm, double* el) {
 // Continuous seconds of an almanac reference time on the scale of t: the Toc
 // when it carries a week, else the broadcast 8-bit week taken to the week
 // nearest t with the seconds of week from the Toc.
-double almanacReferenceTime(core::Toc const& toa, std::uint16_t wna, double t, double (*toSecs)(core::Toc const&)) {
+double almanacReferenceTime(core::Toc const& toa, std::uint16_t wna, double t,
+                            double (*toSecs)(core::Toc const&)) {
   if (toa.first != 0 || toa.second != 0) return toSecs(toa);
   long const weekOfT = static_cast<long>(std::floor(t / secondsPerWeek));
   long d = (static_cast<long>(wna) - weekOfT) % almanacWeekModulus;
@@ -234,10 +239,10 @@ class GlonassMotion : public OdeFunction {
   GlonassMotion(double ax, double ay, double az) : ax_(ax), ay_(ay), az_(az) {}
 
   void operator()(Vec const& x, Vec& dx, double /*t*/) override {
-    constexpr double mu = 3.9860044e14;                // m^3/s^2
+    constexpr double mu = 3.9860044e14;                  // m^3/s^2
     constexpr double oblateness = 2.633267117769225e25;  // 3/2 J2 mu ae^2, m^5/s^2
-    constexpr double omega2 = 5.3174941173225e-9;      // (7.292115e-5 rad/s)^2
-    constexpr double twoOmega = 1.458423e-4;           // 2 * 7.292115e-5 rad/s
+    constexpr double omega2 = 5.3174941173225e-9;        // (7.292115e-5 rad/s)^2
+    constexpr double twoOmega = 1.458423e-4;             // 2 * 7.292115e-5 rad/s
     if (dx.size() != 6) dx.resize(6, false);
     double const r2 = x(0) * x(0) + x(1) * x(1) + x(2) * x(2);
     double const r = std::sqrt(r2);
@@ -264,16 +269,15 @@ constexpr double kmToM = 1000.0;
 // from semicircles with the ICD's pi.
 namespace glo {
 constexpr double pi = 3.14159265358979;
-constexpr double gm = 398600.4418e9;              // m^3/s^2
-constexpr double ae = 6378136.0;                  // m
+constexpr double gm = 398600.4418e9;  // m^3/s^2
+constexpr double ae = 6378136.0;      // m
 constexpr double j2 = 1082625.75e-9;
-constexpr double earthRate = 0.7292115e-4;        // rad/s
-constexpr double meanInclination = 0.35 * pi;     // 63 deg
-constexpr double meanDraconicPeriod = 43200.0;    // s
-constexpr double axisTolerance = 0.01;            // m, semi-major axis iteration
-constexpr double anomalyTolerance = 1e-9;         // rad, Kepler iteration
+constexpr double earthRate = 0.7292115e-4;      // rad/s
+constexpr double meanInclination = 0.35 * pi;   // 63 deg
+constexpr double meanDraconicPeriod = 43200.0;  // s
+constexpr double axisTolerance = 0.01;          // m, semi-major axis iteration
+constexpr double anomalyTolerance = 1e-9;       // rad, Kepler iteration
 constexpr int maxIterations = 50;
-constexpr double secondsPerDay = 86400.0;
 }  // namespace glo
 
 // Periodic J2 corrections of the almanac algorithm at mean longitude L.
@@ -303,19 +307,19 @@ Periodic periodic(double b, double sinI, double cosI, double h, double l, double
   p.i = 0.5 * b * sinI * cosI * (-l * c1 + h * s1 + c2 + 7.0 / 3.0 * l * c3 + 7.0 / 3.0 * h * s3);
   p.meanLongitude = 2.0 * b * k * (1.75 * l * s1 - 1.75 * h * c1) +
                     3.0 * b * sin2I *
-                        (-7.0 / 24.0 * h * c1 - 7.0 / 24.0 * l * s1 - 49.0 / 72.0 * h * c3 + 49.0 / 72.0 * l * s3 +
-                         0.25 * s2) +
+                        (-7.0 / 24.0 * h * c1 - 7.0 / 24.0 * l * s1 - 49.0 / 72.0 * h * c3 +
+                         49.0 / 72.0 * l * s3 + 0.25 * s2) +
                     b * cos2I * nodal;
   return p;
 }
 
 void glonassAlmanacState(core::GlonassAlmanac const& alm, double dtpr, Vec& pos, Vec& vel) {
-  double const lambdaA = alm.lambda * bc::p2m20 * glo::pi;
-  double const deltaI = alm.deltaI * bc::p2m20 * glo::pi;
-  double const deltaT = alm.deltaT * (1.0 / 512.0);       // 2^-9 s
-  double const deltaTDot = alm.deltaTDot * (1.0 / 16384.0);  // 2^-14 s/orbit^2
-  double const eps = alm.epsilon * bc::p2m20;
-  double const omegaA = alm.omega * (1.0 / 32768.0) * glo::pi;  // 2^-15 semicircle
+  double const lambdaA = alm.lambda * bc::glonassAlmanacLambda * glo::pi;
+  double const deltaI = alm.deltaI * bc::glonassAlmanacDeltaI * glo::pi;
+  double const deltaT = alm.deltaT * bc::glonassAlmanacDeltaT;
+  double const deltaTDot = alm.deltaTDot * bc::glonassAlmanacDeltaTDot;
+  double const eps = alm.epsilon * bc::glonassAlmanacEccentricity;
+  double const omegaA = alm.omega * bc::glonassAlmanacOmega * glo::pi;
 
   // Whole orbits since the node passage, inclination, period and mean motion of the current orbit.
   double const meanPeriod = glo::meanDraconicPeriod + deltaT;
@@ -337,10 +341,11 @@ void glonassAlmanacState(core::GlonassAlmanac const& alm, double dtpr, Vec& pos,
     if (done) break;
     double const p = a * oneMinusE2;
     double const aeOverP2 = (glo::ae / p) * (glo::ae / p);
-    oscPeriod = period / (1.0 - 1.5 * glo::j2 * aeOverP2 *
-                                    ((2.0 - 2.5 * sinI * sinI) * std::pow(oneMinusE2, 1.5) /
-                                         (onePlusECosW * onePlusECosW) +
-                                     onePlusECosW * onePlusECosW * onePlusECosW / oneMinusE2));
+    oscPeriod =
+        period /
+        (1.0 - 1.5 * glo::j2 * aeOverP2 *
+                   ((2.0 - 2.5 * sinI * sinI) * std::pow(oneMinusE2, 1.5) / (onePlusECosW * onePlusECosW) +
+                    onePlusECosW * onePlusECosW * onePlusECosW / oneMinusE2));
   }
 
   // Secular drift of node and perigee.
@@ -483,18 +488,24 @@ BeidouSvType getBeidouSvType(core::BeidouEphemeris const& eph) {
 
 std::string toString(BeidouSvType svType) {
   switch (static_cast<int>(svType)) {
-    case 0: return "UNDEFINED SAT TYPE";
-    case 1: return "GEO";
-    case 2: return "IGSO";
-    case 3: return "MEO";
-    default: return "UNKNOWN SAT TYPE";
+    case 0:
+      return "UNDEFINED SAT TYPE";
+    case 1:
+      return "GEO";
+    case 2:
+      return "IGSO";
+    case 3:
+      return "MEO";
+    default:
+      return "UNKNOWN SAT TYPE";
   }
 }
 
 void logBeidouEphemeris(core::BeidouEphemeris const& e) {
   log::printFormatted(
       log::INFO, "EphemerisConversion",
-      "BeidouEphemeris: flags=%u, svId=%u, type=%s, aodc=%d, toe=(%u, %u, %u), uraIndex=%d, health=%d, aode=%u, "
+      "BeidouEphemeris: flags=%u, svId=%u, type=%s, aodc=%d, toe=(%u, %u, %u), uraIndex=%d, health=%d, "
+      "aode=%u, "
       "sqrtA=%u, e=%u, i0=%d, omega0=%d, omega=%d, m0=%d, deltaN=%d, omegaDot=%d, iDot=%d, cuc=%d, cus=%d, "
       "crc=%d, crs=%d, cic=%d, cis=%d, iodc=%u, toc=(%u, %u, %u), a0=%d, a1=%d, a2=%d, tgd1=%d, tgd2=%d",
       static_cast<unsigned>(e.flags), static_cast<unsigned>(e.svId), toString(getBeidouSvType(e)).c_str(),
@@ -502,11 +513,12 @@ void logBeidouEphemeris(core::BeidouEphemeris const& e) {
       static_cast<unsigned>(e.toe.third), static_cast<int>(e.uraIndex), static_cast<int>(e.health),
       static_cast<unsigned>(e.aode), static_cast<unsigned>(e.sqrtA), static_cast<unsigned>(e.e),
       static_cast<int>(e.i0), static_cast<int>(e.omega0), static_cast<int>(e.omega), static_cast<int>(e.m0),
-      static_cast<int>(e.deltaN), static_cast<int>(e.omegaDot), static_cast<int>(e.iDot), static_cast<int>(e.cuc),
-      static_cast<int>(e.cus), static_cast<int>(e.crc), static_cast<int>(e.crs), static_cast<int>(e.cic),
-      static_cast<int>(e.cis), static_cast<unsigned>(e.iodc), static_cast<unsigned>(e.toc.first),
-      static_cast<unsigned>(e.toc.second), static_cast<unsigned>(e.toc.third), static_cast<int>(e.a0),
-      static_cast<int>(e.a1), static_cast<int>(e.a2), static_cast<int>(e.tgd1), static_cast<int>(e.tgd2));
+      static_cast<int>(e.deltaN), static_cast<int>(e.omegaDot), static_cast<int>(e.iDot),
+      static_cast<int>(e.cuc), static_cast<int>(e.cus), static_cast<int>(e.crc), static_cast<int>(e.crs),
+      static_cast<int>(e.cic), static_cast<int>(e.cis), static_cast<unsigned>(e.iodc),
+      static_cast<unsigned>(e.toc.first), static_cast<unsigned>(e.toc.second),
+      static_cast<unsigned>(e.toc.third), static_cast<int>(e.a0), static_cast<int>(e.a1),
+      static_cast<int>(e.a2), static_cast<int>(e.tgd1), static_cast<int>(e.tgd2));
 }
 
 void glonassEphemerisToEcef(core::GlonassEphemeris const& eph, double t, Vec& pos, Vec& vel,
@@ -547,7 +559,8 @@ void glonassAlmanacToEcef(core::GlonassAlmanac const& alm, double t, Vec& pos, V
     // clang-format on
   }
   std::uint32_t const day = alm.na > 0 ? alm.na - 1u : alm.time.second;
-  double const nodeEpoch = glonassToSecs(core::Toc{alm.time.first, day, 0}) + alm.tLambda * bc::p2m5;
+  double const nodeEpoch =
+      glonassToSecs(core::Toc{alm.time.first, day, 0}) + alm.tLambda * bc::glonassAlmanacTLambda;
   glonassAlmanacState(alm, gpsSecsToGlonassSecs(t, leaps) - nodeEpoch, pos, vel);
 }
 

@@ -22,9 +22,9 @@ char const tag[] = "Validation";
 constexpr unsigned keplerSize = 17;
 constexpr unsigned toeIndex = 15;
 constexpr unsigned weekIndex = 16;
-constexpr std::int64_t gpsToeStep = 16;        // s, LSB of the LNAV toe field
-constexpr std::int64_t beidouToeStep = 8;      // s, LSB of the D1/D2 toe field
-constexpr std::int64_t gpsToeSteps = 37800;    // toe steps per week
+constexpr std::int64_t gpsToeStep = 16;      // s, LSB of the LNAV toe field
+constexpr std::int64_t beidouToeStep = 8;    // s, LSB of the D1/D2 toe field
+constexpr std::int64_t gpsToeSteps = 37800;  // toe steps per week
 constexpr std::int64_t beidouToeSteps = 75600;
 constexpr unsigned weeksPerGpsCycle = 1024;
 // Earth rate for making an Earth-fixed velocity inertial (IERS 2010 nominal
@@ -104,14 +104,10 @@ Field const glonassClockFields[] = {
 };
 
 Field const glonassStateFields[] = {
-    {"x", bc::glonassPosition, s27Min, s27Max},
-    {"y", bc::glonassPosition, s27Min, s27Max},
-    {"z", bc::glonassPosition, s27Min, s27Max},
-    {"xVel", bc::glonassVelocity, s24Min, s24Max},
-    {"yVel", bc::glonassVelocity, s24Min, s24Max},
-    {"zVel", bc::glonassVelocity, s24Min, s24Max},
-    {"xAcc", bc::glonassAcceleration, s5Min, s5Max},
-    {"yAcc", bc::glonassAcceleration, s5Min, s5Max},
+    {"x", bc::glonassPosition, s27Min, s27Max},      {"y", bc::glonassPosition, s27Min, s27Max},
+    {"z", bc::glonassPosition, s27Min, s27Max},      {"xVel", bc::glonassVelocity, s24Min, s24Max},
+    {"yVel", bc::glonassVelocity, s24Min, s24Max},   {"zVel", bc::glonassVelocity, s24Min, s24Max},
+    {"xAcc", bc::glonassAcceleration, s5Min, s5Max}, {"yAcc", bc::glonassAcceleration, s5Min, s5Max},
     {"zAcc", bc::glonassAcceleration, s5Min, s5Max},
 };
 
@@ -175,8 +171,8 @@ CoordinateMessages const glonassMessages{
     "validGlonassSatCoordinates: invalid satellite velocity: vSat=%s ==> v=%g, ecef=%d"};
 // The BeiDou texts carry the orbit type; their formats differ and are used directly.
 CoordinateMessages const beidouMessages{"validBeidouSatCoordinates: invalid satellite position: rSat=%s",
-                                        "validBeidouSatCoordinates: invalid satellite velocity: vSat=%s", nullptr,
-                                        nullptr};
+                                        "validBeidouSatCoordinates: invalid satellite velocity: vSat=%s",
+                                        nullptr, nullptr};
 
 bool coordinatesAreNumbers(Vec const& rSat, Vec const& vSat, CoordinateMessages const& m) {
   if (rSat.size() != 3 || isnan(rSat)) {
@@ -205,17 +201,20 @@ struct Bounds {
   double vMin, vMax;
 };
 
-constexpr Bounds gpsBounds{21000000.0, 31000000.0, false, 3700.0, 4000.0};              // m, m/s
-constexpr Bounds glonassBounds{21000000.0, 31000000.0, false, 3800.0, 4100.0};          // m, m/s
-constexpr Bounds beidouMeoBounds{23000000.0, 33000000.0, true, 3700.0, 3800.0};         // m, m/s
-constexpr Bounds beidouHighOrbitBounds{38000000.0, 47000000.0, true, 3000.0, 3100.0};   // m, m/s
+constexpr Bounds gpsBounds{21000000.0, 31000000.0, false, 3700.0, 4000.0};             // m, m/s
+constexpr Bounds glonassBounds{21000000.0, 31000000.0, false, 3800.0, 4100.0};         // m, m/s
+constexpr Bounds beidouMeoBounds{23000000.0, 33000000.0, true, 3700.0, 3800.0};        // m, m/s
+constexpr Bounds beidouHighOrbitBounds{38000000.0, 47000000.0, true, 3000.0, 3100.0};  // m, m/s
 
 bool radiusInBounds(double r, Bounds const& b) {
   return b.open ? (r > b.rMin && r < b.rMax) : (r >= b.rMin && r <= b.rMax);
 }
-bool speedInBounds(double v, Bounds const& b) { return v >= b.vMin && v <= b.vMax; }
+bool speedInBounds(double v, Bounds const& b) {
+  return v >= b.vMin && v <= b.vMax;
+}
 
-bool validCoordinates(Vec const& rSat, Vec const& vSat, bool ecef, Bounds const& b, CoordinateMessages const& m) {
+bool validCoordinates(Vec const& rSat, Vec const& vSat, bool ecef, Bounds const& b,
+                      CoordinateMessages const& m) {
   if (!coordinatesAreNumbers(rSat, vSat, m)) return false;
   double const r = norm_2(rSat);
   if (!radiusInBounds(r, b)) {
@@ -292,9 +291,10 @@ bool validGlonassEphemeris(double tau, double gamma, double deltaTau) {
 
 bool validGlonassEphemeris(Vec const& rSat, Vec const& vSat, Vec const& aSat) {
   if (rSat.size() != 3 || vSat.size() != 3 || aSat.size() != 3) {
-    log::printFormatted(log::ERROR, tag,
-                        "validGlonassEphemeris: invalid number of elements: rSat size %d, vSat size %d, aSat size %d",
-                        static_cast<int>(rSat.size()), static_cast<int>(vSat.size()), static_cast<int>(aSat.size()));
+    log::printFormatted(
+        log::ERROR, tag,
+        "validGlonassEphemeris: invalid number of elements: rSat size %d, vSat size %d, aSat size %d",
+        static_cast<int>(rSat.size()), static_cast<int>(vSat.size()), static_cast<int>(aSat.size()));
     return false;
   }
   Vec const* const vectors[] = {&rSat, &vSat, &aSat};
@@ -317,13 +317,15 @@ bool validGlonassSatCoordinates(Vec const& rSat, Vec const& vSat, bool ecef) {
 
 bool validBeidouSatCoordinates(Vec const& rSat, Vec const& vSat, BeidouSvType svType, bool ecef) {
   if (!coordinatesAreNumbers(rSat, vSat, beidouMessages)) return false;
-  bool const known = svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO || svType == BeidouSvType::MEO;
+  bool const known =
+      svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO || svType == BeidouSvType::MEO;
   Bounds const& b = svType == BeidouSvType::MEO ? beidouMeoBounds : beidouHighOrbitBounds;
   double const r = norm_2(rSat);
   if (!known || !radiusInBounds(r, b)) {
-    log::printFormatted(log::ERROR, tag,
-                        "validBeidouSatCoordinates: invalid satellite position: rSat=%s ==> r=%g, beidouSvType %d",
-                        format(rSat, 15).c_str(), r, static_cast<int>(svType));
+    log::printFormatted(
+        log::ERROR, tag,
+        "validBeidouSatCoordinates: invalid satellite position: rSat=%s ==> r=%g, beidouSvType %d",
+        format(rSat, 15).c_str(), r, static_cast<int>(svType));
     return false;
   }
   double const v = inertialSpeed(rSat, vSat, ecef);
