@@ -311,6 +311,13 @@ TEST(Gj8, TwoBodyAgainstKeplerAfterOneAndSevenDays) {
     EXPECT_LT(err, days < 2 ? 1e-5 : 1e-4);
     EXPECT_LT(verr, 1e-8);
   }
+  // A negative step integrates backwards.
+  zs::Gj8Integrator back;
+  ASSERT_EQ(back.gj8Init(f, r0, v0, 0.0, -h), 0);
+  back.gj8Propagate(f, R, V, 288);
+  Vec r, v;
+  GpsOrbit::state(-kDay, r, v);
+  EXPECT_LT(distance(Vec(column(R, 0)), r), 1e-5);
 }
 
 // Accelerations that depend on time only: a polynomial of degree 8 is
