@@ -10,6 +10,7 @@
 #include "zarn/support/export.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/math.hpp"
+#include "zarn/support/numerical_integration.hpp"
 #include "zarn/support/serialization.hpp"
 #include "zarn/support/time_conversion.hpp"
 #include "zarn/support/utility.hpp"
