@@ -370,10 +370,10 @@ bool deserialize(BinaryData const& in, unsigned int& index, Eop& value) {
 }
 
 bool serialize(InertialFrameInfo const& value, BinaryData& out, unsigned int& count) {
-  return serializeFields(out, count, value.tRef, value.t1, value.matrix);
+  return serializeFields(out, count, value.tRef, value.ut1MinusUtc, value.matrix);
 }
 bool deserialize(BinaryData const& in, unsigned int& index, InertialFrameInfo& value) {
-  return deserializeFields(in, index, value.tRef, value.t1, value.matrix);
+  return deserializeFields(in, index, value.tRef, value.ut1MinusUtc, value.matrix);
 }
 
 bool serialize(EopInfo const& value, BinaryData& out, unsigned int& count) {
