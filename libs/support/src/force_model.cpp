@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "tables/geopotential_table.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/serialization.hpp"
 
 namespace zarn {
@@ -411,21 +412,11 @@ struct ForceModel::Details {
   void refresh() {
     toMat3(inertialFrameInfo.matrix, inertial);
     toMat3(eopInfo.matrix, eop);
-    // E = R2(-xp) R1(-yp): derivatives of the two elementary frame rotations.
-    double const cx = std::cos(eopInfo.eop.xp), sx = std::sin(eopInfo.eop.xp);
-    double const cy = std::cos(eopInfo.eop.yp), sy = std::sin(eopInfo.eop.yp);
-    Mat3 const r2 = {{cx, 0.0, sx}, {0.0, 1.0, 0.0}, {-sx, 0.0, cx}};
-    Mat3 const r2d = {{-sx, 0.0, cx}, {0.0, 0.0, 0.0}, {-cx, 0.0, -sx}};  // d R2(-xp) / dxp
-    Mat3 const r1 = {{1.0, 0.0, 0.0}, {0.0, cy, -sy}, {0.0, sy, cy}};
-    Mat3 const r1d = {{0.0, 0.0, 0.0}, {0.0, -sy, -cy}, {0.0, cy, -sy}};  // d R1(-yp) / dyp
-    for (int i = 0; i < 3; ++i)
-      for (int j = 0; j < 3; ++j) {
-        eopDx[i][j] = eopDy[i][j] = 0.0;
-        for (int k = 0; k < 3; ++k) {
-          eopDx[i][j] += r2d[i][k] * r1[k][j];
-          eopDy[i][j] += r2[i][k] * r1d[k][j];
-        }
-      }
+    // The pole parameters act through W = R2(-xp) R1(-yp).
+    Mat dx, dy;
+    polarMotionPartials(eopInfo.eop, dx, dy);
+    toMat3(dx, eopDx);
+    toMat3(dy, eopDy);
   }
 };
 
@@ -554,6 +545,26 @@ void ForceModel::sunMoonCoord(double t, Vec& moon, Vec& sun) {
   sunMoon(t, m, s);
   setVec(moon, m);
   setVec(sun, s);
+}
+
+void ForceModel::sunMoonAcceleration(double t, int leapSeconds, Vec const& r, Vec& acc) {
+  double moonJ2000[3], sunJ2000[3];
+  sunMoon(t, moonJ2000, sunJ2000);
+  Mat const m = icrsToInt0(t, 0.0, leapSeconds);
+  double const p[3] = {r(0), r(1), r(2)};
+  double a[3] = {0.0, 0.0, 0.0};
+  double const* bodies[2] = {moonJ2000, sunJ2000};
+  double const gms[2] = {kGmMoon, kGmSun};
+  for (int b = 0; b < 2; ++b) {
+    double body[3], d[3];
+    for (int i = 0; i < 3; ++i) {
+      body[i] = m(i, 0) * bodies[b][0] + m(i, 1) * bodies[b][1] + m(i, 2) * bodies[b][2];
+      d[i] = body[i] - p[i];
+    }
+    double const dn = norm3(d), bn = norm3(body);
+    for (int i = 0; i < 3; ++i) a[i] += gms[b] * (d[i] / (dn * dn * dn) - body[i] / (bn * bn * bn));
+  }
+  setVec(acc, a);
 }
 
 double ForceModel::shadowFunction(Vec const& r, Vec const& sun) const {
