@@ -4,6 +4,8 @@
 #include <stdexcept>
 
 #include "tables/geopotential_table.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/serialization.hpp"
 
 namespace zarn {
 namespace support {
@@ -43,6 +45,11 @@ constexpr double kSatelliteMass = 1075.0;  // kg
 constexpr double kSrpPerUnitScale =
     kSolarPressure * kReflectivity * kSatelliteArea / kSatelliteMass;  // m/s^2
 constexpr double kYBiasUnit = 1e-9;                                    // m/s^2 per unit of srp[1]
+
+// Variational state of the rkf78 adapter: position, velocity, two model
+// parameters, then the 8x8 transition matrix.
+constexpr unsigned kParameters = 8;
+constexpr unsigned kVariationalSize = kParameters + kParameters * kParameters;  // 72
 
 using Mat3 = double[3][3];
 
@@ -242,9 +249,28 @@ void gravity(double const p[3], int n, double acc[3], Mat3* g) {
   G[1][1] = -G[0][0] - G[2][2];
 }
 
+int clampDegree(int n) {
+  return n < 0 ? 0 : (n > kMaxDegree ? kMaxDegree : n);
+}
+
 double fraction(double x) {
   double whole;
   return std::modf(x, &whole);
+}
+
+// A point on the unit circle, (cos x, sin x); products add the angles, so the
+// many combined arguments of the series cost no further sines.
+struct Phase {
+  double c, s;
+};
+Phase phase(double x) {
+  return {std::cos(x), std::sin(x)};
+}
+Phase operator*(Phase a, Phase b) {
+  return {a.c * b.c - a.s * b.s, a.s * b.c + a.c * b.s};
+}
+Phase operator/(Phase a, Phase b) {
+  return {a.c * b.c + a.s * b.s, a.s * b.c - a.c * b.s};
 }
 
 void sunMoon(double t, double moon[3], double sun[3]) {
@@ -253,41 +279,40 @@ void sunMoon(double t, double moon[3], double sun[3]) {
 
   // Sun: mean anomaly, ecliptic longitude (J2000 equinox), distance.
   double const M = kTwoPi * fraction(0.9931267 + 99.9973583 * T);
+  Phase const m1 = phase(M), m2 = m1 * m1;
   double const L =
-      kTwoPi * fraction(0.7859444 + M / kTwoPi +
-                        (6892.0 * std::sin(M) + 72.0 * std::sin(2.0 * M)) / kArcsecPerRevolution);
-  double const rSun = 149619000000.0 - 2499000000.0 * std::cos(M) - 21000000.0 * std::cos(2.0 * M);
-  double const sinL = std::sin(L);
-  sun[0] = rSun * std::cos(L);
-  sun[1] = rSun * sinL * kCosObliquity;
-  sun[2] = rSun * sinL * kSinObliquity;
+      kTwoPi * fraction(0.7859444 + M / kTwoPi + (6892.0 * m1.s + 72.0 * m2.s) / kArcsecPerRevolution);
+  double const rSun = 149619000000.0 - 2499000000.0 * m1.c - 21000000.0 * m2.c;
+  Phase const sl = phase(L);
+  sun[0] = rSun * sl.c;
+  sun[1] = rSun * sl.s * kCosObliquity;
+  sun[2] = rSun * sl.s * kSinObliquity;
 
   // Moon: mean longitude (precession removed), anomalies of Moon and Sun,
   // elongation, argument of latitude.
   double const L0 = fraction(0.606433 + 1336.851344 * T);
-  double const l = kTwoPi * fraction(0.374897 + 1325.552410 * T);
-  double const lp = kTwoPi * fraction(0.993133 + 99.997361 * T);
-  double const D = kTwoPi * fraction(0.827361 + 1236.853086 * T);
   double const F = kTwoPi * fraction(0.259086 + 1342.227825 * T);
-  double const dL = 22640.0 * std::sin(l) - 4586.0 * std::sin(l - 2.0 * D) + 2370.0 * std::sin(2.0 * D) +
-                    769.0 * std::sin(2.0 * l) - 668.0 * std::sin(lp) - 412.0 * std::sin(2.0 * F) -
-                    212.0 * std::sin(2.0 * l - 2.0 * D) - 206.0 * std::sin(l + lp - 2.0 * D) +
-                    192.0 * std::sin(l + 2.0 * D) - 165.0 * std::sin(lp - 2.0 * D) - 125.0 * std::sin(D) -
-                    110.0 * std::sin(l + lp) + 148.0 * std::sin(l - lp) - 55.0 * std::sin(2.0 * F - 2.0 * D);
+  Phase const l = phase(kTwoPi * fraction(0.374897 + 1325.552410 * T));
+  Phase const lp = phase(kTwoPi * fraction(0.993133 + 99.997361 * T));
+  Phase const D = phase(kTwoPi * fraction(0.827361 + 1236.853086 * T));
+  Phase const f = phase(F);
+  Phase const l2 = l * l, D2 = D * D, F2 = f * f;
+  Phase const lMinus2D = l / D2, lpMinus2D = lp / D2, l2Minus2D = l2 / D2, llpMinus2D = lMinus2D * lp;
+  double const dL = 22640.0 * l.s - 4586.0 * lMinus2D.s + 2370.0 * D2.s + 769.0 * l2.s - 668.0 * lp.s -
+                    412.0 * F2.s - 212.0 * l2Minus2D.s - 206.0 * llpMinus2D.s + 192.0 * (l * D2).s -
+                    165.0 * lpMinus2D.s - 125.0 * D.s - 110.0 * (l * lp).s + 148.0 * (l / lp).s -
+                    55.0 * (F2 / D2).s;
   double const lambda = kTwoPi * fraction(L0 + dL / kArcsecPerRevolution);
-  double const S = F + (dL + 412.0 * std::sin(2.0 * F) + 541.0 * std::sin(lp)) / kArcsecPerRadian;
-  double const h = F - 2.0 * D;
-  double const N = -526.0 * std::sin(h) + 44.0 * std::sin(l + h) - 31.0 * std::sin(h - l) -
-                   23.0 * std::sin(lp + h) + 11.0 * std::sin(h - lp) - 25.0 * std::sin(F - 2.0 * l) +
-                   21.0 * std::sin(F - l);
-  double const beta = (18520.0 * std::sin(S) + N) / kArcsecPerRadian;
-  double const rMoon = 385000000.0 - 20905000.0 * std::cos(l) - 3699000.0 * std::cos(2.0 * D - l) -
-                       2956000.0 * std::cos(2.0 * D) - 570000.0 * std::cos(2.0 * l) +
-                       246000.0 * std::cos(2.0 * l - 2.0 * D) - 205000.0 * std::cos(lp - 2.0 * D) -
-                       171000.0 * std::cos(l + 2.0 * D) - 152000.0 * std::cos(l + lp - 2.0 * D);
-  double const cb = std::cos(beta);
-  double const ex = rMoon * std::cos(lambda) * cb, ey = rMoon * std::sin(lambda) * cb,
-               ez = rMoon * std::sin(beta);
+  double const S = F + (dL + 412.0 * F2.s + 541.0 * lp.s) / kArcsecPerRadian;
+  Phase const h = f / D2;
+  double const N = -526.0 * h.s + 44.0 * (l * h).s - 31.0 * (h / l).s - 23.0 * (lp * h).s +
+                   11.0 * (h / lp).s - 25.0 * (f / l2).s + 21.0 * (f / l).s;
+  Phase const beta = phase((18520.0 * std::sin(S) + N) / kArcsecPerRadian);
+  double const rMoon = 385000000.0 - 20905000.0 * l.c - 3699000.0 * lMinus2D.c - 2956000.0 * D2.c -
+                       570000.0 * l2.c + 246000.0 * l2Minus2D.c - 205000.0 * lpMinus2D.c -
+                       171000.0 * (l * D2).c - 152000.0 * llpMinus2D.c;
+  Phase const lam = phase(lambda);
+  double const ex = rMoon * lam.c * beta.c, ey = rMoon * lam.s * beta.c, ez = rMoon * beta.s;
   // Ecliptic to equator: the frame rotation R1(-eps).
   moon[0] = ex;
   moon[1] = kCosObliquity * ey - kSinObliquity * ez;
@@ -388,6 +413,13 @@ struct ForceModel::Details {
   EopInfo eopInfo;
   std::vector<LeapInfo> leapInfo;
   int numberOfGeopotentialCoefficients = 8;
+  Gj8Integrator gj8Integrator;
+
+  // Sun and Moon (J2000 axes) of the last forceModel time: the Gauss-Jackson
+  // corrector evaluates each epoch several times.
+  double sunMoonTime = std::nan("");
+  double moonJ2000[3] = {0.0, 0.0, 0.0};
+  double sunJ2000[3] = {0.0, 0.0, 0.0};
 
   // Derived from the fields above by refresh(); never serialized.
   Mat3 inertial;  // M_I
@@ -400,21 +432,11 @@ struct ForceModel::Details {
   void refresh() {
     toMat3(inertialFrameInfo.matrix, inertial);
     toMat3(eopInfo.matrix, eop);
-    // E = R2(-xp) R1(-yp): derivatives of the two elementary frame rotations.
-    double const cx = std::cos(eopInfo.eop.xp), sx = std::sin(eopInfo.eop.xp);
-    double const cy = std::cos(eopInfo.eop.yp), sy = std::sin(eopInfo.eop.yp);
-    Mat3 const r2 = {{cx, 0.0, sx}, {0.0, 1.0, 0.0}, {-sx, 0.0, cx}};
-    Mat3 const r2d = {{-sx, 0.0, cx}, {0.0, 0.0, 0.0}, {-cx, 0.0, -sx}};  // d R2(-xp) / dxp
-    Mat3 const r1 = {{1.0, 0.0, 0.0}, {0.0, cy, -sy}, {0.0, sy, cy}};
-    Mat3 const r1d = {{0.0, 0.0, 0.0}, {0.0, -sy, -cy}, {0.0, cy, -sy}};  // d R1(-yp) / dyp
-    for (int i = 0; i < 3; ++i)
-      for (int j = 0; j < 3; ++j) {
-        eopDx[i][j] = eopDy[i][j] = 0.0;
-        for (int k = 0; k < 3; ++k) {
-          eopDx[i][j] += r2d[i][k] * r1[k][j];
-          eopDy[i][j] += r2[i][k] * r1d[k][j];
-        }
-      }
+    // The pole parameters act through W = R2(-xp) R1(-yp).
+    Mat dx, dy;
+    polarMotionPartials(eopInfo.eop, dx, dy);
+    toMat3(dx, eopDx);
+    toMat3(dy, eopDy);
   }
 };
 
@@ -458,6 +480,61 @@ void ForceModel::setAssistanceData(AssistanceData const& data) {
 AssistanceData ForceModel::getAssistanceData() const {
   return details_->assistanceData;
 }
+Gj8Integrator& ForceModel::getGj8Integrator() {
+  return details_->gj8Integrator;
+}
+
+bool ForceModel::operator==(ForceModel const& other) const {
+  Details const& a = *details_;
+  Details const& b = *other.details_;
+  return a.accDerivatives == b.accDerivatives && a.srpComputation == b.srpComputation &&
+         a.assistanceData == b.assistanceData && a.inertialFrameInfo == b.inertialFrameInfo &&
+         a.eopInfo == b.eopInfo && a.leapInfo == b.leapInfo &&
+         a.numberOfGeopotentialCoefficients == b.numberOfGeopotentialCoefficients &&
+         a.gj8Integrator == b.gj8Integrator;
+}
+
+bool ForceModel::serialize(BinaryData& out) const {
+  Details const& d = *details_;
+  std::size_t const start = out.size();
+  unsigned int count = 0;
+  bool const ok =
+      support::serialize(d.accDerivatives, out, count) && support::serialize(d.assistanceData, out, count) &&
+      support::serialize(d.inertialFrameInfo, out, count) && support::serialize(d.eopInfo, out, count) &&
+      support::serialize(d.leapInfo, out, count) &&
+      support::serialize(d.numberOfGeopotentialCoefficients, out, count) && d.gj8Integrator.serialize(out);
+  if (!ok) out.resize(start);
+  return ok;
+}
+
+namespace {
+// Frame matrices are either absent or 3x3.
+bool frameMatrix(Mat const& m) {
+  return (m.size1() == 0 && m.size2() == 0) || (m.size1() == 3 && m.size2() == 3);
+}
+}  // namespace
+
+bool ForceModel::deserialize(BinaryData const& in, unsigned int& position) {
+  Details* fresh = new Details;
+  unsigned int index = position;
+  bool const ok = support::deserialize(in, index, fresh->accDerivatives) &&
+                  support::deserialize(in, index, fresh->assistanceData) &&
+                  support::deserialize(in, index, fresh->inertialFrameInfo) &&
+                  support::deserialize(in, index, fresh->eopInfo) &&
+                  support::deserialize(in, index, fresh->leapInfo) &&
+                  support::deserialize(in, index, fresh->numberOfGeopotentialCoefficients) &&
+                  fresh->gj8Integrator.deserialize(in, index) &&
+                  frameMatrix(fresh->inertialFrameInfo.matrix) && frameMatrix(fresh->eopInfo.matrix);
+  if (!ok) {
+    delete fresh;
+    return false;
+  }
+  fresh->refresh();
+  std::swap(details_, fresh);
+  delete fresh;
+  position = index;
+  return true;
+}
 
 void ForceModel::satCoefficients(Vec const& r, unsigned int n, unsigned int m, Mat& V, Mat& W) {
   if (V.size1() != n + 1 || V.size2() != m + 1)
@@ -475,7 +552,7 @@ void ForceModel::geopotential(Vec const& r, int n, int /*m*/, Vec& acc, Mat& par
   Mat3 g;
   toArray(r, p);
   bool const withGradient = details_->accDerivatives;
-  gravity(p, n, a, withGradient ? &g : nullptr);
+  gravity(p, clampDegree(n), a, withGradient ? &g : nullptr);
   setVec(acc, a);
   if (!withGradient) return;
   if (partials.size1() != 3 || partials.size2() != 3) partials.resize(3, 3, false);
@@ -488,6 +565,26 @@ void ForceModel::sunMoonCoord(double t, Vec& moon, Vec& sun) {
   sunMoon(t, m, s);
   setVec(moon, m);
   setVec(sun, s);
+}
+
+void ForceModel::sunMoonAcceleration(double t, int leapSeconds, Vec const& r, Vec& acc) {
+  double moonJ2000[3], sunJ2000[3];
+  sunMoon(t, moonJ2000, sunJ2000);
+  Mat const m = icrsToInt0(t, 0.0, leapSeconds);
+  double const p[3] = {r(0), r(1), r(2)};
+  double a[3] = {0.0, 0.0, 0.0};
+  double const* bodies[2] = {moonJ2000, sunJ2000};
+  double const gms[2] = {kGmMoon, kGmSun};
+  for (int b = 0; b < 2; ++b) {
+    double body[3], d[3];
+    for (int i = 0; i < 3; ++i) {
+      body[i] = m(i, 0) * bodies[b][0] + m(i, 1) * bodies[b][1] + m(i, 2) * bodies[b][2];
+      d[i] = body[i] - p[i];
+    }
+    double const dn = norm3(d), bn = norm3(body);
+    for (int i = 0; i < 3; ++i) a[i] += gms[b] * (d[i] / (dn * dn * dn) - body[i] / (bn * bn * bn));
+  }
+  setVec(acc, a);
 }
 
 double ForceModel::shadowFunction(Vec const& r, Vec const& sun) const {
@@ -520,7 +617,7 @@ void ForceModel::solarRadiationPressure(Vec const& r, Vec const& sun, Vec& acc, 
 }
 
 void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
-  Details const& d = *details_;
+  Details& d = *details_;
   double const theta = (t - d.inertialFrameInfo.tRef) * kEarthRotationRate;
   double const ct = std::cos(theta), st = std::sin(theta);
   double const ri[3] = {r(0), r(1), r(2)};
@@ -536,12 +633,15 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
   double re[3];
   for (int i = 0; i < 3; ++i) re[i] = dot3(E[i], rz);
 
-  double moonM[3], sunM[3], moon[3], sun[3];
-  sunMoon(t, moonM, sunM);
+  if (t != d.sunMoonTime) {
+    sunMoon(t, d.moonJ2000, d.sunJ2000);
+    d.sunMoonTime = t;
+  }
+  double moon[3], sun[3];
   Mat3 const& mi = d.inertial;
   for (int i = 0; i < 3; ++i) {
-    moon[i] = dot3(mi[i], moonM);
-    sun[i] = dot3(mi[i], sunM);
+    moon[i] = dot3(mi[i], d.moonJ2000);
+    sun[i] = dot3(mi[i], d.sunJ2000);
   }
 
   bool const deriv = d.accDerivatives;
@@ -563,7 +663,7 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
 
   double g[3];
   Mat3 G;
-  gravity(re, d.numberOfGeopotentialCoefficients, g, deriv ? &G : nullptr);
+  gravity(re, clampDegree(d.numberOfGeopotentialCoefficients), g, deriv ? &G : nullptr);
   double ag[3];  // Q^T g
   for (int i = 0; i < 3; ++i) ag[i] = Q[0][i] * g[0] + Q[1][i] * g[1] + Q[2][i] * g[2];
 
@@ -606,6 +706,44 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
     }
     for (int i = 0; i < 3; ++i) partials(i, c) = v[i];
   }
+}
+
+OdeFunRkf78::OdeFunRkf78(ForceModel& model) : model_(model), r_(3), a_(3), partials_(3, kParameters) {}
+OdeFunRkf78::~OdeFunRkf78() = default;
+
+void OdeFunRkf78::operator()(Vec const& x, Vec& dx, double t) {
+  if (x.size() != kVariationalSize) ZARN_THROW(std::invalid_argument("OdeFunRkf78: invalid size x"));
+  model_.setAccDerivatives(true);
+  for (unsigned i = 0; i < 3; ++i) r_(i) = x(i);
+  model_.forceModel(t, r_, a_, partials_);
+  if (dx.size() != kVariationalSize) dx.resize(kVariationalSize, false);
+  for (unsigned i = 0; i < 3; ++i) {
+    dx(i) = x(3 + i);
+    dx(3 + i) = a_(i);
+  }
+  dx(6) = dx(7) = 0.0;
+  // A Phi with A = [0 I 0; P; 0]: rows 0-2 are Phi's velocity rows, rows 3-5 P Phi.
+  double const* P = &partials_.data()[0];
+  for (unsigned j = 0; j < kParameters; ++j) {
+    double const* phi = &x.data()[kParameters + kParameters * j];
+    double* out = &dx.data()[kParameters + kParameters * j];
+    for (unsigned i = 0; i < 3; ++i) {
+      out[i] = phi[3 + i];
+      double s = 0.0;
+      for (unsigned k = 0; k < kParameters; ++k) s += P[i * kParameters + k] * phi[k];
+      out[3 + i] = s;
+    }
+    out[6] = out[7] = 0.0;
+  }
+}
+
+OdeFunGj8::OdeFunGj8(ForceModel& model) : model_(model), partials_(3, kParameters) {}
+OdeFunGj8::~OdeFunGj8() = default;
+
+void OdeFunGj8::operator()(Vec const& y, Vec& ddy, double t) {
+  if (y.size() != 3) ZARN_THROW(std::invalid_argument("OdeFunGj8: invalid size y"));
+  model_.setAccDerivatives(false);
+  model_.forceModel(t, y, ddy, partials_);
 }
 
 }  // namespace support
