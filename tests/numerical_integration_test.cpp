@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "libs/support/src/tables/gauss_jackson_table.hpp"
 #include "support/test_support.hpp"
@@ -514,6 +515,95 @@ TEST(Gj8, InputFaultsAreLoggedAndLeaveTheIntegratorAlone) {
   EXPECT_EQ(captureLog([&] { result = zs::gj8(f, empty, empty, 0, 5, 60.0); }),
             "ERROR/gj8: Matrix of dependent variables or its derivative is too small.\n");
   EXPECT_EQ(result, -1);
+}
+
+// ---- Gauss-Jackson state across serialization ----------------------------------
+
+namespace {
+
+zs::Gj8Integrator propagated(zs::OdeFunction2& f, unsigned steps) {
+  Vec r0, v0;
+  gpsStart(r0, v0);
+  zs::Gj8Integrator gj;
+  EXPECT_EQ(gj.gj8Init(f, r0, v0, 1.0e9, 300.0), 0);
+  Mat R(3, 1), V(3, 1);
+  if (steps > 0) gj.gj8Propagate(f, R, V, steps);
+  return gj;
+}
+
+}  // namespace
+
+TEST(Gj8Serialization, ContinuationAfterARoundTripIsBitForBit) {
+  Second f(kepler2);
+  zs::Gj8Integrator uninterrupted = propagated(f, 37);
+  zs::Gj8Integrator const saved = uninterrupted;
+  zarn::core::BinaryData bytes = {0xAA, 0xBB};  // serialize appends
+  ASSERT_TRUE(saved.serialize(bytes));
+  // Field order and sizes: flag, t0, h, steps, 3x9 accelerations, two 3-vectors, two 3x8 matrices.
+  ASSERT_EQ(bytes.size(), 2u + 1 + 12 + 12 + 4 + (8 + 12 * 27) + 2 * (4 + 12 * 3) + 2 * (8 + 12 * 24));
+  EXPECT_EQ(bytes[2], 1);
+  EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 27, bytes.begin() + 31),
+            (std::vector<unsigned char>{0, 0, 0, 37}));
+  EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 31, bytes.begin() + 39),
+            (std::vector<unsigned char>{0, 0, 0, 3, 0, 0, 0, 9}));
+
+  zs::Gj8Integrator restored;
+  unsigned int position = 2;
+  ASSERT_TRUE(restored.deserialize(bytes, position));
+  EXPECT_EQ(position, bytes.size());
+  EXPECT_TRUE(restored == saved);
+  EXPECT_EQ(restored.getTotalSteps(), 37u);
+
+  Mat R1(3, 100), V1(3, 100), R2(3, 100), V2(3, 100);
+  uninterrupted.gj8Propagate(f, R1, V1, 100);
+  restored.gj8Propagate(f, R2, V2, 100);
+  EXPECT_TRUE(zs::operator==(R1, R2));
+  EXPECT_TRUE(zs::operator==(V1, V2));
+  EXPECT_TRUE(restored == uninterrupted);
+  EXPECT_FALSE(restored == saved);
+
+  // An empty integrator and one inside its start-up window round-trip too.
+  for (zs::Gj8Integrator const& original : {zs::Gj8Integrator(), propagated(f, 2)}) {
+    zarn::core::BinaryData b;
+    ASSERT_TRUE(original.serialize(b));
+    zs::Gj8Integrator copy = saved;
+    unsigned int at = 0;
+    ASSERT_TRUE(copy.deserialize(b, at));
+    EXPECT_TRUE(copy == original);
+  }
+}
+
+TEST(Gj8Serialization, TruncatedOrGarbledBuffersChangeNothing) {
+  Second f(kepler2);
+  zs::Gj8Integrator const saved = propagated(f, 12);
+  zarn::core::BinaryData bytes;
+  ASSERT_TRUE(saved.serialize(bytes));
+  zs::Gj8Integrator const other = propagated(f, 3);
+
+  auto rejected = [&](zarn::core::BinaryData const& buffer) {
+    zs::Gj8Integrator target = other;
+    unsigned int position = 0;
+    bool const ok = target.deserialize(buffer, position);
+    return !ok && position == 0 && target == other;
+  };
+  for (std::size_t length = 0; length < bytes.size(); ++length)
+    EXPECT_TRUE(rejected(zarn::core::BinaryData(bytes.begin(), bytes.begin() + length))) << length;
+
+  auto garbled = [&](std::size_t offset, std::vector<unsigned char> const& patch) {
+    zarn::core::BinaryData b = bytes;
+    std::copy(patch.begin(), patch.end(), b.begin() + offset);
+    return b;
+  };
+  // Nine accelerations per row are required.
+  EXPECT_TRUE(rejected(garbled(33, {0, 0, 0, 8})));
+  // A zero step (mantissa 0) cannot be continued.
+  EXPECT_TRUE(rejected(garbled(13, {0, 0, 0, 0, 0, 0, 0, 0})));
+  // A first-sum count far beyond the buffer neither allocates nor reads on.
+  EXPECT_TRUE(rejected(garbled(29 + 8 + 12 * 27, {0x7F, 0xFF, 0xFF, 0xFF})));
+  // A state that says "not initialised" but carries data.
+  EXPECT_TRUE(rejected(garbled(0, {0})));
+  // A non-finite time (largest exponent).
+  EXPECT_TRUE(rejected(garbled(1 + 8, {0x7F, 0xFF, 0xFF, 0xFF})));
 }
 
 // The start-up runs on the two-body problem, which needs a 3-dimensional y.
