@@ -143,57 +143,6 @@ TEST(GaussJacksonTable, RowSumsSymmetryAndPublishedRows) {
   }
 }
 
-// With the Berry-Healy sums, every row reproduces the integrals of a
-// polynomial acceleration of degree <= 8 (unit step, nodes -4..4); degree 9 is
-// not reproduced, which shows the check can fail.
-long double tableDefect(int degree) {
-  long double acc[9], sa[10][9], gj[10][9];
-  for (int k = 0; k < 9; ++k) acc[k] = std::pow(static_cast<long double>(k - 4), degree);
-  for (int j = 0; j < 10; ++j)
-    for (int k = 0; k < 9; ++k) {
-      sa[j][k] =
-          static_cast<long double>(tables::summedAdamsNumerators[j][k]) / tables::summedAdamsDenominator;
-      gj[j][k] =
-          static_cast<long double>(tables::gaussJacksonNumerators[j][k]) / tables::gaussJacksonDenominator;
-    }
-  auto dot = [&](long double const* w) {
-    long double s = 0;
-    for (int k = 0; k < 9; ++k) s += w[k] * acc[k];
-    return s;
-  };
-  // v(t) = t^(d+1)/(d+1), r(t) = t^(d+2)/((d+1)(d+2)): zero at the centre.
-  auto v = [&](int t) { return std::pow(static_cast<long double>(t), degree + 1) / (degree + 1); };
-  auto r = [&](int t) {
-    return std::pow(static_cast<long double>(t), degree + 2) / ((degree + 1) * (degree + 2));
-  };
-  long double s[9], S[9];
-  s[4] = -dot(sa[4]);
-  S[4] = -dot(gj[4]);
-  for (int c = 5; c < 9; ++c) {
-    s[c] = s[c - 1] + (acc[c - 1] + acc[c]) / 2;
-    S[c] = S[c - 1] + s[c - 1] + acc[c - 1] / 2;
-  }
-  for (int c = 3; c >= 0; --c) {
-    s[c] = s[c + 1] - (acc[c + 1] + acc[c]) / 2;
-    S[c] = S[c + 1] - s[c + 1] + acc[c + 1] / 2;
-  }
-  long double worst = 0;
-  auto scale = [&](int t) { return 1 + std::fabs(r(t)) + std::fabs(v(t)); };
-  for (int c = 0; c < 9; ++c) {
-    worst = std::fmax(worst, std::fabs(s[c] + dot(sa[c]) - v(c - 4)) / scale(c - 4));
-    worst = std::fmax(worst, std::fabs(S[c] + dot(gj[c]) - r(c - 4)) / scale(c - 4));
-  }
-  long double const S5 = S[8] + s[8] + acc[8] / 2;
-  worst = std::fmax(worst, std::fabs(s[8] + acc[8] / 2 + dot(sa[9]) - v(5)) / scale(5));
-  worst = std::fmax(worst, std::fabs(S5 + dot(gj[9]) - r(5)) / scale(5));
-  return worst;
-}
-
-TEST(GaussJacksonTable, ExactOnPolynomialsUpToDegreeEight) {
-  for (int degree = 0; degree <= 8; ++degree) EXPECT_LT(tableDefect(degree), 1e-15L) << "degree " << degree;
-  EXPECT_GT(tableDefect(9), 1e-6L);
-}
-
 // ---- rkf78 --------------------------------------------------------------------
 
 TEST(Rkf78, InputFaultsAreLoggedInOrderAndLeaveTheStateAlone) {
@@ -323,6 +272,10 @@ TEST(Rkn5, FifthOrderConvergenceAndStepCount) {
   EXPECT_LT(run(1.0, 1.04, 0.1, 1, 1.04), 1e-11);
   EXPECT_LT(run(1.0, 0.96, 0.1, 1, 0.96), 1e-11);
   EXPECT_LT(run(-1.0, -2.0, 0.05, 20, -2.0), 1e-8);
+  // A zero step takes no step at all.
+  int const calls = f.calls;
+  EXPECT_LT(run(0.5, 1.0, 0.0, 0, 0.5), 1e-300);
+  EXPECT_EQ(f.calls, calls);
 }
 
 // ---- Gauss-Jackson --------------------------------------------------------------
@@ -358,6 +311,13 @@ TEST(Gj8, TwoBodyAgainstKeplerAfterOneAndSevenDays) {
     EXPECT_LT(err, days < 2 ? 1e-5 : 1e-4);
     EXPECT_LT(verr, 1e-8);
   }
+  // A negative step integrates backwards.
+  zs::Gj8Integrator back;
+  ASSERT_EQ(back.gj8Init(f, r0, v0, 0.0, -h), 0);
+  back.gj8Propagate(f, R, V, 288);
+  Vec r, v;
+  GpsOrbit::state(-kDay, r, v);
+  EXPECT_LT(distance(Vec(column(R, 0)), r), 1e-5);
 }
 
 // Accelerations that depend on time only: a polynomial of degree 8 is
@@ -615,7 +575,6 @@ TEST(Gj8DeathTest, StartUpOfAStateOtherThanPositionAndVelocityAborts) {
       zarn::test::fatalPattern("std::invalid_argument(\"Vector dimension is not equal to 6.\")",
                                "libs/support/src/numerical_integration");
   EXPECT_DEATH(gj.gj8Init(f, r, v, 0.0, 10.0), pattern);
-  EXPECT_DEATH(gj.gj8Init(f, r, v, 0.0, 10.0), "numerical_integration:347\\.");
   Mat R(4, 3), V(4, 3);
   EXPECT_DEATH(zs::gj8(f, R, V, 0.0, 3, 10.0), pattern);
 }

@@ -15,7 +15,7 @@ namespace {
 
 // Runge-Kutta-Fehlberg 7(8): E. Fehlberg, "Classical Fifth-, Sixth-, Seventh-,
 // and Eighth-Order Runge-Kutta Formulas with Stepsize Control", NASA TR R-287,
-// 1968, Table X (coefficients of the RK7(8) pair, 13 stages).
+// 1968: the coefficients of the RK7(8) pair, 13 stages.
 constexpr int kStages = 13;
 
 // Nodes alpha_k.
@@ -55,6 +55,7 @@ constexpr double kErrorWeight = 41.0 / 840.0;
 constexpr double kTimeTolerance = 1e-8;
 constexpr double kSafety = 0.8;
 constexpr double kOrder = 8.0;
+constexpr double kMaxRkn5Steps = 1e15;  // larger step counts (h == 0 among them) take no step
 
 // Gauss-Jackson start-up and corrector.
 constexpr int kWindow = 9;        // accelerations a_-4 .. a_4
@@ -146,9 +147,7 @@ int rk4(OdeFunction& f, Vec& x, double t0, unsigned int n, double h) {
     logFault("rk4", "Step size is equal to zero.");
     return 0;
   }
-  double const half = h / 2.0;
-  double const sixth = h / 6.0;
-  double const third = h / 3.0;
+  double const half = h / 2.0, sixth = h / 6.0, third = h / 3.0;
   Vec k1, k2, k3, k4;
   double t = t0;
   for (unsigned int i = 0; i < n; ++i) {
@@ -168,6 +167,7 @@ int rk4(OdeFunction& f, Vec& x, double t0, unsigned int n, double h) {
 
 int rkn5(OdeFunction2& f, Vec& y, Vec& v, double t0, double t1, double h) {
   double const delta = t1 - t0;
+  if (!(std::fabs(delta / h) < kMaxRkn5Steps)) return 0;
   long long count = static_cast<long long>(delta / h);
   if (count == 0) count = 1;
   if (t1 < t0) {
