@@ -1,5 +1,8 @@
 #include "zarn/support/force_model.hpp"
 
+#include "zarn/support/numerical_integration.hpp"
+#include "zarn/support/serialization.hpp"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -780,6 +783,307 @@ TEST(ForceModel, PartialsMatchFiniteDifferences) {
         for (int i = 0; i < 3; ++i)
           EXPECT_NEAR(P(i, c), (ap(i) - am(i)) / (2 * step), 1e-6 * colScale) << "column " << c;
       }
+    }
+  }
+}
+
+// A GPS-like orbit: a = 26560 km, i = 55 deg, circular.
+void gpsState(Vec& r, Vec& v) {
+  double const a = 26560000.0, inc = 55.0 * M_PI / 180.0, node = 0.3, speed = std::sqrt(kGm / a);
+  r = vec3(a * std::cos(node), a * std::sin(node), 0.0);
+  v = vec3(-speed * std::sin(node) * std::cos(inc), speed * std::cos(node) * std::cos(inc),
+           speed * std::sin(inc));
+}
+
+Vec variationalState(Vec const& r, Vec const& v, AssistanceData const& data) {
+  Vec x = boost::numeric::ublas::zero_vector<double>(72);
+  for (int i = 0; i < 3; ++i) {
+    x(i) = r(i);
+    x(3 + i) = v(i);
+  }
+  x(6) = data.srp[0];
+  x(7) = data.srp[1];
+  for (int i = 0; i < 8; ++i) x(8 + 9 * i) = 1.0;
+  return x;
+}
+
+TEST(ForceModelAdapters, RightHandSidesAndDerivativeFlags) {
+  ForceModel model;
+  configure(model, true);
+  Vec r, v;
+  gpsState(r, v);
+  OdeFunGj8 gj8Rhs(model);
+  OdeFunRkf78 rkfRhs(model);
+  Vec a;
+  gj8Rhs(r, a, kT);
+  Mat P(3, 8, -1.0);
+  Vec acc;
+  model.forceModel(kT, r, acc, P);
+  EXPECT_EQ(P(0, 0), -1.0);  // derivatives switched off by the Gauss-Jackson adapter
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(a(i), acc(i));
+
+  Vec x = variationalState(r, v, model.getAssistanceData());
+  // A non-trivial transition matrix, to see A Phi rather than A.
+  for (int k = 8; k < 72; ++k) x(k) += 0.01 * std::sin(k);
+  Vec dx;
+  rkfRhs(x, dx, kT);
+  ASSERT_EQ(dx.size(), 72u);
+  model.forceModel(kT, r, acc, P);
+  EXPECT_NE(P(0, 0), -1.0);  // and on again by the variational adapter
+  Mat A = boost::numeric::ublas::zero_matrix<double>(8, 8), Phi(8, 8);
+  for (int i = 0; i < 3; ++i) {
+    A(i, 3 + i) = 1.0;
+    for (int j = 0; j < 8; ++j) A(3 + i, j) = P(i, j);
+  }
+  for (int j = 0; j < 8; ++j)
+    for (int i = 0; i < 8; ++i) Phi(i, j) = x(8 + 8 * j + i);
+  Mat const APhi = prod(A, Phi);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(dx(i), v(i));
+    EXPECT_EQ(dx(3 + i), acc(i));
+  }
+  EXPECT_EQ(dx(6), 0.0);
+  EXPECT_EQ(dx(7), 0.0);
+  for (int j = 0; j < 8; ++j)
+    for (int i = 0; i < 8; ++i)
+      EXPECT_NEAR(dx(8 + 8 * j + i), APhi(i, j), 1e-15 * (std::fabs(APhi(i, j)) + 1e-3));
+}
+
+// The transition matrix integrated by rkf78 through the variational
+// equations against central differences of propagated states, over one hour:
+// position and velocity columns, and the two parameter columns (pole angles
+// with SRP computation off, SRP scale and Y-bias with it on). The differenced
+// states are propagated with fixed rk4 steps: adaptive steps at GPS-second
+// epochs near 1e9 s round each step's end time to 2.4e-7 s, a millimetre of
+// along-track noise that would swamp the differences.
+TEST(ForceModelAdapters, TransitionMatrixMatchesFiniteDifferencesOverOneHour) {
+  for (bool srpOn : {false, true}) {
+    ForceModel model;
+    configure(model, srpOn);
+    OdeFunRkf78 f(model);
+    Vec r, v;
+    gpsState(r, v);
+    Vec const x0 = variationalState(r, v, model.getAssistanceData());
+    Vec x = x0;
+    ASSERT_GT(rkf78(f, x, kT, kT + 3600.0, 60.0, 1e-12), 0);
+
+    auto propagate = [&](Vec start) {
+      rk4(f, start, kT, 360, 10.0);
+      return start;
+    };
+    double worst = 0.0;
+    for (int j = 0; j < 8; ++j) {
+      Vec plus, minus;
+      double step;
+      if (j < 6) {
+        step = j < 3 ? 10.0 : 0.01;
+        Vec xp = x0, xm = x0;
+        xp(j) += step;
+        xm(j) -= step;
+        plus = propagate(xp);
+        minus = propagate(xm);
+      } else if (srpOn) {
+        step = j == 6 ? 10.0 : 1000.0;
+        AssistanceData const data = model.getAssistanceData();
+        AssistanceData shifted = data;
+        shifted.srp[j - 6] = data.srp[j - 6] + step;
+        model.setAssistanceData(shifted);
+        plus = propagate(x0);
+        shifted.srp[j - 6] = data.srp[j - 6] - step;
+        model.setAssistanceData(shifted);
+        minus = propagate(x0);
+        model.setAssistanceData(data);
+      } else {
+        step = 1e-3;
+        EopInfo const e = model.getEopInfo();
+        double const dx = j == 6 ? step : 0.0, dy = j == 7 ? step : 0.0;
+        model.setEopInfo(poleInfo(e.eop.xp + dx, e.eop.yp + dy));
+        plus = propagate(x0);
+        model.setEopInfo(poleInfo(e.eop.xp - dx, e.eop.yp - dy));
+        minus = propagate(x0);
+        model.setEopInfo(e);
+      }
+      for (int block = 0; block < 2; ++block) {
+        double scale = 0.0;
+        for (int i = 3 * block; i < 3 * block + 3; ++i) scale = std::max(scale, std::fabs(x(8 + 8 * j + i)));
+        ASSERT_GT(scale, 0.0) << "column " << j;
+        for (int i = 3 * block; i < 3 * block + 3; ++i) {
+          double const fd = (plus(i) - minus(i)) / (2 * step);
+          double const err = std::fabs(x(8 + 8 * j + i) - fd) / scale;
+          worst = std::max(worst, err);
+          EXPECT_LT(err, 1e-5) << "Phi(" << i << "," << j << ") " << x(8 + 8 * j + i) << " vs " << fd;
+        }
+      }
+      // The parameter rows stay those of the identity.
+      EXPECT_EQ(x(8 + 8 * j + 6), j == 6 ? 1.0 : 0.0);
+      EXPECT_EQ(x(8 + 8 * j + 7), j == 7 ? 1.0 : 0.0);
+    }
+    std::printf("transition matrix over 1 h, SRP computation %s: worst relative difference %.2e\n",
+                srpOn ? "on" : "off", worst);
+  }
+}
+
+// Seven days of Gauss-Jackson at 300 s against rkf78 at a tight tolerance,
+// both on the full force model.
+TEST(ForceModelAdapters, GaussJacksonAgreesWithRkf78OverSevenDays) {
+  ForceModel model;
+  configure(model, true);
+  model.setNumberOfGeopotentialCoefficients(8);
+  Vec r, v;
+  gpsState(r, v);
+  unsigned const steps = 7 * 288;
+  OdeFunGj8 gj8Rhs(model);
+  ASSERT_EQ(model.getGj8Integrator().gj8Init(gj8Rhs, r, v, kT, 300.0), 0);
+  Mat R(3, 1), V(3, 1);
+  ASSERT_EQ(model.getGj8Integrator().gj8Propagate(gj8Rhs, R, V, steps), steps);
+
+  OdeFunRkf78 rkfRhs(model);
+  Vec x = variationalState(r, v, model.getAssistanceData());
+  ASSERT_GT(rkf78(rkfRhs, x, kT, kT + steps * 300.0, 300.0, 1e-13), 0);
+  double dr = 0.0, dv = 0.0;
+  for (int i = 0; i < 3; ++i) {
+    dr += std::pow(R(i, 0) - x(i), 2);
+    dv += std::pow(V(i, 0) - x(3 + i), 2);
+  }
+  std::printf("gj8 (300 s) - rkf78 after 7 days: %.3f m, %.2e m/s\n", std::sqrt(dr), std::sqrt(dv));
+  EXPECT_LT(std::sqrt(dr), 0.05);
+  EXPECT_LT(std::sqrt(dv), 1e-5);
+}
+
+TEST(ForceModelAdaptersDeathTest, WrongStateSizesAbort) {
+  ForceModel model;
+  OdeFunRkf78 rkfRhs(model);
+  OdeFunGj8 gj8Rhs(model);
+  Vec dx, shortState(71, 0.0), position(4, 0.0);
+  EXPECT_DEATH(rkfRhs(shortState, dx, 0.0),
+               zarn::test::fatalPattern("std::invalid_argument(\"OdeFunRkf78: invalid size x\")",
+                                        "libs/support/src/force_model"));
+  EXPECT_DEATH(gj8Rhs(position, dx, 0.0),
+               zarn::test::fatalPattern("std::invalid_argument(\"OdeFunGj8: invalid size y\")",
+                                        "libs/support/src/force_model"));
+}
+
+// ---------------------------------------------------------------------------
+// Serialization
+
+void fullyConfigure(ForceModel& model) {
+  configure(model, false);
+  model.setNumberOfGeopotentialCoefficients(12);
+  model.setLeapInfo({{1104537599ull, 17}, {1167695999ull, 18}});
+  AssistanceData data = model.getAssistanceData();
+  data.gnssType = core::GPS;
+  data.svId = 7;
+  data.antPhase = {{0.3, -0.01, 1.1}};
+  data.outages.push_back({{2, 1, 100}, {2, 1, 200}, "decommissioning"});
+  model.setAssistanceData(data);
+  Vec r, v;
+  gpsState(r, v);
+  OdeFunGj8 f(model);
+  model.getGj8Integrator().gj8Init(f, r, v, kT, 300.0);
+  Mat R(3, 2), V(3, 2);
+  model.getGj8Integrator().gj8Propagate(f, R, V, 12);
+  model.setAccDerivatives(true);
+}
+
+TEST(ForceModelSerialization, RoundTripAndBitForBitContinuation) {
+  ForceModel original;
+  fullyConfigure(original);
+  BinaryData bytes = {0xAA, 0xBB};  // data before the record stays
+  ASSERT_TRUE(original.serialize(bytes));
+  EXPECT_EQ(bytes[0], 0xAA);
+
+  ForceModel restored;
+  EXPECT_FALSE(restored == original);
+  unsigned int position = 2;
+  ASSERT_TRUE(restored.deserialize(bytes, position));
+  EXPECT_EQ(position, bytes.size());
+  EXPECT_TRUE(restored == original);
+
+  // The SRP flag is not stored.
+  original.setSrpComputation(true);
+  BinaryData again;
+  ASSERT_TRUE(original.serialize(again));
+  position = 0;
+  ASSERT_TRUE(restored.deserialize(again, position));
+  EXPECT_FALSE(restored == original);
+  original.setSrpComputation(false);
+  EXPECT_TRUE(restored == original);
+
+  OdeFunGj8 f1(original), f2(restored);
+  Mat R1(3, 50), V1(3, 50), R2(3, 50), V2(3, 50);
+  original.getGj8Integrator().gj8Propagate(f1, R1, V1, 50);
+  restored.getGj8Integrator().gj8Propagate(f2, R2, V2, 50);
+  EXPECT_TRUE(R1 == R2);
+  EXPECT_TRUE(V1 == V2);
+}
+
+TEST(ForceModelSerialization, TruncatedOrGarbledBuffersLeaveTheModelUnchanged) {
+  ForceModel source;
+  fullyConfigure(source);
+  BinaryData bytes;
+  ASSERT_TRUE(source.serialize(bytes));
+
+  ForceModel target;
+  target.setNumberOfGeopotentialCoefficients(5);
+  target.setLeapInfo({{42ull, 3}});
+  BinaryData before;
+  ASSERT_TRUE(target.serialize(before));
+  auto unchanged = [&] {
+    BinaryData now;
+    target.serialize(now);
+    return now == before;
+  };
+
+  for (std::size_t length = 0; length < bytes.size(); ++length) {
+    BinaryData const cut(bytes.begin(), bytes.begin() + length);
+    unsigned int position = 0;
+    ASSERT_FALSE(target.deserialize(cut, position)) << length;
+    ASSERT_EQ(position, 0u);
+    ASSERT_TRUE(unchanged()) << length;
+  }
+
+  // Offsets of the leap-second count and of the frame matrix's row count.
+  unsigned int count = 0;
+  BinaryData scratch;
+  serialize(true, scratch, count);
+  serialize(source.getAssistanceData(), scratch, count);
+  std::size_t const frameStart = scratch.size();
+  serialize(source.getInertialFrameInfo(), scratch, count);
+  serialize(source.getEopInfo(), scratch, count);
+  std::size_t const leapCount = scratch.size();
+
+  BinaryData garbled = bytes;
+  for (int i = 0; i < 4; ++i) garbled[leapCount + i] = 0xFF;
+  unsigned int position = 0;
+  EXPECT_FALSE(target.deserialize(garbled, position));
+  EXPECT_TRUE(unchanged());
+
+  // A frame matrix of the wrong shape: rewrite it as 1x9.
+  garbled = bytes;
+  std::size_t const rows = frameStart + 2 * 12;  // after tRef and t1
+  int index = static_cast<int>(rows);
+  replaceUint32(garbled, 1, index);
+  replaceUint32(garbled, 9, index);
+  position = 0;
+  EXPECT_FALSE(target.deserialize(garbled, position));
+  EXPECT_TRUE(unchanged());
+
+  // Any single corrupted byte: either rejected with nothing changed, or a
+  // model that serializes again (never a crash or a half-read state).
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    garbled = bytes;
+    garbled[i] ^= 0xA5;
+    ForceModel probe;
+    BinaryData probeBefore;
+    probe.serialize(probeBefore);
+    position = 0;
+    if (probe.deserialize(garbled, position)) {
+      EXPECT_EQ(position, garbled.size());
+    } else {
+      BinaryData probeAfter;
+      probe.serialize(probeAfter);
+      EXPECT_EQ(probeAfter, probeBefore) << i;
+      EXPECT_EQ(position, 0u);
     }
   }
 }

@@ -11,6 +11,7 @@
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/export.hpp"
 #include "zarn/support/math.hpp"
+#include "zarn/support/numerical_integration.hpp"
 
 namespace zarn {
 namespace support {
@@ -36,7 +37,8 @@ class ZARN_EXPORT ForceModel {
   // On: the two model parameters are the SRP scale and Y-bias; off: the two
   // polar-motion angles.
   void setSrpComputation(bool on);
-  // Degree and order of the gravity field, 0..16.
+  // Degree and order of the gravity field, 0..16 (values outside are evaluated
+  // as the nearest of the two).
   void setNumberOfGeopotentialCoefficients(int n);
   void setLeapInfo(std::vector<LeapInfo> const& leapInfo);
   std::vector<LeapInfo> getLeapInfo() const;
@@ -46,6 +48,8 @@ class ZARN_EXPORT ForceModel {
   InertialFrameInfo getInertialFrameInfo() const;
   void setAssistanceData(AssistanceData const& data);
   AssistanceData getAssistanceData() const;
+  // The Gauss-Jackson state kept with the model.
+  Gj8Integrator& getGj8Integrator();
 
   // Acceleration (m/s^2, size 3) at GPS time t (s) and quasi-inertial position r
   // (m, size 3): gravity field, Moon, Sun, radiation pressure. With derivatives
@@ -60,7 +64,8 @@ class ZARN_EXPORT ForceModel {
   static void satCoefficients(Vec const& r, unsigned int n, unsigned int m, Mat& V, Mat& W);
   // Gravity acceleration acc (m/s^2, size 3, Earth-fixed axes) at the
   // Earth-fixed position r (m) of the field truncated at degree n, all orders
-  // up to the degree (m is not used to truncate further); n <= 16. With
+  // up to the degree (m is not used to truncate further); n is taken
+  // within 0..16. With
   // derivatives on, also the gravity-gradient matrix (3x3, 1/s^2).
   void geopotential(Vec const& r, int n, int m, Vec& acc, Mat& partials) const;
 
@@ -84,9 +89,57 @@ class ZARN_EXPORT ForceModel {
   // the shadow held fixed; with SRP computation on, 6-7 for the parameters).
   void solarRadiationPressure(Vec const& r, Vec const& sun, Vec& acc, Mat& partials) const;
 
+  // Field-wise exact equality: flags, assistance data, frame and Earth
+  // orientation records, leap seconds, degree and the integrator state.
+  bool operator==(ForceModel const& other) const;
+  bool operator!=(ForceModel const& other) const { return !(*this == other); }
+
+  // Appends the derivative flag (1 byte), the assistance data, the frame and
+  // Earth-orientation records, the leap-second table (u32 count, entries), the
+  // degree (4 bytes) and the Gauss-Jackson state. The SRP-computation flag is
+  // not stored and reads back false. On failure removes what it appended and
+  // returns false.
+  bool serialize(BinaryData& out) const;
+  // Reads that form at `position`. On success replaces the whole state,
+  // advances `position` and returns true; a truncated or malformed buffer
+  // leaves the model and `position` unchanged and returns false.
+  bool deserialize(BinaryData const& in, unsigned int& position);
+
  private:
   struct Details;
   Details* details_;
+};
+
+// First-order adapter for rkf78: the 72-element variational state x = position
+// (m, 0-2), velocity (m/s, 3-5), the two model parameters (6-7) and the 8x8
+// state-transition matrix Phi by columns (element 8 + 8 j + i is Phi(i, j)).
+// dx = (velocity, acceleration, 0, 0, A Phi) with A the 8x8 Jacobian of the
+// dynamics. Switches the model's derivative flag on. Aborts unless x has 72
+// elements.
+class ZARN_EXPORT OdeFunRkf78 : public OdeFunction {
+ public:
+  explicit OdeFunRkf78(ForceModel& model);
+  ~OdeFunRkf78() override;
+  void operator()(Vec const& x, Vec& dx, double t) override;
+
+ private:
+  ForceModel& model_;
+  Vec r_, a_;
+  Mat partials_;
+};
+
+// Second-order adapter for the Gauss-Jackson integrator: the acceleration
+// (m/s^2) at position y (m, size 3) and GPS time t (s). Switches the model's
+// derivative flag off. Aborts unless y has 3 elements.
+class ZARN_EXPORT OdeFunGj8 : public OdeFunction2 {
+ public:
+  explicit OdeFunGj8(ForceModel& model);
+  ~OdeFunGj8() override;
+  void operator()(Vec const& y, Vec& ddy, double t) override;
+
+ private:
+  ForceModel& model_;
+  Mat partials_;
 };
 
 }  // namespace support

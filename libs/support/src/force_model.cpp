@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "tables/geopotential_table.hpp"
+#include "zarn/support/serialization.hpp"
 
 namespace zarn {
 namespace support {
@@ -43,6 +44,11 @@ constexpr double kSatelliteMass = 1075.0;  // kg
 constexpr double kSrpPerUnitScale =
     kSolarPressure * kReflectivity * kSatelliteArea / kSatelliteMass;  // m/s^2
 constexpr double kYBiasUnit = 1e-9;                                    // m/s^2 per unit of srp[1]
+
+// Variational state of the rkf78 adapter: position, velocity, two model
+// parameters, then the 8x8 transition matrix.
+constexpr unsigned kParameters = 8;
+constexpr unsigned kVariationalSize = kParameters + kParameters * kParameters;  // 72
 
 using Mat3 = double[3][3];
 
@@ -242,6 +248,10 @@ void gravity(double const p[3], int n, double acc[3], Mat3* g) {
   G[1][1] = -G[0][0] - G[2][2];
 }
 
+int clampDegree(int n) {
+  return n < 0 ? 0 : (n > kMaxDegree ? kMaxDegree : n);
+}
+
 double fraction(double x) {
   double whole;
   return std::modf(x, &whole);
@@ -388,6 +398,7 @@ struct ForceModel::Details {
   EopInfo eopInfo;
   std::vector<LeapInfo> leapInfo;
   int numberOfGeopotentialCoefficients = 8;
+  Gj8Integrator gj8Integrator;
 
   // Derived from the fields above by refresh(); never serialized.
   Mat3 inertial;  // M_I
@@ -458,6 +469,61 @@ void ForceModel::setAssistanceData(AssistanceData const& data) {
 AssistanceData ForceModel::getAssistanceData() const {
   return details_->assistanceData;
 }
+Gj8Integrator& ForceModel::getGj8Integrator() {
+  return details_->gj8Integrator;
+}
+
+bool ForceModel::operator==(ForceModel const& other) const {
+  Details const& a = *details_;
+  Details const& b = *other.details_;
+  return a.accDerivatives == b.accDerivatives && a.srpComputation == b.srpComputation &&
+         a.assistanceData == b.assistanceData && a.inertialFrameInfo == b.inertialFrameInfo &&
+         a.eopInfo == b.eopInfo && a.leapInfo == b.leapInfo &&
+         a.numberOfGeopotentialCoefficients == b.numberOfGeopotentialCoefficients &&
+         a.gj8Integrator == b.gj8Integrator;
+}
+
+bool ForceModel::serialize(BinaryData& out) const {
+  Details const& d = *details_;
+  std::size_t const start = out.size();
+  unsigned int count = 0;
+  bool const ok =
+      support::serialize(d.accDerivatives, out, count) && support::serialize(d.assistanceData, out, count) &&
+      support::serialize(d.inertialFrameInfo, out, count) && support::serialize(d.eopInfo, out, count) &&
+      support::serialize(d.leapInfo, out, count) &&
+      support::serialize(d.numberOfGeopotentialCoefficients, out, count) && d.gj8Integrator.serialize(out);
+  if (!ok) out.resize(start);
+  return ok;
+}
+
+namespace {
+// Frame matrices are either absent or 3x3.
+bool frameMatrix(Mat const& m) {
+  return (m.size1() == 0 && m.size2() == 0) || (m.size1() == 3 && m.size2() == 3);
+}
+}  // namespace
+
+bool ForceModel::deserialize(BinaryData const& in, unsigned int& position) {
+  Details* fresh = new Details;
+  unsigned int index = position;
+  bool const ok = support::deserialize(in, index, fresh->accDerivatives) &&
+                  support::deserialize(in, index, fresh->assistanceData) &&
+                  support::deserialize(in, index, fresh->inertialFrameInfo) &&
+                  support::deserialize(in, index, fresh->eopInfo) &&
+                  support::deserialize(in, index, fresh->leapInfo) &&
+                  support::deserialize(in, index, fresh->numberOfGeopotentialCoefficients) &&
+                  fresh->gj8Integrator.deserialize(in, index) &&
+                  frameMatrix(fresh->inertialFrameInfo.matrix) && frameMatrix(fresh->eopInfo.matrix);
+  if (!ok) {
+    delete fresh;
+    return false;
+  }
+  fresh->refresh();
+  std::swap(details_, fresh);
+  delete fresh;
+  position = index;
+  return true;
+}
 
 void ForceModel::satCoefficients(Vec const& r, unsigned int n, unsigned int m, Mat& V, Mat& W) {
   if (V.size1() != n + 1 || V.size2() != m + 1)
@@ -475,7 +541,7 @@ void ForceModel::geopotential(Vec const& r, int n, int /*m*/, Vec& acc, Mat& par
   Mat3 g;
   toArray(r, p);
   bool const withGradient = details_->accDerivatives;
-  gravity(p, n, a, withGradient ? &g : nullptr);
+  gravity(p, clampDegree(n), a, withGradient ? &g : nullptr);
   setVec(acc, a);
   if (!withGradient) return;
   if (partials.size1() != 3 || partials.size2() != 3) partials.resize(3, 3, false);
@@ -563,7 +629,7 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
 
   double g[3];
   Mat3 G;
-  gravity(re, d.numberOfGeopotentialCoefficients, g, deriv ? &G : nullptr);
+  gravity(re, clampDegree(d.numberOfGeopotentialCoefficients), g, deriv ? &G : nullptr);
   double ag[3];  // Q^T g
   for (int i = 0; i < 3; ++i) ag[i] = Q[0][i] * g[0] + Q[1][i] * g[1] + Q[2][i] * g[2];
 
@@ -606,6 +672,44 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
     }
     for (int i = 0; i < 3; ++i) partials(i, c) = v[i];
   }
+}
+
+OdeFunRkf78::OdeFunRkf78(ForceModel& model) : model_(model), r_(3), a_(3), partials_(3, kParameters) {}
+OdeFunRkf78::~OdeFunRkf78() = default;
+
+void OdeFunRkf78::operator()(Vec const& x, Vec& dx, double t) {
+  if (x.size() != kVariationalSize) ZARN_THROW(std::invalid_argument("OdeFunRkf78: invalid size x"));
+  model_.setAccDerivatives(true);
+  for (unsigned i = 0; i < 3; ++i) r_(i) = x(i);
+  model_.forceModel(t, r_, a_, partials_);
+  if (dx.size() != kVariationalSize) dx.resize(kVariationalSize, false);
+  for (unsigned i = 0; i < 3; ++i) {
+    dx(i) = x(3 + i);
+    dx(3 + i) = a_(i);
+  }
+  dx(6) = dx(7) = 0.0;
+  // A Phi with A = [0 I 0; P; 0]: rows 0-2 are Phi's velocity rows, rows 3-5 P Phi.
+  double const* P = &partials_.data()[0];
+  for (unsigned j = 0; j < kParameters; ++j) {
+    double const* phi = &x.data()[kParameters + kParameters * j];
+    double* out = &dx.data()[kParameters + kParameters * j];
+    for (unsigned i = 0; i < 3; ++i) {
+      out[i] = phi[3 + i];
+      double s = 0.0;
+      for (unsigned k = 0; k < kParameters; ++k) s += P[i * kParameters + k] * phi[k];
+      out[3 + i] = s;
+    }
+    out[6] = out[7] = 0.0;
+  }
+}
+
+OdeFunGj8::OdeFunGj8(ForceModel& model) : model_(model), partials_(3, kParameters) {}
+OdeFunGj8::~OdeFunGj8() = default;
+
+void OdeFunGj8::operator()(Vec const& y, Vec& ddy, double t) {
+  if (y.size() != 3) ZARN_THROW(std::invalid_argument("OdeFunGj8: invalid size y"));
+  model_.setAccDerivatives(false);
+  model_.forceModel(t, y, ddy, partials_);
 }
 
 }  // namespace support
