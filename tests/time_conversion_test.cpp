@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -175,6 +176,24 @@ TEST(LeapSeconds, The2016LeapSecondComesOnlyFromTheTable) {
   EXPECT_EQ(zs::leapSeconds(later, false, table), 18);
   EXPECT_EQ(zs::leapSeconds(later + 1.0, false, table), 19);
   EXPECT_EQ(zs::leapSeconds(later + 19.0, true, table), 19);
+
+  // The answer does not depend on the order of the caller's table.
+  table.push_back({static_cast<std::uint64_t>(utcCount(2040, 12, 31, DAY - 1)), 18});
+  std::vector<std::size_t> order{0, 1, 2, 3};
+  std::vector<double> const probes{last,
+                                   last + 18.0,
+                                   later + 18.0,
+                                   later + 19.0,
+                                   utcCount(2041, 1, 1) + 18.0,
+                                   utcCount(2041, 1, 1) + 19.0};
+  std::vector<int> const expected{17, 18, 18, 19, 19, 18};
+  do {
+    std::vector<zs::LeapInfo> shuffled;
+    for (std::size_t i : order) shuffled.push_back(table[i]);
+    for (std::size_t k = 0; k < probes.size(); ++k) {
+      EXPECT_EQ(zs::leapSeconds(probes[k], true, shuffled), expected[k]) << k;
+    }
+  } while (std::next_permutation(order.begin(), order.end()));
 }
 
 #ifdef ZARN_HAVE_ERFA

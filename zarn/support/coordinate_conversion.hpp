@@ -59,7 +59,8 @@ struct EopInfo {
 // with which it was built, and M = icrsToInt0(tRef, ut1MinusUtc, leap), the
 // 3x3 matrix taking ICRS vectors into Int0. Build it with makeInertialFrameInfo;
 // conversions back to ITRS take tRef and ut1MinusUtc from here and the same
-// leap-second count.
+// leap-second count. To first order Int0 -> ITRS at t is
+// W * R3(earthRotationRate * (t - tRef)), the form the force model uses.
 struct InertialFrameInfo {
   double tRef = 0.0;
   double ut1MinusUtc = 0.0;
@@ -123,8 +124,9 @@ constexpr double earthRotationRate = 7.2921158553e-5;
 // et al. 1982) from UT1 = t + ut1MinusUtc - leapSeconds, and the equation of
 // the equinoxes with the complementary terms 0.002649" sin(Omega) +
 // 0.000013" cos(Omega). Precession and nutation are evaluated on the GPS time
-// scale itself (TT - GPS = 51.184 s is not added; the rotation moves by less
-// than 1e-9 rad). ut1MinusUtc in s, leapSeconds = GPS - UTC in s.
+// scale itself (TT - GPS = 51.184 s is not added); with the complementary
+// terms this keeps the matrix within 1e-9 rad of the TT-based chain with the
+// 1994 equation of the equinoxes. ut1MinusUtc in s, leapSeconds = GPS - UTC.
 ZARN_EXPORT Mat icrsToInt0(double t, double ut1MinusUtc, int leapSeconds);
 
 // W = R2(-xp) * R1(-yp): Earth-rotating frame of date to ITRS.
@@ -140,8 +142,10 @@ ZARN_EXPORT InertialFrameInfo makeInertialFrameInfo(double tRef, double ut1Minus
 // Int0 of epoch t0 to ITRS at time t (GPS seconds):
 //   B = icrsToInt0(t) * icrsToInt0(t0)^T   (both with ut1MinusUtc, leapSeconds)
 //   rItrs = W B rInt0,   vItrs = W (B vInt0 - w x (B rInt0)),
-// w = (0, 0, earthRotationRate). Positions m, velocities m/s, all 3 elements;
-// the outputs must have 3 elements.
+// w = (0, 0, earthRotationRate). One leap-second count serves both epochs, so
+// the Earth rotation in B follows t - t0 even across a leap second. The
+// velocity ignores the precession-nutation rate (~1e-12 rad/s). Positions m,
+// velocities m/s; all four vectors have 3 elements.
 ZARN_EXPORT void toEcef(Vec const& rInt0, Vec const& vInt0, double t, double t0, Eop const& eop,
                         double ut1MinusUtc, int leapSeconds, Vec& rItrs, Vec& vItrs);
 

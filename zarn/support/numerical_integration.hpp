@@ -53,7 +53,7 @@ ZARN_EXPORT int rk4(OdeFunction& f, Vec& x, double t0, unsigned int n, double h)
 // t0 + N h: callers choose h to divide t1 - t0. A single step is shortened to
 // t1 - t0 when |t1 - t0| < |h|; later steps are cut to t1 - t once |t1| <= |t|,
 // a test on the times themselves, so backward integration needs t1 < t0 <= 0
-// or a single step. Returns N. Checks nothing.
+// or a single step. Returns N; 0 without a step for h == 0. Logs nothing.
 ZARN_EXPORT int rkn5(OdeFunction2& f, Vec& y, Vec& v, double t0, double t1, double h);
 
 // Eighth-order Gauss-Jackson (second-sum) integrator with summed-Adams

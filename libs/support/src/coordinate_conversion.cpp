@@ -1,11 +1,11 @@
 #include "zarn/support/coordinate_conversion.hpp"
 
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <stdexcept>
 
 #include "tables/nutation_table.hpp"
+#include "zarn/support/time_conversion.hpp"
 
 namespace zarn {
 namespace support {
@@ -30,7 +30,6 @@ constexpr double nutationUnitToRad = 4.84813681109536e-10;  // 0.0001 arcsec
 constexpr double secondsPerDay = 86400.0;
 constexpr double daysPerCentury = 36525.0;
 constexpr double j2000DaysAfterGpsEpoch = 7300.5;  // JD 2451545.0 - JD 2444244.5
-constexpr std::int64_t mjdOfGpsEpoch = 44244;
 constexpr double mjdOfJ2000 = 51544.5;
 
 // IAU 1976 precession angles, arcsec (Lieske et al. 1977, epoch J2000).
@@ -141,13 +140,6 @@ Mat toMat(M3 const& m) {
   return r;
 }
 
-// Modified Julian day and fraction of day of a GPS-scale instant.
-// TODO(frames): use gpsSecsToMJD of time_conversion once it is available.
-void secondsToMjd(double t, std::int64_t& mjd, double& fraction) {
-  mjd = static_cast<std::int64_t>(t) / static_cast<std::int64_t>(secondsPerDay) + mjdOfGpsEpoch;
-  fraction = std::fmod(t, secondsPerDay) / secondsPerDay;
-}
-
 double polynomial(double const (&c)[4], double t) {
   return c[0] + t * (c[1] + t * (c[2] + t * c[3]));
 }
@@ -201,10 +193,9 @@ M3 icrsToEarthRotating(double t, double ut1MinusUtc, int leapSeconds) {
 
   // GMST from UT1: whole day and fraction kept apart for precision.
   double const ut1 = t + ut1MinusUtc - leapSeconds;
-  std::int64_t mjd;
-  double dayFraction;
-  secondsToMjd(ut1, mjd, dayFraction);
-  double const Tu = (static_cast<double>(mjd) - mjdOfJ2000) / daysPerCentury;
+  Mjd const mjd = gpsSecsToMJD(ut1);
+  double const dayFraction = mjd.fraction;
+  double const Tu = (static_cast<double>(mjd.day) - mjdOfJ2000) / daysPerCentury;
   double const Tp = (ut1 / secondsPerDay - j2000DaysAfterGpsEpoch) / daysPerCentury;
   double const gmstSeconds =
       gmst0 + gmst1 * Tu + siderealPerSolar * secondsPerDay * dayFraction + (gmst2 + gmst3 * Tp) * Tp * Tp;

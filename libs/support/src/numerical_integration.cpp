@@ -6,6 +6,7 @@
 
 #include "tables/gauss_jackson_table.hpp"
 #include "zarn/support/log.hpp"
+#include "zarn/support/serialization.hpp"
 
 namespace zarn {
 namespace support {
@@ -14,7 +15,7 @@ namespace {
 
 // Runge-Kutta-Fehlberg 7(8): E. Fehlberg, "Classical Fifth-, Sixth-, Seventh-,
 // and Eighth-Order Runge-Kutta Formulas with Stepsize Control", NASA TR R-287,
-// 1968, Table X (coefficients of the RK7(8) pair, 13 stages).
+// 1968: the coefficients of the RK7(8) pair, 13 stages.
 constexpr int kStages = 13;
 
 // Nodes alpha_k.
@@ -54,6 +55,7 @@ constexpr double kErrorWeight = 41.0 / 840.0;
 constexpr double kTimeTolerance = 1e-8;
 constexpr double kSafety = 0.8;
 constexpr double kOrder = 8.0;
+constexpr double kMaxRkn5Steps = 1e15;  // larger step counts (h == 0 among them) take no step
 
 // Gauss-Jackson start-up and corrector.
 constexpr int kWindow = 9;        // accelerations a_-4 .. a_4
@@ -145,9 +147,7 @@ int rk4(OdeFunction& f, Vec& x, double t0, unsigned int n, double h) {
     logFault("rk4", "Step size is equal to zero.");
     return 0;
   }
-  double const half = h / 2.0;
-  double const sixth = h / 6.0;
-  double const third = h / 3.0;
+  double const half = h / 2.0, sixth = h / 6.0, third = h / 3.0;
   Vec k1, k2, k3, k4;
   double t = t0;
   for (unsigned int i = 0; i < n; ++i) {
@@ -167,6 +167,7 @@ int rk4(OdeFunction& f, Vec& x, double t0, unsigned int n, double h) {
 
 int rkn5(OdeFunction2& f, Vec& y, Vec& v, double t0, double t1, double h) {
   double const delta = t1 - t0;
+  if (!(std::fabs(delta / h) < kMaxRkn5Steps)) return 0;
   long long count = static_cast<long long>(delta / h);
   if (count == 0) count = 1;
   if (t1 < t0) {
@@ -299,16 +300,15 @@ void copyColumn(Mat const& from, std::size_t fromColumn, Mat& to, std::size_t to
 
 // A deserialized state that the integrator can continue from.
 bool Gj8Integrator::Details::consistent() const {
-  Details const& d = *this;
-  if (!std::isfinite(d.t0) || !std::isfinite(d.h)) return false;
-  if (!d.initialized)
-    return d.accelerations.size1() == 0 && d.firstSum.size() == 0 && d.secondSum.size() == 0 &&
-           d.positions.size1() == 0 && d.velocities.size1() == 0;
-  std::size_t const n = d.accelerations.size1();
-  return n > 0 && d.h != 0.0 && d.accelerations.size2() == kWindow && d.firstSum.size() == n &&
-         d.secondSum.size() == n && d.positions.size1() == n && d.positions.size2() == kStoredEpochs &&
-         d.velocities.size1() == n && d.velocities.size2() == kStoredEpochs && allFinite(d.accelerations) &&
-         allFinite(d.firstSum) && allFinite(d.secondSum) && allFinite(d.positions) && allFinite(d.velocities);
+  if (!std::isfinite(t0) || !std::isfinite(h)) return false;
+  if (!initialized)
+    return accelerations.size1() == 0 && firstSum.size() == 0 && secondSum.size() == 0 &&
+           positions.size1() == 0 && velocities.size1() == 0;
+  std::size_t const n = accelerations.size1();
+  return n > 0 && h != 0.0 && accelerations.size2() == kWindow && firstSum.size() == n &&
+         secondSum.size() == n && positions.size1() == n && positions.size2() == kStoredEpochs &&
+         velocities.size1() == n && velocities.size2() == kStoredEpochs && allFinite(accelerations) &&
+         allFinite(firstSum) && allFinite(secondSum) && allFinite(positions) && allFinite(velocities);
 }
 
 Gj8Integrator::Gj8Integrator() : details_(new Details) {}
@@ -352,6 +352,25 @@ void TwoBody::operator()(Vec const& x, Vec& dx, double /*t*/) {
     dx(i) = x(i + 3);
     dx(i + 3) = scale * x(i);
   }
+}
+
+// A vector on the wire: u32 element count, then the doubles.
+bool serializeVec(Vec const& v, BinaryData& out, unsigned int& count) {
+  if (!serialize(static_cast<unsigned int>(v.size()), out, count)) return false;
+  for (std::size_t i = 0; i < v.size(); ++i)
+    if (!serialize(v(i), out, count)) return false;
+  return true;
+}
+
+bool deserializeVec(BinaryData const& in, unsigned int& index, Vec& v) {
+  constexpr std::size_t kDoubleBytes = 12;
+  unsigned int n = 0;
+  if (!deserialize(in, index, n)) return false;
+  if (n > (in.size() - index) / kDoubleBytes) return false;  // a corrupt count must not allocate
+  v.resize(n, false);
+  for (std::size_t i = 0; i < n; ++i)
+    if (!deserialize(in, index, v(i))) return false;
+  return true;
 }
 
 }  // namespace
@@ -548,6 +567,33 @@ bool Gj8Integrator::operator==(Gj8Integrator const& other) const {
   return a.initialized == b.initialized && a.t0 == b.t0 && a.h == b.h && a.totalSteps == b.totalSteps &&
          a.accelerations == b.accelerations && equal(a.firstSum, b.firstSum) &&
          equal(a.secondSum, b.secondSum) && a.positions == b.positions && a.velocities == b.velocities;
+}
+
+bool Gj8Integrator::serialize(BinaryData& out) const {
+  Details const& d = *details_;
+  std::size_t const start = out.size();
+  unsigned int count = 0;
+  bool const ok = support::serialize(d.initialized, out, count) && support::serialize(d.t0, out, count) &&
+                  support::serialize(d.h, out, count) && support::serialize(d.totalSteps, out, count) &&
+                  support::serialize(d.accelerations, out, count) && serializeVec(d.firstSum, out, count) &&
+                  serializeVec(d.secondSum, out, count) && support::serialize(d.positions, out, count) &&
+                  support::serialize(d.velocities, out, count);
+  if (!ok) out.resize(start);
+  return ok;
+}
+
+bool Gj8Integrator::deserialize(BinaryData const& in, unsigned int& position) {
+  Details d;
+  unsigned int index = position;
+  bool const ok = support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.t0) &&
+                  support::deserialize(in, index, d.h) && support::deserialize(in, index, d.totalSteps) &&
+                  support::deserialize(in, index, d.accelerations) && deserializeVec(in, index, d.firstSum) &&
+                  deserializeVec(in, index, d.secondSum) && support::deserialize(in, index, d.positions) &&
+                  support::deserialize(in, index, d.velocities) && d.consistent();
+  if (!ok) return false;
+  std::swap(*details_, d);
+  position = index;
+  return true;
 }
 
 int gj8(OdeFunction2& f, Mat& R, Mat& V, double t0, unsigned int n, double h) {

@@ -1,6 +1,6 @@
 #include "zarn/support/time_conversion.hpp"
 
-#include <algorithm>
+#include <cstddef>
 #include <cmath>
 #include <cstdint>
 
@@ -242,12 +242,24 @@ int leapSeconds(double t, bool gpsTime, std::vector<LeapInfo> const& table) {
   }
   if (table.empty()) return BUILTIN_LEAP_SECOND_COUNT;
 
-  std::vector<LeapInfo> sorted(table);
-  std::stable_sort(sorted.begin(), sorted.end(),
-                   [](LeapInfo const& a, LeapInfo const& b) { return a.time < b.time; });
+  // Walk the entries in (time, position) order, the order of a stable sort,
+  // by selection: tables hold a handful of entries and this path runs per
+  // sample, so no sorted copy is allocated.
   std::uint64_t const lastBuiltin = BUILTIN_LEAPS[BUILTIN_LEAP_SECOND_COUNT - 1];
+  std::size_t const n = table.size();
   int count = BUILTIN_LEAP_SECOND_COUNT;
-  for (LeapInfo const& entry : sorted) {
+  std::size_t previous = n;  // none yet
+  for (std::size_t step = 0; step < n; ++step) {
+    std::size_t next = n;
+    for (std::size_t i = 0; i < n; ++i) {
+      bool const afterPrevious = previous == n || table[i].time > table[previous].time ||
+                                 (table[i].time == table[previous].time && i > previous);
+      bool const beforeNext =
+          next == n || table[i].time < table[next].time || (table[i].time == table[next].time && i < next);
+      if (afterPrevious && beforeNext) next = i;
+    }
+    previous = next;
+    LeapInfo const& entry = table[next];
     if (entry.time <= lastBuiltin) continue;
     double const boundary = static_cast<double>(entry.time) + (gpsTime ? count : 0);
     if (t <= boundary) break;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/log.hpp"
 
 namespace zarn {
@@ -33,21 +34,6 @@ constexpr SisreWeights GPS_SISRE{1.0, 1.0 / 49.0};
 constexpr SisreWeights GLONASS_SISRE{0.98, 1.0 / 45.0};
 constexpr SisreWeights BEIDOU_GEO_IGSO_SISRE{0.99, 1.0 / 128.0};
 constexpr SisreWeights BEIDOU_MEO_SISRE{0.98, 1.0 / 54.0};
-
-// Rows: radial r/|r|, transverse n x r/|r|, normal (r x v)/|r x v|.
-Mat rtnBasis(Vec const& r, Vec const& v) {
-  Vec const radial = r / norm_2(r);
-  Vec const h = cross(r, v);
-  Vec const normal = h / norm_2(h);
-  Vec const transverse = cross(normal, radial);
-  Mat a(3, 3);
-  for (std::size_t j = 0; j < 3; ++j) {
-    a(0, j) = radial(j);
-    a(1, j) = transverse(j);
-    a(2, j) = normal(j);
-  }
-  return a;
-}
 
 }  // namespace
 
@@ -204,7 +190,10 @@ Vec predictionRtn(Vec const& position, Vec const& velocity, Vec const& reference
   if (position.size() != 3) ZARN_THROW(std::invalid_argument("predictionRtn: invalid size position"));
   if (velocity.size() != 3) ZARN_THROW(std::invalid_argument("predictionRtn: invalid size velocity"));
   if (reference.size() != 3) ZARN_THROW(std::invalid_argument("predictionRtn: invalid size reference"));
-  return prod(rtnBasis(position, velocity), Vec(position - reference));
+  Vec difference = position - reference;
+  Mat rotation(3, 3);
+  eciToRtn(position, velocity, difference, rotation);
+  return difference;
 }
 
 }  // namespace support
