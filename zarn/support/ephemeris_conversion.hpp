@@ -139,6 +139,56 @@ ZARN_EXPORT void glonassEphemerisToEcef(core::GlonassEphemeris const& eph, doubl
 ZARN_EXPORT void glonassAlmanacToEcef(core::GlonassAlmanac const& alm, double t, Vec& pos, Vec& vel,
                                       std::vector<LeapInfo> const& leaps);
 
+// ---- Keplerian fit and broadcast encoding (libs/support/src/keplerian_fit.cpp) ----
+//
+// The 15-element kepler vector is elements 1-15 of the ephemeris layout above:
+//   0 sqrtA (m^1/2), 1 e, 2 i0, 3 Omega0, 4 omega, 5 M0 (rad), 6 deltaN,
+//   7 iDot, 8 OmegaDot (rad/s), 9 cuc, 10 cus (rad), 11 crc, 12 crs (m),
+//   13 cic, 14 cis (rad).
+// The 17-element vector appends 15 toe as GPS seconds of week and 16 the full
+// GPS week, both on the GPS scale for BeiDou too (the layout of validation.hpp).
+
+// Fits the broadcast Keplerian model to N Earth-fixed states by Gauss-Newton
+// least squares on the positions. rSat, vSat: 3 x N (m, m/s, one state per
+// column, ITRS); tSat: N continuous GPS seconds, increasing. The reference
+// time is the middle sample (number ceil(N/2), counting from 1) rounded to the
+// nearest 16 s (GPS) or 8 s of BeiDou time (BeiDou); the velocity of that
+// sample only seeds the iteration. BeiDou GEO orbits are fitted with the GEO
+// model of keplerianEphemerisToEcef.
+// kepler (out): the 17-element vector, angles i0, Omega0, omega, M0 in
+// [-pi, pi) and e >= 0; it is written for any N > 0, also on failure. Returns
+// true when the iteration stopped before its limit of 40 with every position
+// residual within 5 m; false otherwise, and without iterating for fewer than
+// 5 samples (kepler then holds the seed elements). A level-4 line under
+// "EphemerisConversion" says why.
+// rSat or vSat not 3 x N, or a GnssType other than GPS and BEIDOU, is fatal.
+ZARN_EXPORT bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const& vSat,
+                                            Vec const& tSat, Vec& kepler);
+
+// Residual of the fit: the model positions of the 15-element kepler vector
+// with reference time toe, minus the given positions. times: N seconds and toe
+// on the constellation's own scale (GPS seconds for GPS, BeiDou seconds for
+// BeiDou); states: 3 x N Earth-fixed positions (m), one per column.
+// residual (out, resized to 3N): element 3k + j is axis j of sample k (m).
+// Returns 0, or
+//   1  kepler has not 15 elements,
+//   2  states is not 3 x N,
+//   3  gnss is neither GPS nor BEIDOU,
+//   4  the elements are not an ellipse (sqrtA <= 0, |e| >= 1, or not finite):
+//      every residual is NaN,
+//   5  a residual is not finite.
+// Every failure logs the inputs at level 4 under "EphemerisConversion".
+ZARN_EXPORT int optfun(core::GnssType gnss, Vec const& kepler, Vec const& times, Mat const& states,
+                       double toe, Vec& residual);
+
+// Encodes the 17-element vector with the broadcast LSBs (rounded half away
+// from zero) into the orbit fields and toe of the record; every other field is
+// left as it was. The BeiDou toe is taken to BeiDou time. Returns the verdict
+// of validGpsEphemeris / validBeidouEphemeris on the same vector: the record
+// is filled even when it is false. Any other size than 17 is fatal.
+ZARN_EXPORT bool keplerianToGpsEphemeris(Vec const& kepler, core::GpsEphemeris& eph);
+ZARN_EXPORT bool keplerianToBeidouEphemeris(Vec const& kepler, core::BeidouEphemeris& eph);
+
 }  // namespace support
 }  // namespace zarn
 

@@ -1,0 +1,284 @@
+#include "zarn/support/prediction.hpp"
+
+#include <cmath>
+#include <stdexcept>
+
+#include "zarn/support/assistance_data.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
+#include "zarn/support/log.hpp"
+#include "zarn/support/numerical_integration.hpp"
+#include "zarn/support/time_conversion.hpp"
+
+namespace zarn {
+namespace support {
+namespace {
+
+namespace ublas = boost::numeric::ublas;
+
+char const tag[] = "Prediction";
+
+constexpr unsigned stateSize = 8;  // position, velocity, xp, yp
+constexpr unsigned variationalSize = stateSize + stateSize * stateSize;
+
+// Filter constants: variances in m^2, (m/s)^2 and rad^2.
+constexpr double positionVariance = 4.0;
+constexpr double velocityVariance = 1e-6;
+constexpr double poleVariance = 1e-10;
+constexpr double poleProcessNoise = 1e-14;
+// GEO and IGSO: 2 m radial, 50 m along- and cross-track before the first
+// epoch, 1 m and 5 m per measurement; the pole nearly frozen.
+constexpr double geoVelocityVariance = 1e-4;
+constexpr double geoPoleVariance = 1e-40;
+constexpr double geoPositionRtn[3] = {4.0, 2500.0, 2500.0};
+constexpr double geoMeasurementRtn[3] = {1.0, 25.0, 25.0};
+constexpr double rkf78Tolerance = 1e-7;
+
+bool shapedAlongTrack(BeidouSvType svType) {
+  return svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO;
+}
+
+Vec head3(Vec const& x, unsigned first) {
+  Vec v(3);
+  for (unsigned k = 0; k < 3; ++k) v(k) = x(first + k);
+  return v;
+}
+
+// A^T diag(d) A for the inertial-to-RTN rotation of (r, v).
+Mat rtnCovariance(Vec const& r, Vec const& v, double const (&d)[3]) {
+  Vec y(3, 0.0);
+  Mat a(3, 3);
+  eciToRtn(r, v, y, a);
+  Mat da(a);
+  for (unsigned i = 0; i < 3; ++i) ublas::row(da, i) *= d[i];
+  return prod(trans(a), da);
+}
+
+// Centre of mass to antenna phase centre in the nominal yaw-steering frame:
+// z to the geocentre, y along z x (Sun direction), x completing the triad.
+// Stands in for the library's addApcOffset until that lands.
+Vec antennaPhaseCentre(Vec const& pos, AntennaPhase const& offset, double t, int leap) {
+  Vec moon(3), sun(3);
+  ForceModel::sunMoonCoord(t, moon, sun);
+  Vec const sunOfDate = prod(icrsToInt0(t, 0.0, leap), sun);
+  Vec es = sunOfDate - pos;
+  es /= norm_2(es);
+  Vec const ez = -pos / norm_2(pos);
+  Vec ey = cross(ez, es);
+  ey /= norm_2(ey);
+  Vec ex = cross(ey, ez);
+  ex /= norm_2(ex);
+  return pos + offset[0] * ex + offset[1] * ey + offset[2] * ez;
+}
+
+// B A B^T into out.
+void congruence(Mat const& b, Mat const& a, Mat& out) {
+  Mat const ab = prod(b, a);
+  noalias(out) = prod(ab, trans(b));
+}
+
+// The integrator keeps only its newest epochs, so when windows overlap the
+// first `missing` columns were stepped through by an earlier call: they are
+// integrated again, backwards from the first new column.
+void fillEarlierColumns(OdeFunGj8& ode, Vec const& epochs, double h, unsigned missing, Mat& pm, Mat& vm) {
+  Gj8Integrator back;
+  Vec const r = ublas::column(pm, missing), v = ublas::column(vm, missing);
+  back.gj8Init(ode, r, v, epochs(missing), -h);
+  Mat pb(3, missing, 0.0), vb(3, missing, 0.0);
+  back.gj8Propagate(ode, pb, vb, missing);
+  // Column j of the backward run is epoch missing - 1 - j.
+  for (unsigned j = 0; j < missing; ++j) {
+    ublas::column(pm, missing - 1 - j) = ublas::column(pb, j);
+    ublas::column(vm, missing - 1 - j) = ublas::column(vb, j);
+  }
+}
+
+}  // namespace
+
+InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions, Mat const& velocities,
+                                          Eop const& eop, ForceModel& forceModel, bool backwards,
+                                          BeidouSvType svType) {
+  std::size_t const n = times.size();
+  if (n < 2) ZARN_THROW(std::invalid_argument("estimateInitialState: invalid size times"));
+  if (positions.size1() != n || positions.size2() != 3) {
+    ZARN_THROW(std::invalid_argument("estimateInitialState: invalid size positions"));
+  }
+  if (velocities.size1() < 1 || velocities.size2() != 3) {
+    ZARN_THROW(std::invalid_argument("estimateInitialState: invalid size velocities"));
+  }
+  double const h = times(1) - times(0);
+  std::size_t const m = n / 2;
+  int const ls = leapSeconds(times(m), true, forceModel.getLeapInfo());
+  InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
+  Mat const& nMatrix = frame.matrix;
+  bool const shaped = shapedAlongTrack(svType);
+
+  // First sample into Int0 of its own epoch, then into the force model's Int0.
+  Vec const r0Itrs = ublas::row(positions, 0), v0Itrs = ublas::row(velocities, 0);
+  Vec r0(3), v0(3);
+  Mat j(stateSize, stateSize);
+  toInt0(r0Itrs, v0Itrs, eop, r0, v0, j);
+  Mat const c = prod(nMatrix, trans(icrsToInt0(times(0), frame.ut1MinusUtc, ls)));
+  Mat cBlock = ublas::identity_matrix<double>(stateSize);
+  ublas::subrange(cBlock, 0, 3, 0, 3) = c;
+  ublas::subrange(cBlock, 3, 6, 3, 6) = c;
+  j = Mat(prod(cBlock, j));
+
+  Vec x(stateSize);
+  ublas::subrange(x, 0, 3) = prod(c, r0);
+  ublas::subrange(x, 3, 6) = prod(c, v0);
+  x(6) = eop.xp;
+  x(7) = eop.yp;
+
+  Mat p = ublas::zero_matrix<double>(stateSize, stateSize);
+  Mat q = ublas::zero_matrix<double>(stateSize, stateSize);
+  for (unsigned k = 0; k < 3; ++k) {
+    p(k, k) = shaped ? 0.0 : positionVariance;
+    p(k + 3, k + 3) = shaped ? geoVelocityVariance : velocityVariance;
+  }
+  p(6, 6) = p(7, 7) = shaped ? geoPoleVariance : poleVariance;
+  if (!shaped) q(6, 6) = q(7, 7) = poleProcessNoise;
+  {
+    Mat mapped(stateSize, stateSize);
+    congruence(j, p, mapped);
+    p = mapped;
+  }
+  if (shaped) {
+    ublas::subrange(p, 0, 3, 0, 3) = rtnCovariance(head3(x, 0), head3(x, 3), geoPositionRtn);
+  }
+  Mat r = ublas::identity_matrix<double>(3);
+
+  Vec y(variationalSize);
+  Vec xMinus(stateSize), innovation(3), u(3), z(3);
+  Mat phi(stateSize, stateSize), pMinus(stateSize, stateSize), hm(3, stateSize), k(stateSize, 3);
+  Mat dWdxp(3, 3), dWdyp(3, 3), lm(stateSize, stateSize);
+  Mat const identity8 = ublas::identity_matrix<double>(stateSize);
+  OdeFunRkf78 variational(forceModel);
+
+  for (std::size_t e = 1; e < n; ++e) {
+    Eop const pole{x(6), x(7)};
+    EopInfo const eopInfo = makeEopInfo(pole);
+    forceModel.setEopInfo(eopInfo);
+
+    // State and identity transition matrix, the latter column by column.
+    y.clear();
+    for (unsigned i = 0; i < stateSize; ++i) {
+      y(i) = x(i);
+      y(stateSize + i + stateSize * i) = 1.0;
+    }
+    rkf78(variational, y, times(e - 1), times(e), h, rkf78Tolerance);
+    for (unsigned i = 0; i < stateSize; ++i) {
+      xMinus(i) = y(i);
+      for (unsigned col = 0; col < stateSize; ++col) phi(i, col) = y(stateSize + i + stateSize * col);
+    }
+
+    for (unsigned i = 0; i < stateSize; ++i) {
+      for (unsigned col = i + 1; col < stateSize; ++col)
+        p(i, col) = p(col, i) = (p(i, col) + p(col, i)) / 2.0;
+    }
+    congruence(phi, p, pMinus);
+    pMinus += q;
+
+    // Measurement: ITRS position = W B r, B = M_k N^T.
+    Mat const b = prod(icrsToInt0(times(e), frame.ut1MinusUtc, ls), trans(nMatrix));
+    Mat const t = prod(eopInfo.matrix, b);
+    Vec const rMinus = head3(xMinus, 0);
+    noalias(u) = prod(b, rMinus);
+    polarMotionPartials(pole, dWdxp, dWdyp);
+    hm.clear();
+    ublas::subrange(hm, 0, 3, 0, 3) = t;
+    ublas::column(hm, 6) = prod(dWdxp, u);
+    ublas::column(hm, 7) = prod(dWdyp, u);
+    if (shaped) r = rtnCovariance(rMinus, head3(xMinus, 3), geoMeasurementRtn);
+
+    Mat const pht = prod(pMinus, trans(hm));
+    Mat s = prod(hm, pht);
+    s += r;
+    noalias(k) = prod(pht, inverse(s));
+    noalias(z) = ublas::row(positions, e);
+    noalias(innovation) = z - prod(t, rMinus);
+    noalias(x) = xMinus + prod(k, innovation);
+
+    // Joseph form keeps P symmetric and positive.
+    noalias(lm) = identity8 - prod(k, hm);
+    congruence(lm, pMinus, p);
+    Mat const kr = prod(k, r);
+    p += prod(kr, trans(k));
+  }
+
+  InitialStateEstimate result{x, p, times(n - 1)};
+  // The propagation and the conversions after it use the final pole.
+  forceModel.setEopInfo(makeEopInfo(Eop{x(6), x(7)}));
+
+  Gj8Integrator& integrator = forceModel.getGj8Integrator();
+  OdeFunGj8 ode(forceModel);
+  Vec const rEnd = head3(x, 0), vEnd = head3(x, 3);
+  if (!backwards) {
+    integrator.gj8Init(ode, rEnd, vEnd, times(n - 1), h);
+  } else {
+    integrator.gj8Init(ode, rEnd, vEnd, times(n - 1), -h);
+    Mat rBack(3, 1, 0.0), vBack(3, 1, 0.0);
+    if (integrator.gj8Propagate(ode, rBack, vBack, static_cast<unsigned>(m)) == 0) {
+      log::printFormatted(
+          log::ERROR, tag,
+          "estimateInitialState: integrator made 0 backwards steps, initialization has failed, "
+          "target backwards time %f",
+          times(m));
+      integrator.gj8Init(ode, rEnd, vEnd, times(n - 1), h);
+    } else {
+      Vec const rm = ublas::column(rBack, 0), vm = ublas::column(vBack, 0);
+      integrator.gj8Init(ode, rm, vm, times(m), h);
+    }
+  }
+  return result;
+}
+
+int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int n, Vec const& /*position*/,
+                       Vec const& /*velocity*/, ForceModel& forceModel, Vec& keplerOut, Vec& positionOut,
+                       Vec& velocityOut, double& epochOut) {
+  if (n < 1) ZARN_THROW(std::invalid_argument("propagateSatellite: invalid number of epochs"));
+  if (!(h > 0.0)) ZARN_THROW(std::invalid_argument("propagateSatellite: invalid step"));
+
+  // Keep the whole span after t0.
+  double const half = h * n * 0.5;
+  double const d = (t1 - t0) - h;
+  if (d < half) t1 += half - d;
+  long const steps = static_cast<long>(static_cast<unsigned>((t1 - t0) / h));
+
+  Mat pm(3, n, 0.0), vm(3, n, 0.0);
+  Vec epochs(n);
+  epochs(0) = t1 - (n / 2) * h;
+  for (int i = 1; i < n; ++i) epochs(i) = epochs(i - 1) + h;
+
+  Gj8Integrator& integrator = forceModel.getGj8Integrator();
+  long const extra = integrator.getTotalSteps() == 0 ? n / 2 - 1 : -1;
+  long const count = steps + extra;
+  if (count <= 0) return 0;
+  OdeFunGj8 ode(forceModel);
+  unsigned const made = integrator.gj8Propagate(ode, pm, vm, static_cast<unsigned>(count));
+  if (made == 0) return 0;
+  if (made < static_cast<unsigned>(n)) fillEarlierColumns(ode, epochs, h, n - made, pm, vm);
+
+  int const mid = (n + 1) / 2 - 1;
+  positionOut = ublas::column(pm, mid);
+  velocityOut = ublas::column(vm, mid);
+  epochOut = epochs(mid);
+  if (n == 1) return static_cast<int>(made);
+
+  int const ls = leapSeconds(epochs(mid), true, forceModel.getLeapInfo());
+  InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
+  Eop const pole = forceModel.getEopInfo().eop;
+  AntennaPhase const antenna = forceModel.getAssistanceData().antPhase;
+  Vec r(3), v(3), rItrs(3), vItrs(3);
+  for (int i = 0; i < n; ++i) {
+    noalias(r) = ublas::column(pm, i);
+    noalias(v) = ublas::column(vm, i);
+    toEcef(r, v, epochs(i), frame.tRef, pole, frame.ut1MinusUtc, ls, rItrs, vItrs);
+    ublas::column(pm, i) = antennaPhaseCentre(rItrs, antenna, epochs(i), ls);
+    ublas::column(vm, i) = vItrs;
+  }
+  if (!satelliteStatesToKeplerian(gnss, pm, vm, epochs, keplerOut)) return -1;
+  return static_cast<int>(made);
+}
+
+}  // namespace support
+}  // namespace zarn

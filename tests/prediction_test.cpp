@@ -1,0 +1,361 @@
+// Initial state estimation and orbit propagation for GPS and BeiDou.
+#include "zarn/support/prediction.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+#include "support/test_support.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
+#include "zarn/support/numerical_integration.hpp"
+#include "zarn/support/time_conversion.hpp"
+
+namespace zc = zarn::core;
+namespace zs = zarn::support;
+using zs::Mat;
+using zs::Vec;
+
+namespace {
+
+namespace ublas = boost::numeric::ublas;
+
+// First-order form of the force model for an independent reference
+// integration with tight error control.
+class Motion : public zs::OdeFunction {
+ public:
+  explicit Motion(zs::ForceModel& model) : model_(model), r_(3), a_(3), partials_(3, 8) {}
+  void operator()(Vec const& x, Vec& dx, double t) override {
+    dx.resize(6, false);
+    for (unsigned k = 0; k < 3; ++k) r_(k) = x(k);
+    model_.setAccDerivatives(false);
+    model_.forceModel(t, r_, a_, partials_);
+    for (unsigned k = 0; k < 3; ++k) {
+      dx(k) = x(k + 3);
+      dx(k + 3) = a_(k);
+    }
+  }
+
+ private:
+  zs::ForceModel& model_;
+  Vec r_, a_;
+  Mat partials_;
+};
+
+// G02 of brdc2510.16n (toe 2016-09-07 00:00 GPST) gives the starting state.
+zc::GpsEphemeris gpsPrn2() {
+  zc::GpsEphemeris e;
+  e.toe = zc::Toc{1, 1913 - 1024, 259200};
+  e.sqrtA = 2701983690u;
+  e.e = 136738682u;
+  e.i0 = 645220091;
+  e.omega0 = 1501809608;
+  e.omega = -1427454651;
+  e.m0 = -136637477;
+  e.deltaN = 14963;
+  e.iDot = 688;
+  e.omegaDot = -24532;
+  e.cuc = -16;
+  e.cus = 2998;
+  e.crc = 8618;
+  e.crs = -60;
+  e.cic = -34;
+  e.cis = 129;
+  return e;
+}
+
+// BRDC00WRD_U_20161580000_01D_MN.rnx C02 (GEO), toe 2016-06-06 21:00 BDT.
+zc::BeidouEphemeris beidouC02() {
+  zc::BeidouEphemeris e;
+  e.toe = zc::Toc{0, 544, 162000};
+  e.sqrtA = 3404434446u;
+  e.e = 2242588u;
+  e.i0 = 67480784;
+  e.omega0 = 1710235433;
+  e.omega = 201772430;
+  e.m0 = -1471520126;
+  e.deltaN = -11748;
+  e.iDot = 1172;
+  e.omegaDot = 14510;
+  e.cuc = -48570;
+  e.cus = -21702;
+  e.crc = 19457;
+  e.crs = -43872;
+  e.cic = -76;
+  e.cis = 120;
+  return e;
+}
+
+double const gpsStart = 1913 * 604800.0 + 259200.0 - 7200.0;
+double const step = 300.0;  // s
+
+// A satellite whose true orbit is the force model's: reference states by
+// rkf78 with tight error control in Int0 of tStart, Earth-fixed samples
+// through toEcef with the true pole.
+struct Scenario {
+  zs::ForceModel model;
+  zs::Eop pole{1.2e-6, 2.1e-6};  // rad, about 0.25" and 0.43"
+  double tStart;
+  int leap;
+  Vec x0;  // Int0 state at tStart
+  double tCursor;
+  Vec xCursor;
+
+  // Starts from the broadcast orbit of G02 (beidou false) or C02 at t.
+  Scenario(double t, bool beidou) : tStart(t), leap(zs::leapSeconds(t, true, {})), x0(6), tCursor(t) {
+    model.setNumberOfGeopotentialCoefficients(8);
+    model.setInertialFrameInfo(zs::makeInertialFrameInfo(tStart, 0.0, leap));
+    model.setEopInfo(zs::makeEopInfo(pole));
+    zs::AssistanceData data = zs::makeZeroAssistanceData();
+    data.srp[0] = 1.0;
+    data.antPhase[0] = 0.3;
+    data.antPhase[2] = 1.1;
+    model.setAssistanceData(data);
+    Vec r(3), v(3), ri(3), vi(3);
+    if (beidou) {
+      zs::beidouEphemerisToEcef(beidouC02(), tStart, r, v);
+      // The GEO model's velocity is not Earth-fixed: difference the positions.
+      Vec rp(3), rm(3), w(3);
+      zs::beidouEphemerisToEcef(beidouC02(), tStart + 1.0, rp, w);
+      zs::beidouEphemerisToEcef(beidouC02(), tStart - 1.0, rm, w);
+      v = (rp - rm) / 2.0;
+    } else {
+      zs::gpsEphemerisToEcef(gpsPrn2(), tStart, r, v);
+    }
+    Mat j(8, 8);
+    zs::toInt0(r, v, pole, ri, vi, j);
+    ublas::subrange(x0, 0, 3) = ri;
+    ublas::subrange(x0, 3, 6) = vi;
+    xCursor = x0;
+  }
+
+  // Int0 state (6) at t; calls go forward in time or restart from tStart.
+  Vec truth(double t) {
+    if (t < tCursor) {
+      tCursor = tStart;
+      xCursor = x0;
+    }
+    zs::EopInfo const saved = model.getEopInfo();
+    model.setEopInfo(zs::makeEopInfo(pole));
+    Motion f(model);
+    zs::rkf78(f, xCursor, tCursor, t, 60.0, 1e-13);
+    model.setEopInfo(saved);
+    tCursor = t;
+    return xCursor;
+  }
+
+  Vec truthItrs(double t) {
+    Vec const x = truth(t);
+    Vec const ri = ublas::subrange(x, 0, 3), vi = ublas::subrange(x, 3, 6);
+    Vec r(3), v(3);
+    zs::toEcef(ri, vi, t, tStart, pole, 0.0, leap, r, v);
+    return r;
+  }
+
+  // n Earth-fixed samples from tStart at the step: times, positions (n x 3),
+  // velocities (n x 3).
+  void samples(unsigned n, Vec& times, Mat& positions, Mat& velocities) {
+    times.resize(n);
+    positions.resize(n, 3);
+    velocities.resize(n, 3);
+    for (unsigned k = 0; k < n; ++k) {
+      times(k) = tStart + k * step;
+      Vec const x = truth(times(k));
+      Vec const ri = ublas::subrange(x, 0, 3), vi = ublas::subrange(x, 3, 6);
+      Vec r(3), v(3);
+      zs::toEcef(ri, vi, times(k), tStart, pole, 0.0, leap, r, v);
+      ublas::row(positions, k) = r;
+      ublas::row(velocities, k) = v;
+    }
+  }
+
+  zs::InitialStateEstimate estimate(unsigned n, zs::Eop const& apriori, bool backwards,
+                                    zs::BeidouSvType type = zs::UNDEFINED_SAT_TYPE) {
+    Vec times;
+    Mat positions, velocities;
+    samples(n, times, positions, velocities);
+    return zs::estimateInitialState(times, positions, velocities, apriori, model, backwards, type);
+  }
+
+  // Distance (m) of an Int0 position from the truth at t.
+  double error(Vec const& r, double t) { return norm_2(r - ublas::subrange(truth(t), 0, 3)); }
+};
+
+double positionError(zs::InitialStateEstimate const& est, Scenario& s) {
+  return s.error(ublas::subrange(est.state, 0, 3), est.epoch);
+}
+
+struct Window {
+  int made;
+  Vec kepler, r, v;
+  double epoch;
+};
+
+Window propagate(Scenario& s, double t0, double t1, int n, zc::GnssType gnss = zc::GPS) {
+  Window w{0, Vec(), Vec(3, 0.0), Vec(3, 0.0), 0.0};
+  w.made = zs::propagateSatellite(gnss, t0, t1, step, n, w.r, w.v, s.model, w.kepler, w.r, w.v, w.epoch);
+  return w;
+}
+
+}  // namespace
+
+// Noise-free samples of a force-model orbit: the filter ends on that orbit and
+// finds the pole the samples were made with, in the sense toEcef uses.
+TEST(EstimateInitialState, ReproducesPropagatedOrbitAndPole) {
+  unsigned const n = 73;  // six hours
+  Scenario s(gpsStart, false);
+  zs::InitialStateEstimate est = s.estimate(n, s.pole, false);
+  EXPECT_EQ(est.epoch, s.tStart + (n - 1) * step);
+  ASSERT_EQ(est.state.size(), 8u);
+  ASSERT_EQ(est.covariance.size1(), 8u);
+  EXPECT_LT(positionError(est, s), 0.01);
+  EXPECT_NEAR(est.state(6), s.pole.xp, 1e-9);
+  EXPECT_NEAR(est.state(7), s.pole.yp, 1e-9);
+  // The force model keeps the estimated pole.
+  EXPECT_EQ(s.model.getEopInfo().eop.xp, est.state(6));
+
+  // From a zero a-priori pole the estimate moves to the true one.
+  est = s.estimate(n, zs::Eop{0.0, 0.0}, false);
+  EXPECT_LT(positionError(est, s), 0.5);
+  EXPECT_NEAR(est.state(6), s.pole.xp, 0.05e-6);
+  EXPECT_NEAR(est.state(7), s.pole.yp, 0.05e-6);
+  for (unsigned k = 0; k < 8; ++k) {
+    EXPECT_GT(est.covariance(k, k), 0.0) << k;
+    double const c = est.covariance(k, (k + 3) % 8);
+    EXPECT_NEAR(c, est.covariance((k + 3) % 8, k), 1e-12 * std::fabs(c)) << k;
+  }
+}
+
+// Backwards with odd n leaves the integrator at the middle sample: a fresh
+// propagation from there lands on the orbit.
+TEST(EstimateInitialState, BackwardsStartsTheIntegratorAtTheMiddle) {
+  unsigned const n = 25;
+  Scenario s(gpsStart, false);
+  zs::InitialStateEstimate const est = s.estimate(n, s.pole, true);
+  EXPECT_EQ(est.epoch, s.tStart + (n - 1) * step);  // the state stays that of the last sample
+  EXPECT_EQ(s.model.getGj8Integrator().getTotalSteps(), 0u);
+  double const middle = s.tStart + (n / 2) * step;
+  Window const w = propagate(s, middle, middle + 7200.0, 24);
+  ASSERT_GT(w.made, 0);
+  EXPECT_EQ(w.epoch, middle + 7200.0 - step);
+  EXPECT_LT(s.error(w.r, w.epoch), 0.01);
+}
+
+// GEO and IGSO keep the a-priori pole: its variance is 1e-40 and no noise is added.
+TEST(EstimateInitialState, GeostationaryPoleStaysFixed) {
+  Scenario s(zs::beidouSecsToGpsSecs(zs::beidouToSecs(zc::Toc{0, 544, 162000})) - 7200.0, true);
+  zs::Eop const apriori{0.0, 0.0};
+  zs::InitialStateEstimate const est = s.estimate(49, apriori, false, zs::GEO);
+  EXPECT_LT(std::fabs(est.state(6)), 1e-12);
+  EXPECT_LT(std::fabs(est.state(7)), 1e-12);
+  EXPECT_LT(est.covariance(6, 6), 1e-30);
+  // The pole error of 2.4e-6 rad stays in the orbit: up to 100 m at 42000 km.
+  EXPECT_LT(positionError(est, s), 150.0);
+  zs::InitialStateEstimate const exact = s.estimate(49, s.pole, false, zs::IGSO);
+  EXPECT_LT(positionError(exact, s), 0.05);
+}
+
+// Windows of even and odd length every two hours, overlapping by half: every
+// middle state lies on the orbit and every fit follows the Earth-fixed orbit
+// to within the misfit of the broadcast model over four hours. The antenna
+// offset (0.3 m along x of the body frame, 1.1 m towards the geocentre)
+// moves the fitted orbit by that much.
+TEST(PropagateSatellite, ReproducesOrbitWindowByWindow) {
+  for (int n : {48, 47}) {
+    Scenario com(gpsStart, false), apc(gpsStart, false);
+    zs::AssistanceData data = com.model.getAssistanceData();
+    data.antPhase = zs::AntennaPhase{{0.0, 0.0, 0.0}};
+    com.model.setAssistanceData(data);
+    data.antPhase = zs::AntennaPhase{{0.3, 0.0, 1.1}};
+    apc.model.setAssistanceData(data);
+    double const epoch = com.estimate(49, com.pole, false).epoch;
+    apc.estimate(49, apc.pole, false);
+    double t0 = n % 2 == 0 ? epoch : epoch - step;
+    double t1 = epoch + 4 * 3600.0;
+    for (int k = 0; k < 6; ++k, t1 += 7200.0) {
+      Window const a = propagate(com, t0, t1, n), b = propagate(apc, t0, t1, n);
+      ASSERT_GT(a.made, 0) << n << " " << k;
+      ASSERT_GT(b.made, 0) << n << " " << k;
+      EXPECT_EQ(a.made, b.made);
+      EXPECT_EQ(a.epoch, n % 2 == 0 ? t1 - step : t1) << n << " " << k;
+      EXPECT_LT(com.error(a.r, a.epoch), 0.01) << n << " " << k;
+      zc::GpsEphemeris ea, eb;
+      EXPECT_TRUE(zs::keplerianToGpsEphemeris(a.kepler, ea));
+      EXPECT_TRUE(zs::keplerianToGpsEphemeris(b.kepler, eb));
+      for (int i = 0; i < n; i += 3) {
+        double const t = t1 - (n / 2) * step + i * step;
+        Vec ra(3), rb(3), v(3);
+        zs::gpsEphemerisToEcef(ea, t, ra, v);
+        zs::gpsEphemerisToEcef(eb, t, rb, v);
+        EXPECT_LT(norm_2(ra - com.truthItrs(t)), 1.5) << n << " " << k << " " << i;
+        EXPECT_NEAR(norm_2(rb - ra), 1.14, 0.05) << n << " " << k << " " << i;
+        EXPECT_NEAR(norm_2(rb) - norm_2(ra), -1.1, 0.05) << n << " " << k << " " << i;
+      }
+      t0 = t1 - step;
+    }
+  }
+}
+
+// Step counts, span push and the middle column, read from the results.
+TEST(PropagateSatellite, StepCountsAndMiddleEpoch) {
+  Scenario s(gpsStart, false);
+  double const tInit = s.estimate(25, s.pole, false).epoch;
+
+  // Fresh: 12 nominal steps and floor(6/2) - 1 more; even n ends one step before t1.
+  Window w = propagate(s, tInit, tInit + 3600.0, 6);
+  EXPECT_EQ(w.made, 14);
+  EXPECT_EQ(w.epoch, tInit + 3600.0 - step);
+  EXPECT_EQ(w.kepler.size(), 17u);
+
+  // Stepped: one step less than nominal. t1 - t0 - h = 300 s is short of half
+  // the span (750 s), so t1 moves 450 s later: 3 nominal steps; odd n ends on t1.
+  double const t0 = w.epoch;
+  w = propagate(s, t0, t0 + 600.0, 5);
+  EXPECT_EQ(w.made, 2);
+  EXPECT_EQ(w.epoch, t0 + 1050.0);
+
+  // n = 1: no fit; keplerOut stays as it was.
+  double const t2 = w.epoch;
+  Window one{0, Vec(2, 7.0), Vec(3, 0.0), Vec(3, 0.0), 0.0};
+  one.made = zs::propagateSatellite(zc::GPS, t2, t2 + 3600.0, step, 1, one.r, one.v, s.model, one.kepler,
+                                    one.r, one.v, one.epoch);
+  EXPECT_EQ(one.made, 11);
+  EXPECT_EQ(one.epoch, t2 + 3600.0);
+  EXPECT_EQ(one.kepler.size(), 2u);
+  EXPECT_GT(norm_2(one.r), 2.0e7);
+
+  // A single column one step ahead needs no step: nothing is touched.
+  Window none{0, Vec(2, 7.0), Vec(3, 0.0), Vec(3, 0.0), -1.0};
+  none.made = zs::propagateSatellite(zc::GPS, one.epoch, one.epoch + step, step, 1, none.r, none.v, s.model,
+                                     none.kepler, none.r, none.v, none.epoch);
+  EXPECT_EQ(none.made, 0);
+  EXPECT_EQ(none.epoch, -1.0);
+  EXPECT_EQ(norm_2(none.r), 0.0);
+}
+
+TEST(PredictionDeathTest, Preconditions) {
+  char const source[] = "libs/support/src/prediction";
+  zs::ForceModel model;
+  Vec const one(1, 0.0), two(2, 0.0);
+  Mat const rows2(2, 3), rows1(1, 3), cols2(2, 2);
+  zs::Eop const eop;
+  EXPECT_DEATH(zs::estimateInitialState(one, rows1, rows1, eop, model, false, zs::MEO),
+               zarn::test::fatalPattern("std::invalid_argument(\"estimateInitialState: invalid size times\")",
+                                        source));
+  EXPECT_DEATH(zs::estimateInitialState(two, rows1, rows1, eop, model, false, zs::MEO),
+               zarn::test::fatalPattern(
+                   "std::invalid_argument(\"estimateInitialState: invalid size positions\")", source));
+  EXPECT_DEATH(zs::estimateInitialState(two, rows2, cols2, eop, model, false, zs::MEO),
+               zarn::test::fatalPattern(
+                   "std::invalid_argument(\"estimateInitialState: invalid size velocities\")", source));
+  Vec r(3), v(3), kepler;
+  double epoch = 0.0;
+  EXPECT_DEATH(zs::propagateSatellite(zc::GPS, 0.0, 3600.0, step, 0, r, v, model, kepler, r, v, epoch),
+               zarn::test::fatalPattern(
+                   "std::invalid_argument(\"propagateSatellite: invalid number of epochs\")", source));
+  EXPECT_DEATH(
+      zs::propagateSatellite(zc::GPS, 0.0, 3600.0, 0.0, 5, r, v, model, kepler, r, v, epoch),
+      zarn::test::fatalPattern("std::invalid_argument(\"propagateSatellite: invalid step\")", source));
+}
