@@ -1,0 +1,215 @@
+// The host prediction pipeline: one GPS satellite split by stage (estimation,
+// seven days of propagation, fit and encoding of the 84 two-hourly windows),
+// the same satellite end to end, and the whole GPS constellation of a day of
+// broadcast ephemerides predicted seven days ahead on one thread.
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zarn/host/ephemeris.hpp"
+#include "zarn/host/pipeline.hpp"
+#include "zarn/host/rinex_nav.hpp"
+#include "zarn/host/screening.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
+#include "zarn/support/force_model.hpp"
+#include "zarn/support/prediction.hpp"
+
+namespace zh = zarn::host;
+namespace zs = zarn::support;
+
+namespace {
+
+constexpr char const* kNavFile = "/data/2016-251_252_smartloc/brdc2510.16n";
+constexpr int kSatellite = 12;
+constexpr double kDays = 7.0;
+
+struct Data {
+  bool ok = false;
+  std::map<zh::SatelliteId, std::vector<zh::Ephemeris>> records;
+  zh::PipelineOptions options;
+};
+
+Data const& data() {
+  static Data const d = [] {
+    Data d;
+    try {
+      d.records = zh::collectEphemerides({zh::readRinexNav(std::string(ZARN_SHARED_DIR) + kNavFile)});
+      zh::parseGpsTime("2016-09-08T00:00:00", d.options.fitEnd);
+      d.options.days = kDays;
+      d.ok = true;
+    } catch (std::exception const&) {
+    }
+    return d;
+  }();
+  return d;
+}
+
+// The stages of one satellite as the pipeline runs them, on the pipeline's grid.
+class Stages {
+ public:
+  explicit Stages(zh::PipelineOptions const& o) : o_(o) {
+    std::vector<zh::Ephemeris> const& all = data().records.at({'G', kSatellite});
+    kept_ = zh::screenEphemerides(all, zh::screeningOptionsFor('G')).kept;
+    apc_ = zh::satelliteAssistance({'G', kSatellite}, zs::UNDEFINED_SAT_TYPE, o.fitEnd);
+    std::size_t const n = static_cast<std::size_t>(o.fitSpan / o.sampleStep) + 1;
+    times_.resize(n);
+    positions_.resize(n, 3);
+    velocities_ = zs::Mat(n, 3, 0.0);
+    zs::Vec p(3), v(3);
+    for (std::size_t k = 0; k < n; ++k) {
+      double const t = o.fitEnd - static_cast<double>(n - 1 - k) * o.sampleStep;
+      zh::Ephemeris const* best = &kept_.front();
+      for (zh::Ephemeris const& e : kept_) {
+        if (std::fabs(e.toe - t) < std::fabs(best->toe - t)) best = &e;
+      }
+      zh::ephemerisState(*best, t, p, v);
+      p = zs::removeApcOffset(p, apc_.antPhase, t, zh::leapSecondsAt(t));
+      times_(k) = t;
+      for (std::size_t c = 0; c < 3; ++c) {
+        positions_(k, c) = p(c);
+        if (k == 0) velocities_(k, c) = v(c);
+      }
+    }
+  }
+
+  void configure(zs::ForceModel& model) const {
+    int const leap = zh::leapSecondsAt(o_.fitEnd);
+    model.setLeapInfo(zh::leapSecondTable());
+    model.setAssistanceData(apc_);
+    model.setNumberOfGeopotentialCoefficients(o_.geopotentialDegree);
+    model.setInertialFrameInfo(zs::makeInertialFrameInfo(times_(0), 0.0, leap));
+    model.setEopInfo(zs::makeEopInfo(zs::Eop{}));
+  }
+  zs::InitialStateEstimate estimate(zs::ForceModel& model) const {
+    return zs::estimateInitialState(times_, positions_, velocities_, zs::Eop{}, model, true,
+                                    zs::UNDEFINED_SAT_TYPE);
+  }
+  double start() const { return times_(times_.size() / 2); }
+
+ private:
+  zh::PipelineOptions o_;
+  std::vector<zh::Ephemeris> kept_;
+  zs::AssistanceData apc_;
+  zs::Vec times_;
+  zs::Mat positions_, velocities_;
+};
+
+void BM_PipelineStageEstimate(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  Stages const stages(data().options);
+  for (auto _ : state) {
+    zs::ForceModel model;
+    stages.configure(model);
+    benchmark::DoNotOptimize(stages.estimate(model));
+  }
+}
+BENCHMARK(BM_PipelineStageEstimate)->Unit(benchmark::kMillisecond);
+
+// Seven days of Gauss-Jackson steps from the estimated state.
+void BM_PipelineStagePropagate7Days(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  zh::PipelineOptions const& o = data().options;
+  Stages const stages(o);
+  zs::ForceModel model;
+  stages.configure(model);
+  stages.estimate(model);
+  zs::BinaryData bytes;
+  model.serialize(bytes);
+  unsigned const steps =
+      static_cast<unsigned>((o.fitEnd - stages.start()) / o.sampleStep + kDays * 86400.0 / o.sampleStep);
+  for (auto _ : state) {
+    state.PauseTiming();
+    zs::ForceModel copy;
+    unsigned int position = 0;
+    copy.deserialize(bytes, position);
+    zs::Mat R(3, 1), V(3, 1);
+    zs::OdeFunGj8 ode(copy);
+    state.ResumeTiming();
+    benchmark::DoNotOptimize(copy.getGj8Integrator().gj8Propagate(ode, R, V, steps));
+  }
+}
+BENCHMARK(BM_PipelineStagePropagate7Days)->Unit(benchmark::kMillisecond);
+
+// Fit and encoding of every two-hourly window of seven days, from stored Earth-fixed states.
+void BM_PipelineStageFitAndEncode7Days(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  zh::PipelineOptions const& o = data().options;
+  Stages const stages(o);
+  zs::ForceModel model;
+  stages.configure(model);
+  stages.estimate(model);
+  int const n = o.gpsWindowSamples;
+  unsigned const steps =
+      static_cast<unsigned>((o.fitEnd - stages.start()) / o.sampleStep + kDays * 86400.0 / o.sampleStep + n);
+  zs::Mat R(3, steps), V(3, steps);
+  zs::OdeFunGj8 ode(model);
+  model.getGj8Integrator().gj8Propagate(ode, R, V, steps);
+  zs::InertialFrameInfo const frame = model.getInertialFrameInfo();
+  int const leap = zh::leapSecondsAt(o.fitEnd);
+  std::vector<zs::Mat> windowsR, windowsV;
+  std::vector<zs::Vec> windowsT;
+  for (double toe = o.fitEnd; toe <= o.fitEnd + kDays * 86400.0; toe += 7200.0) {
+    zs::Mat wr(3, static_cast<std::size_t>(n)), wv(3, static_cast<std::size_t>(n));
+    zs::Vec wt(static_cast<std::size_t>(n));
+    for (int i = 0; i < n; ++i) {
+      double const t = toe - (n / 2 - 1) * o.sampleStep + i * o.sampleStep;
+      std::size_t const col = static_cast<std::size_t>((t - stages.start()) / o.sampleStep) - 1;
+      zs::Vec r(3), v(3);
+      zs::toEcef(boost::numeric::ublas::column(R, col), boost::numeric::ublas::column(V, col), t, frame.tRef, model.getEopInfo().eop,
+                 frame.ut1MinusUtc, leap, r, v);
+      boost::numeric::ublas::column(wr, static_cast<std::size_t>(i)) =
+          zs::addApcOffset(r, model.getAssistanceData().antPhase, t, leap);
+      boost::numeric::ublas::column(wv, static_cast<std::size_t>(i)) = v;
+      wt(static_cast<std::size_t>(i)) = t;
+    }
+    windowsR.push_back(wr);
+    windowsV.push_back(wv);
+    windowsT.push_back(wt);
+  }
+  for (auto _ : state) {
+    for (std::size_t w = 0; w < windowsR.size(); ++w) {
+      zs::Vec kepler(17);
+      zarn::core::GpsEphemeris eph;
+      zs::satelliteStatesToKeplerian(zarn::core::GPS, windowsR[w], windowsV[w], windowsT[w], kepler);
+      benchmark::DoNotOptimize(zs::keplerianToGpsEphemeris(kepler, eph));
+    }
+  }
+  state.counters["windows"] = static_cast<double>(windowsR.size());
+}
+BENCHMARK(BM_PipelineStageFitAndEncode7Days)->Unit(benchmark::kMillisecond);
+
+void BM_PipelineOneSatellite7Days(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  std::vector<zh::Ephemeris> const& records = data().records.at({'G', kSatellite});
+  for (auto _ : state) {
+    zh::SatellitePrediction const p = zh::predictFromBroadcast(records, data().options);
+    if (p.predicted.empty()) return state.SkipWithError(("no prediction: " + p.skipReason).c_str());
+    benchmark::DoNotOptimize(p);
+  }
+}
+BENCHMARK(BM_PipelineOneSatellite7Days)->Unit(benchmark::kMillisecond);
+
+// Every GPS satellite of the file, one after the other on this thread.
+void BM_PipelineGpsConstellation7Days(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  std::size_t satellites = 0, ephemerides = 0;
+  for (auto _ : state) {
+    satellites = ephemerides = 0;
+    for (auto const& entry : data().records) {
+      if (entry.first.system != 'G') continue;
+      zh::SatellitePrediction const p = zh::predictFromBroadcast(entry.second, data().options);
+      satellites += p.predicted.empty() ? 0 : 1;
+      ephemerides += p.predicted.size();
+    }
+  }
+  state.counters["satellites"] = static_cast<double>(satellites);
+  state.counters["ephemerides"] = static_cast<double>(ephemerides);
+}
+BENCHMARK(BM_PipelineGpsConstellation7Days)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+}  // namespace

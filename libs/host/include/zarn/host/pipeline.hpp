@@ -1,0 +1,92 @@
+// The prediction a receiver host runs for one GPS or BeiDou satellite: screen
+// its broadcast ephemerides up to the fit end (or take precise orbits), sample
+// Earth-fixed centre-of-mass positions over the fit span, estimate the initial
+// state, propagate window by window, encode the fitted elements as broadcast
+// ephemerides and keep those that pass validation.
+//
+// Time grid. Samples, integration steps and windows share one grid of
+// `sampleStep` seconds on the constellation's own time scale (GPS time; BDT =
+// GPS - 14 s for BeiDou), so that every window is centred where a broadcast
+// reference time falls: even hours of GPS time for GPS, whole hours of BDT for
+// BeiDou. Predicted reference times run from the first grid hour at or after
+// the fit end to `days` days after it.
+//
+// Windows. propagateSatellite fills a window from the steps that it makes,
+// so consecutive windows may overlap only if they come from different
+// integrators: the estimated state is copied into as many force models as a
+// window is longer than the spacing of reference times, and the windows are
+// dealt out to them in turn.
+#ifndef ZARN_HOST_PIPELINE_HPP
+#define ZARN_HOST_PIPELINE_HPP
+
+#include <string>
+#include <vector>
+
+#include "zarn/host/ephemeris.hpp"
+#include "zarn/host/sp3_orbit.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
+
+namespace zarn {
+namespace host {
+
+struct PipelineOptions {
+  double fitEnd = 0;             // GPS seconds: the last sample is at or before it, on the grid
+  double fitSpan = 24 * 3600.0;  // s: samples cover [fitEnd - fitSpan, fitEnd]
+  double minFitSpan = 0;         // s: shorter spans (after gaps) skip the satellite; 0: half of fitSpan
+  double sampleStep = 900.0;     // s: sample spacing and integration step
+  double days = 7.0;             // prediction length, days (at most 14)
+  int gpsWindowSamples = 16;     // states per fitted GPS window (even): (n - 1) * step is the fit interval
+  int beidouWindowSamples = 8;   // the same for BeiDou
+  int geopotentialDegree = 8;    // degree and order of the gravity field
+  bool antennaOffset = true;     // broadcast positions refer to the antenna phase centre
+  bool checkFit = false;         // measure each written ephemeris against the states it was fitted to
+  // A-priori pole (IERS sense, rad). The filter estimates the pole for GPS and
+  // BeiDou MEO satellites but holds it fixed for BeiDou GEO and IGSO, whose
+  // samples cannot separate it from the orbit: give those the pole estimated
+  // for the others (at 42000 km a pole of 0.4" is 80 m).
+  support::Eop pole;
+};
+
+// Empty when the options can be used; otherwise what is wrong with them.
+std::string validate(PipelineOptions const& options);
+// Fit interval of a predicted ephemeris of the system ('G', 'C'), hours.
+double windowHours(PipelineOptions const& options, char system);
+
+struct SatellitePrediction {
+  SatelliteId sat;
+  std::string skipReason;            // non-empty when nothing was predicted: one line saying why
+  std::vector<std::string> notes;    // records left out and other remarks, one line each
+  std::vector<Ephemeris> predicted;  // encoded and validated, in toe order
+  int rejected = 0;                  // windows whose fit failed or whose elements failed validation
+  double fitStart = 0, fitEnd = 0;   // GPS seconds of the first and last sample
+  int samples = 0;
+  double sampleRms = 0;       // m: RMS distance between the samples and the estimated orbit
+  double maxFitResidual = 0;  // m: with checkFit, the largest distance between a written
+                              // ephemeris and the propagated states of its window
+  support::BeidouSvType svType = support::UNDEFINED_SAT_TYPE;
+  support::Eop pole;                                 // the filter's final pole (rad)
+  double cpuSeconds = 0;                             // thread CPU time of the whole prediction
+  double estimateSeconds = 0, propagateSeconds = 0;  // of which: estimation, propagation and fit
+};
+
+// True for the orbit types whose filter holds the pole at its a-priori value.
+bool holdsPole(support::BeidouSvType type);
+// Orbit type of a satellite from its latest broadcast record.
+support::BeidouSvType orbitType(std::vector<Ephemeris> const& records);
+// The pole for satellites that hold it: per coordinate, the median of the
+// poles estimated for the other satellites; zero when there are none.
+support::Eop medianPole(std::vector<SatellitePrediction> const& predictions);
+
+// From one satellite's broadcast ephemerides (any order, as read). Records
+// after the fit end are not used; the rest are screened (screenEphemerides).
+SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records,
+                                         PipelineOptions const& options);
+// From precise orbits (centre of mass). Clock terms are a straight line fitted
+// to the SP3 clocks of the fit span.
+SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat,
+                                   PipelineOptions const& options);
+
+}  // namespace host
+}  // namespace zarn
+
+#endif

@@ -1,0 +1,196 @@
+#include "zarn/host/ephemeris.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "tables/satellite_history_table.hpp"
+#include "zarn/host/gnss_time.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
+#include "zarn/support/time_conversion.hpp"
+
+namespace zarn {
+namespace host {
+
+namespace {
+
+constexpr double kSqrtALsb = 1.0 / 524288.0;  // 2^-19 m^1/2 (IS-GPS-200 Table 20-III)
+
+// A BDS-2 satellite of each orbit type whose default parameters stand in for
+// later satellites of that type (BDS-2: C01-C05 GEO, C06-C10 IGSO, C11-C14 MEO).
+constexpr int kBeidouGeoStandIn = 1;
+constexpr int kBeidouIgsoStandIn = 6;
+constexpr int kBeidouMeoStandIn = 11;
+constexpr int kBeidouTableLast = 14;
+
+}  // namespace
+
+std::string toString(SatelliteId const& sat) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%c%02d", sat.system, sat.prn);
+  return text;
+}
+
+core::GnssType gnssType(char system) {
+  return system == 'C' ? core::BEIDOU : core::GPS;
+}
+
+Ephemeris fromGps(core::GpsEphemeris const& eph, std::string origin) {
+  Ephemeris e;
+  e.sat = {'G', eph.svId};
+  e.gps = eph;
+  e.toe = support::gpsToGpsSecs(eph.toe);
+  e.toc = support::gpsToGpsSecs(eph.toc);
+  e.health = eph.health;
+  e.origin = std::move(origin);
+  return e;
+}
+
+Ephemeris fromBeidou(core::BeidouEphemeris const& eph, std::string origin) {
+  Ephemeris e;
+  e.sat = {'C', eph.svId};
+  e.beidou = eph;
+  e.toe = support::beidouSecsToGpsSecs(support::beidouToSecs(eph.toe));
+  e.toc = support::beidouSecsToGpsSecs(support::beidouToSecs(eph.toc));
+  e.health = eph.health;
+  e.origin = std::move(origin);
+  return e;
+}
+
+void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::Vec& vel) {
+  if (pos.size() != 3) pos.resize(3);
+  if (vel.size() != 3) vel.resize(3);
+  if (eph.sat.system == 'C') {
+    support::beidouEphemerisToEcef(eph.beidou, t, pos, vel);
+  } else {
+    support::gpsEphemerisToEcef(eph.gps, t, pos, vel);
+  }
+}
+
+double sqrtSemiMajorAxis(Ephemeris const& eph) {
+  return (eph.sat.system == 'C' ? eph.beidou.sqrtA : eph.gps.sqrtA) * kSqrtALsb;
+}
+
+support::BeidouSvType svType(Ephemeris const& eph) {
+  return eph.sat.system == 'C' ? support::getBeidouSvType(eph.beidou) : support::UNDEFINED_SAT_TYPE;
+}
+
+std::map<SatelliteId, std::vector<Ephemeris>> collectEphemerides(std::vector<NavData> const& files) {
+  std::map<SatelliteId, std::vector<Ephemeris>> bySat;
+  for (NavData const& nav : files) {
+    std::string const name = nav.file.substr(nav.file.find_last_of('/') + 1);
+    for (GpsNavRecord const& r : nav.gps) {
+      bySat[{'G', r.eph.svId}].push_back(fromGps(r.eph, name + ":" + std::to_string(r.line)));
+    }
+    for (BeidouNavRecord const& r : nav.beidou) {
+      bySat[{'C', r.eph.svId}].push_back(fromBeidou(r.eph, name + ":" + std::to_string(r.line)));
+    }
+  }
+  for (auto& entry : bySat) {
+    std::stable_sort(entry.second.begin(), entry.second.end(),
+                     [](Ephemeris const& a, Ephemeris const& b) { return a.toe < b.toe; });
+  }
+  return bySat;
+}
+
+support::AssistanceData satelliteAssistance(SatelliteId const& sat, support::BeidouSvType type,
+                                            double gpsSeconds) {
+  core::GnssType const gnss = gnssType(sat.system);
+  int row = sat.prn;
+  if (gnss == core::BEIDOU && sat.prn > kBeidouTableLast) {
+    row = type == support::GEO    ? kBeidouGeoStandIn
+          : type == support::IGSO ? kBeidouIgsoStandIn
+                                  : kBeidouMeoStandIn;
+  }
+  support::AssistanceData data =
+      support::AssistanceDataFile::defaultAssistance(gnss, static_cast<unsigned short>(row));
+  data.gnssType = gnss;
+  data.svId = static_cast<std::uint16_t>(sat.prn);
+
+  // The satellite that flew this PRN on the latest listed date not after t
+  // (the earliest listed date for older data).
+  CalendarTime const c = calendarFromGpsSeconds(gpsSeconds);
+  int const date = c.year * 10000 + c.month * 100 + c.day;
+  int latest = 0, earliest = 0;
+  for (std::size_t i = 0; i < tables::kSatelliteHistorySize; ++i) {
+    if (tables::kSatelliteHistory[i].system != sat.system) continue;
+    int const d = tables::kSatelliteHistory[i].date;
+    if (d <= date && d > latest) latest = d;
+    if (earliest == 0 || d < earliest) earliest = d;
+  }
+  int const chosen = latest != 0 ? latest : earliest;
+  for (std::size_t i = 0; i < tables::kSatelliteHistorySize; ++i) {
+    tables::SatelliteHistoryRow const& r = tables::kSatelliteHistory[i];
+    if (r.date != chosen || r.system != sat.system || r.prn != sat.prn) continue;
+    data.srp[0] = r.srpScale;
+    data.srp[1] = 0.0;
+    for (std::size_t k = 0; k < 3; ++k) data.antPhase[k] = r.pco[k];
+  }
+  return data;
+}
+
+std::vector<support::LeapInfo> const& leapSecondTable() {
+  // 2016-12-31 23:59:59 on the uniform GPS count: 13509 days after the GPS epoch, minus one second.
+  static std::vector<support::LeapInfo> const table = [] {
+    CalendarTime lastSecond;
+    lastSecond.year = 2016;
+    lastSecond.month = 12;
+    lastSecond.day = 31;
+    lastSecond.hour = 23;
+    lastSecond.minute = 59;
+    lastSecond.second = 59.0;
+    support::LeapInfo entry;
+    entry.time = static_cast<std::uint64_t>(gpsSecondsFromCalendar(lastSecond));
+    entry.leapSeconds = 18;
+    return std::vector<support::LeapInfo>{entry};
+  }();
+  return table;
+}
+
+int leapSecondsAt(double gpsSeconds) {
+  return support::leapSeconds(gpsSeconds, true, leapSecondTable());
+}
+
+std::string formatGpsTime(double gpsSeconds) {
+  double const whole = std::floor(gpsSeconds + 0.0005);
+  CalendarTime const c = calendarFromGpsSeconds(whole);
+  int const millis = static_cast<int>(std::lround((gpsSeconds - whole) * 1000.0));
+  char text[48];
+  if (millis > 0) {
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", c.year, c.month, c.day, c.hour,
+                  c.minute, static_cast<int>(c.second + 0.5), millis);
+  } else {
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", c.year, c.month, c.day, c.hour,
+                  c.minute, static_cast<int>(c.second + 0.5));
+  }
+  return text;
+}
+
+bool parseGpsTime(std::string const& text, double& gpsSeconds) {
+  CalendarTime c;
+  c.hour = c.minute = 0;
+  c.second = 0.0;
+  char sep = 0;
+  char tail = 0;
+  int consumed = 0;
+  int const fields = std::sscanf(text.c_str(), "%4d-%2d-%2d%n", &c.year, &c.month, &c.day, &consumed);
+  if (fields != 3) return false;
+  std::string rest = text.substr(static_cast<std::size_t>(consumed));
+  if (!rest.empty()) {
+    double second = 0.0;
+    int n = std::sscanf(rest.c_str(), "%c%2d:%2d:%lf%c", &sep, &c.hour, &c.minute, &second, &tail);
+    if (n == 4 ||
+        (n == 3 && std::sscanf(rest.c_str(), "%c%2d:%2d%c", &sep, &c.hour, &c.minute, &tail) == 3)) {
+      c.second = second;
+    } else {
+      return false;
+    }
+    if (sep != 'T' && sep != ' ') return false;
+  }
+  if (!validCalendar(c) || c.second >= 60.0) return false;
+  gpsSeconds = gpsSecondsFromCalendar(c);
+  return true;
+}
+
+}  // namespace host
+}  // namespace zarn

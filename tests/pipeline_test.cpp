@@ -1,0 +1,264 @@
+// Record screening and the one-satellite prediction pipeline on real data.
+// Oracles: the corrupt record of brdc1580.16n described by its publishers'
+// users (another satellite's orbit under G14), SP3 precise orbits of the
+// predicted day, the broadcast field widths and the RINEX reader.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/test_support.hpp"
+#include "zarn/host/ephemeris.hpp"
+#include "zarn/host/evaluation.hpp"
+#include "zarn/host/pipeline.hpp"
+#include "zarn/host/rinex_nav.hpp"
+#include "zarn/host/screening.hpp"
+#include "zarn/host/sp3.hpp"
+#include "zarn/host/sp3_orbit.hpp"
+#include "zarn/support/time_conversion.hpp"
+#include "zarn/support/validation.hpp"
+
+namespace zh = zarn::host;
+namespace zs = zarn::support;
+namespace zc = zarn::core;
+
+namespace {
+
+double gpsTime(char const* text) {
+  double t = 0.0;
+  EXPECT_TRUE(zh::parseGpsTime(text, t)) << text;
+  return t;
+}
+
+std::map<zh::SatelliteId, std::vector<zh::Ephemeris>> readRecords(std::string const& path) {
+  return zh::collectEphemerides({zh::readRinexNav(path)});
+}
+
+// The 17-element validation vector of an encoded GPS record, from its integers.
+zs::Vec validationVector(zc::GpsEphemeris const& e) {
+  double const pi = 3.1415926535898;
+  double const angle = pi / 2147483648.0;
+  double const rate = pi / 8796093022208.0;
+  double const harmonic = 1.0 / 536870912.0;
+  std::vector<double> const v = {e.sqrtA / 524288.0,
+                                 e.e / 8589934592.0,
+                                 e.i0 * angle,
+                                 e.omega0 * angle,
+                                 e.omega * angle,
+                                 e.m0 * angle,
+                                 e.deltaN * rate,
+                                 e.iDot * rate,
+                                 e.omegaDot * rate,
+                                 e.cuc * harmonic,
+                                 e.cus * harmonic,
+                                 e.crc / 32.0,
+                                 e.crs / 32.0,
+                                 e.cic * harmonic,
+                                 e.cis * harmonic,
+                                 double(e.toe.third),
+                                 double(e.toe.first * 1024 + e.toe.second)};
+  zs::Vec out(v.size());
+  for (std::size_t i = 0; i < v.size(); ++i) out(i) = v[i];
+  return out;
+}
+
+zh::EvaluationResult againstSp3(zh::SatellitePrediction const& p, std::vector<std::string> const& sp3Paths,
+                                double fitEnd, double windowHours) {
+  std::vector<zh::Sp3Data> files;
+  for (std::string const& f : sp3Paths) files.push_back(zh::readSp3(f));
+  zh::Sp3Truth const truth(files);
+  std::vector<zh::PredictedEphemeris> list;
+  for (zh::Ephemeris const& e : p.predicted) {
+    list.push_back({e, e.toe - 1800.0 * windowHours, e.toe + 1800.0 * windowHours});
+  }
+  return zh::evaluatePredictions(list, fitEnd, truth, 300.0);
+}
+
+}  // namespace
+
+// ---- screening ----------------------------------------------------------------
+
+TEST(ScreeningTest, LeavesOutTheRecordCarryingAnotherSatellitesOrbitAndNothingElse) {
+  ZARN_SHARED_FILE_OR_SKIP(path, "data/2016-158_smartloc/brdc1580.16n");
+  int leftOut = 0;
+  for (auto const& entry : readRecords(path)) {
+    zh::ScreeningResult const r = zh::screenEphemerides(entry.second, zh::screeningOptionsFor('G'));
+    leftOut += r.disagreeing;
+    if (entry.first.prn != 14) continue;
+    ASSERT_EQ(r.disagreeing, 1);
+    ASSERT_EQ(r.notes.size(), 1u);
+    EXPECT_EQ(
+        r.notes[0].rfind("G14: record at brdc1580.16n:793 (toe 2016-06-06 04:30:08, sqrtA 6493.0) left out: "
+                         "its orbit disagrees with its neighbours' by ",
+                         0),
+        0u)
+        << r.notes[0];
+    for (zh::Ephemeris const& e : r.kept) EXPECT_LT(std::fabs(zh::sqrtSemiMajorAxis(e) - 5153.7), 5.0);
+  }
+  EXPECT_EQ(leftOut, 1) << "a healthy record of another satellite was taken for corrupt";
+}
+
+TEST(ScreeningTest, WrongReferenceTimeManoeuvreUnhealthyAndDuplicates) {
+  ZARN_SHARED_FILE_OR_SKIP(path, "data/2016-251_252_smartloc/brdc2510.16n");
+  std::vector<zh::Ephemeris> records = readRecords(path).at({'G', 5});
+  ASSERT_GE(records.size(), 12u);
+  zh::ScreeningOptions const options = zh::screeningOptionsFor('G');
+
+  // A record stamped with a reference time one hour off, as a time-scale slip would do.
+  std::vector<zh::Ephemeris> slipped = records;
+  slipped[5].gps.toe.third += 3600;
+  slipped[5] = zh::fromGps(slipped[5].gps, "slipped");
+  zh::ScreeningResult r = zh::screenEphemerides(slipped, options);
+  EXPECT_EQ(r.disagreeing, 1);
+  EXPECT_EQ(r.kept.size(), records.size() - 1);
+
+  // An along-track jump after the sixth record: the orbit before it is dropped as one group.
+  std::vector<zh::Ephemeris> moved = records;
+  for (std::size_t i = 0; i < 6; ++i) {
+    moved[i].gps.m0 += 40000;  // 40000 * pi * 2^-31 rad, about 1.6 km along track
+    moved[i] = zh::fromGps(moved[i].gps, "before");
+  }
+  r = zh::screenEphemerides(moved, options);
+  EXPECT_EQ(r.disagreeing, 6);
+  ASSERT_EQ(r.notes.size(), 1u);
+  EXPECT_NE(r.notes[0].find("G05: 6 records with toe"), std::string::npos) << r.notes[0];
+  EXPECT_EQ(r.kept.front().toe, records[6].toe);
+
+  // Unhealthy records and exact copies from merged files.
+  std::vector<zh::Ephemeris> mixed = records;
+  mixed[3].health = 63;
+  mixed.insert(mixed.begin() + 8, records[7]);
+  r = zh::screenEphemerides(mixed, options);
+  EXPECT_EQ(r.unhealthy, 1);
+  EXPECT_EQ(r.duplicates, 1);
+  EXPECT_EQ(r.disagreeing, 0);
+  EXPECT_EQ(r.kept.size(), records.size() - 1);
+  ASSERT_FALSE(r.notes.empty());
+  EXPECT_EQ(r.notes[0], "G05: 1 unhealthy record left out (health 63)");
+}
+
+// ---- pipeline -----------------------------------------------------------------
+
+// One GPS satellite from a day of broadcast ephemerides, one day ahead: every
+// ephemeris on the even-hour grid, valid, readable back, close to the states
+// it was fitted to and to the precise orbit of that day.
+TEST(PipelineTest, BroadcastPredictionOfOneSatellite) {
+  ZARN_SHARED_FILE_OR_SKIP(nav, "data/2016-251_252_smartloc/brdc2510.16n");
+  ZARN_SHARED_FILE_OR_SKIP(sp3, "data/2016-251_252_smartloc/gbm19134.sp3");
+  zh::PipelineOptions o;
+  o.fitEnd = gpsTime("2016-09-08T00:00:00");
+  o.days = 1.0;
+  o.checkFit = true;
+  zh::SatellitePrediction const p = zh::predictFromBroadcast(readRecords(nav).at({'G', 12}), o);
+  ASSERT_TRUE(p.skipReason.empty()) << p.skipReason;
+  EXPECT_EQ(p.fitEnd, o.fitEnd);
+  EXPECT_NEAR(p.fitEnd - p.fitStart, o.fitSpan, o.sampleStep);
+  EXPECT_LT(p.sampleRms, 5.0);
+  ASSERT_EQ(p.predicted.size(), 13u);  // 00:00 .. 24:00 every two hours
+  EXPECT_EQ(p.rejected, 0);
+  EXPECT_LT(p.maxFitResidual, 1.0);
+
+  std::vector<zc::GpsEphemeris> records;
+  for (std::size_t i = 0; i < p.predicted.size(); ++i) {
+    zh::Ephemeris const& e = p.predicted[i];
+    EXPECT_EQ(e.toe, o.fitEnd + 7200.0 * static_cast<double>(i));
+    EXPECT_EQ(e.gps.toe, e.gps.toc);
+    EXPECT_EQ(e.gps.svId, 12);
+    EXPECT_TRUE(zs::validGpsEphemeris(validationVector(e.gps)));
+    records.push_back(e.gps);
+  }
+  zh::NavWriteOptions w;
+  w.hasFitEnd = true;
+  w.fitEnd = o.fitEnd;
+  w.gpsFitIntervalHours = zh::windowHours(o, 'G');
+  zh::NavData const back = zh::parseRinexNav(zh::formatRinexNav(w, records, {}), "predicted.rnx");
+  ASSERT_EQ(back.gps.size(), records.size());
+  for (std::size_t i = 0; i < records.size(); ++i) EXPECT_TRUE(back.gps[i].eph == records[i]) << i;
+  EXPECT_TRUE(back.header.hasFitEnd);
+  EXPECT_EQ(back.header.fitEnd, o.fitEnd);
+
+  zh::EvaluationResult const r = againstSp3(p, {sp3}, o.fitEnd, zh::windowHours(o, 'G'));
+  std::vector<zh::SummaryRow> const rows = zh::summarize(r.samples);
+  ASSERT_FALSE(rows.empty());
+  EXPECT_LT(rows[0].median, 10.0);
+  EXPECT_LT(rows[0].max, 40.0);
+}
+
+TEST(PipelineTest, GapsShortenTheFitOrSkipTheSatellite) {
+  ZARN_SHARED_FILE_OR_SKIP(nav, "data/2016-251_252_smartloc/brdc2510.16n");
+  std::vector<zh::Ephemeris> records = readRecords(nav).at({'G', 12});
+  zh::PipelineOptions o;
+  o.fitEnd = gpsTime("2016-09-08T00:00:00");
+  o.days = 0.25;
+  double const gapFrom = gpsTime("2016-09-07T05:00:00");
+  double const gapTo = gpsTime("2016-09-07T11:00:00");
+  records.erase(std::remove_if(records.begin(), records.end(),
+                               [&](zh::Ephemeris const& e) { return e.toe > gapFrom && e.toe < gapTo; }),
+                records.end());
+  zh::SatellitePrediction p = zh::predictFromBroadcast(records, o);
+  ASSERT_TRUE(p.skipReason.empty()) << p.skipReason;
+  EXPECT_GT(p.fitStart, gapFrom);
+  EXPECT_FALSE(p.predicted.empty());
+
+  o.minFitSpan = 18 * 3600.0;
+  p = zh::predictFromBroadcast(records, o);
+  EXPECT_TRUE(p.predicted.empty());
+  EXPECT_NE(p.skipReason.find("before the fit end (gap at 2016-09-07"), std::string::npos) << p.skipReason;
+
+  records.resize(2);
+  o.fitEnd = records.back().toe;
+  p = zh::predictFromBroadcast(records, o);
+  EXPECT_EQ(p.skipReason, "only 2 usable ephemerides up to the fit end (need 3)");
+}
+
+// Precise orbits as input: GPS and each BeiDou orbit type on the hour grid of
+// its time scale, a day ahead against the precise orbits of that day. GEO and
+// IGSO satellites hold the pole, so they need the one estimated for GPS: the
+// real pole (about 0.4" in 2019) is 80 m at their altitude.
+TEST(PipelineTest, PreciseOrbitPredictionOfGpsAndBeidou) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  ZARN_SHARED_FILE_OR_SKIP(day2, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190980000_01D_15M_ORB.SP3");
+  zh::Sp3Orbit const orbit({zh::readSp3(day1)});
+  zh::PipelineOptions o;
+  o.fitEnd = gpsTime("2019-04-07T23:45:00");
+  o.days = 1.0;
+
+  zh::SatellitePrediction const gps = zh::predictFromSp3(orbit, {'G', 7}, o);
+  ASSERT_TRUE(gps.skipReason.empty()) << gps.skipReason;
+  double const arcsecond = 4.84813681109536e-6;
+  EXPECT_NEAR(std::hypot(gps.pole.xp, gps.pole.yp) / arcsecond, 0.4, 0.1);
+  EXPECT_FALSE(zh::holdsPole(gps.svType));
+
+  zh::SatellitePrediction const zeroPole = zh::predictFromSp3(orbit, {'C', 8}, o);
+  EXPECT_TRUE(zh::holdsPole(zeroPole.svType));
+  EXPECT_GT(zeroPole.sampleRms, 40.0);
+  o.pole = zh::medianPole({gps, zeroPole});
+  EXPECT_EQ(o.pole.xp, gps.pole.xp) << "satellites that hold the pole do not vote";
+
+  struct Case {
+    zh::SatelliteId sat;
+    double sampleRms, median;  // m; day 1
+  };
+  for (Case const& c : {Case{{'G', 7}, 5.0, 10.0}, Case{{'C', 11}, 8.0, 20.0}, Case{{'C', 8}, 15.0, 40.0},
+                        Case{{'C', 3}, 15.0, 60.0}}) {
+    SCOPED_TRACE(zh::toString(c.sat));
+    zh::SatellitePrediction const p = zh::predictFromSp3(orbit, c.sat, o);
+    ASSERT_TRUE(p.skipReason.empty()) << p.skipReason;
+    EXPECT_LT(p.sampleRms, c.sampleRms);
+    ASSERT_FALSE(p.predicted.empty());
+    for (zh::Ephemeris const& e : p.predicted) {
+      if (c.sat.system == 'C') {
+        EXPECT_EQ(e.beidou.toe.third % 3600u, 0u) << "whole BDT hours";
+      } else {
+        EXPECT_EQ(e.gps.toe.third % 7200u, 0u) << "even GPS hours";
+      }
+    }
+    std::vector<zh::SummaryRow> const rows =
+        zh::summarize(againstSp3(p, {day2}, o.fitEnd, zh::windowHours(o, c.sat.system)).samples);
+    ASSERT_FALSE(rows.empty());
+    EXPECT_LT(rows[0].median, c.median);
+  }
+}

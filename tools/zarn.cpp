@@ -1,0 +1,532 @@
+// zarn: predicts GPS and BeiDou broadcast ephemerides days ahead from broadcast
+// navigation files or precise orbits, and measures predicted ephemerides
+// against a reference orbit.
+//
+//   zarn predict --nav FILE... | --sp3 FILE...  --out PREDICTED.rnx [options]
+//   zarn evaluate --predicted PREDICTED.rnx --truth FILE... [--csv F] [--json F]
+//
+// Exit status: 0 success, 1 failure (unreadable input, nothing to predict or
+// evaluate), 2 wrong usage.
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "zarn/host/ephemeris.hpp"
+#include "zarn/host/evaluation.hpp"
+#include "zarn/host/pipeline.hpp"
+#include "zarn/host/rinex_nav.hpp"
+#include "zarn/host/sp3.hpp"
+#include "zarn/host/sp3_orbit.hpp"
+#include "zarn/host/text_file.hpp"
+
+namespace {
+
+using namespace zarn::host;
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+constexpr double kSecondsPerDay = 86400.0;
+constexpr double kMaxPredictionDays = 14.0;
+constexpr double kDefaultPredictionDays = 7.0;
+constexpr double kEvaluationStep = 300.0;  // s: every predicted ephemeris is sampled every 5 minutes
+constexpr char const* kBeidouIntervalComment = "BDS FIT INTERVAL";
+
+char const* const kMainHelp =
+    "usage: zarn <command> [options]\n"
+    "\n"
+    "Predicts GPS and BeiDou broadcast ephemerides days ahead and measures their accuracy.\n"
+    "\n"
+    "commands:\n"
+    "  predict    fit broadcast or precise orbits up to a fit end, write predicted ephemerides (RINEX 3)\n"
+    "  evaluate   compare predicted ephemerides with SP3 or broadcast truth\n"
+    "\n"
+    "Run 'zarn <command> --help' for the options of a command.\n";
+
+char const* const kPredictHelp =
+    "usage: zarn predict (--nav FILE... | --sp3 FILE...) --out PREDICTED.rnx [options]\n"
+    "\n"
+    "Fits each satellite's orbit to positions sampled from its broadcast ephemerides (--nav, RINEX 2/3/4\n"
+    "navigation files, gzip allowed) or from precise orbits (--sp3) up to the fit end, propagates it and\n"
+    "writes predicted ephemerides: every two hours for GPS, every hour for BeiDou.\n"
+    "\n"
+    "options:\n"
+    "  --nav FILE...       broadcast navigation files (records of all files are merged)\n"
+    "  --sp3 FILE...       SP3 precise orbit files (centre of mass)\n"
+    "  --out FILE          output RINEX 3 navigation file; its header records the fit end\n"
+    "  --fit-end TIME      end of the fit, GPS time 'YYYY-MM-DD[THH:MM[:SS]]'; default: the latest\n"
+    "                      ephemeris reference time (--nav) or the last SP3 epoch (--sp3)\n"
+    "  --days N            prediction length in days, at most 14 (default 7)\n"
+    "  --systems G,C       constellations to predict (default G,C: GPS and BeiDou)\n"
+    "  --satellites LIST   only these satellites, e.g. G01,G14,C11\n"
+    "  --fit-span HOURS    length of the fitted span (default 24)\n"
+    "  --step SECONDS      sample and integration step (default 900)\n"
+    "  --window N          samples per fitted ephemeris window: GPS N, BeiDou N/2 (default 16)\n"
+    "  --no-antenna-offset treat broadcast positions as centre of mass (for studies)\n"
+    "  --check             re-propagate and report how closely every written ephemeris\n"
+    "                      matches the states it was fitted to\n"
+    "  --jobs N            worker threads (default: the number of processors)\n"
+    "  --help              this text\n";
+
+char const* const kEvaluateHelp =
+    "usage: zarn evaluate --predicted PREDICTED.rnx --truth FILE... [--csv ERRORS.csv] [--json "
+    "SUMMARY.json]\n"
+    "\n"
+    "Evaluates every predicted ephemeris every 5 minutes over its validity interval against the truth and\n"
+    "prints, per truth, constellation (BeiDou also per orbit type) and day of prediction age, the median,\n"
+    "95th percentile and maximum 3D orbit error, the RMS radial, along-track and cross-track errors and\n"
+    "the RMS orbit-only SISRE, with satellite and sample counts. Errors are in metres at the antenna\n"
+    "phase centre; SP3 truth (centre of mass) is moved there with the default antenna offsets.\n"
+    "\n"
+    "options:\n"
+    "  --predicted FILE    predicted ephemerides written by 'zarn predict'\n"
+    "  --truth FILE...     SP3 files and/or broadcast navigation files (each kind is a separate truth)\n"
+    "  --csv FILE          every error sample, one line each\n"
+    "  --json FILE         the summary table in JSON\n"
+    "  --help              this text\n";
+
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Options of one command: "--name value..." groups; a group ends at the next "--" word.
+class Arguments {
+ public:
+  Arguments(int argc, char** argv, int first) {
+    std::string current;
+    for (int i = first; i < argc; ++i) {
+      std::string const word = argv[i];
+      if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
+        current = word.substr(2);
+        if (values_.count(current) != 0) throw UsageError("option --" + current + " given twice");
+        values_[current];
+        order_.push_back(current);
+      } else if (current.empty()) {
+        throw UsageError("unexpected argument '" + word + "'");
+      } else {
+        values_[current].push_back(word);
+      }
+    }
+  }
+  bool has(std::string const& name) const { return values_.count(name) != 0; }
+  std::vector<std::string> list(std::string const& name) const {
+    auto it = values_.find(name);
+    return it == values_.end() ? std::vector<std::string>{} : it->second;
+  }
+  // The single value of an option; `fallback` when absent.
+  std::string single(std::string const& name, std::string const& fallback = "") const {
+    auto it = values_.find(name);
+    if (it == values_.end()) return fallback;
+    if (it->second.size() != 1) throw UsageError("option --" + name + " takes one value");
+    return it->second.front();
+  }
+  void flag(std::string const& name) const {
+    auto it = values_.find(name);
+    if (it != values_.end() && !it->second.empty()) throw UsageError("option --" + name + " takes no value");
+  }
+  void allow(std::vector<std::string> const& known) const {
+    for (std::string const& name : order_) {
+      if (std::find(known.begin(), known.end(), name) == known.end()) {
+        throw UsageError("unknown option --" + name);
+      }
+    }
+  }
+
+ private:
+  std::map<std::string, std::vector<std::string>> values_;
+  std::vector<std::string> order_;
+};
+
+double number(std::string const& text, std::string const& option) {
+  char* end = nullptr;
+  double const value = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end != '\0' || !std::isfinite(value)) {
+    throw UsageError("option --" + option + ": '" + text + "' is not a number");
+  }
+  return value;
+}
+
+std::vector<std::string> splitList(std::string const& text) {
+  std::vector<std::string> items;
+  std::stringstream in(text);
+  std::string item;
+  while (std::getline(in, item, ',')) {
+    if (!item.empty()) items.push_back(item);
+  }
+  return items;
+}
+
+std::string baseName(std::string const& path) {
+  return path.substr(path.find_last_of('/') + 1);
+}
+
+bool isSp3Text(std::string const& text) {
+  return text.size() > 2 && text[0] == '#' && std::string("abcd").find(text[1]) != std::string::npos;
+}
+
+// Progress on stderr, drawn only when stderr is a terminal.
+class Progress {
+ public:
+  Progress(std::size_t total, char const* label) : total_(total), label_(label), enabled_(isatty(2) != 0) {
+    draw();
+  }
+  void advance() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++done_;
+    draw();
+  }
+  void finish() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (enabled_) std::fprintf(stderr, "\r\033[K");
+  }
+
+ private:
+  void draw() {
+    if (!enabled_ || total_ == 0) return;
+    constexpr int kWidth = 40;
+    int const filled = static_cast<int>(kWidth * done_ / total_);
+    std::fprintf(stderr, "\r%s [%s%s] %zu/%zu", label_,
+                 std::string(static_cast<std::size_t>(filled), '#').c_str(),
+                 std::string(static_cast<std::size_t>(kWidth - filled), '.').c_str(), done_, total_);
+    std::fflush(stderr);
+  }
+  std::mutex mutex_;
+  std::size_t done_ = 0;
+  std::size_t total_;
+  char const* label_;
+  bool enabled_;
+};
+
+// ---- predict ---------------------------------------------------------------
+
+struct Job {
+  SatelliteId sat;
+  std::vector<Ephemeris> records;  // broadcast input
+};
+
+int runPredict(Arguments const& args) {
+  args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
+              "no-antenna-offset", "check", "jobs", "help"});
+  if (args.has("help")) {
+    std::fputs(kPredictHelp, stdout);
+    return 0;
+  }
+  std::vector<std::string> const navFiles = args.list("nav");
+  std::vector<std::string> const sp3Files = args.list("sp3");
+  if (navFiles.empty() == sp3Files.empty()) throw UsageError("give either --nav FILE... or --sp3 FILE...");
+  std::string const out = args.single("out");
+  if (out.empty()) throw UsageError("--out FILE is required");
+  args.flag("no-antenna-offset");
+  args.flag("check");
+
+  PipelineOptions options;
+  options.days = number(args.single("days", "7"), "days");
+  if (!(options.days > 0.0) || options.days > kMaxPredictionDays) {
+    throw UsageError("--days must be above 0 and at most 14");
+  }
+  if (args.has("fit-span")) options.fitSpan = number(args.single("fit-span"), "fit-span") * 3600.0;
+  if (args.has("step")) options.sampleStep = number(args.single("step"), "step");
+  if (args.has("window")) {
+    options.gpsWindowSamples = static_cast<int>(number(args.single("window"), "window"));
+    options.beidouWindowSamples = options.gpsWindowSamples / 2;
+  }
+  options.antennaOffset = !args.has("no-antenna-offset");
+  options.checkFit = args.has("check");
+  std::string const problem = validate(options);
+  if (!problem.empty()) throw UsageError(problem);
+
+  std::vector<char> systems;
+  for (std::string const& s : splitList(args.single("systems", "G,C"))) {
+    if (s != "G" && s != "C") throw UsageError("--systems takes G and/or C, not '" + s + "'");
+    systems.push_back(s[0]);
+  }
+  std::vector<std::string> const only = splitList(args.single("satellites", ""));
+  auto wanted = [&](SatelliteId const& sat) {
+    if (std::find(systems.begin(), systems.end(), sat.system) == systems.end()) return false;
+    return only.empty() || std::find(only.begin(), only.end(), toString(sat)) != only.end();
+  };
+  bool const fitEndGiven = args.has("fit-end");
+  if (fitEndGiven && !parseGpsTime(args.single("fit-end"), options.fitEnd)) {
+    throw UsageError("--fit-end: '" + args.single("fit-end") + "' is not a time like 2016-09-08T00:00:00");
+  }
+  unsigned jobsWanted = std::max(1u, std::thread::hardware_concurrency());
+  if (args.has("jobs")) {
+    double const j = number(args.single("jobs"), "jobs");
+    if (!(j >= 1.0)) throw UsageError("--jobs must be at least 1");
+    jobsWanted = static_cast<unsigned>(j);
+  }
+
+  // Inputs.
+  std::vector<Job> jobs;
+  std::unique_ptr<Sp3Orbit> sp3;
+  double latest = -1.0;
+  if (!navFiles.empty()) {
+    std::vector<NavData> navs;
+    for (std::string const& f : navFiles) {
+      navs.push_back(readRinexNav(f));
+      for (std::string const& w : navs.back().stats.warnings)
+        std::fprintf(stderr, "zarn predict: %s\n", w.c_str());
+    }
+    std::size_t glonass = 0;
+    for (NavData const& n : navs) glonass += n.glonass.size();
+    if (glonass > 0)
+      std::fprintf(stderr, "zarn predict: %zu GLONASS records not used (GPS and BeiDou only)\n", glonass);
+    for (auto& entry : collectEphemerides(navs)) {
+      if (std::find(systems.begin(), systems.end(), entry.first.system) == systems.end()) continue;
+      for (Ephemeris const& e : entry.second) latest = std::max(latest, e.toe);
+      if (wanted(entry.first)) jobs.push_back({entry.first, std::move(entry.second)});
+    }
+  } else {
+    std::vector<Sp3Data> files;
+    for (std::string const& f : sp3Files) files.push_back(readSp3(f));
+    sp3.reset(new Sp3Orbit(files));
+    for (SatelliteId const& sat : sp3->satellites()) {
+      if (wanted(sat)) jobs.push_back({sat, {}});
+    }
+    latest = sp3->end();
+  }
+  if (jobs.empty()) {
+    std::fprintf(stderr, "zarn predict: no %s satellite in the input\n",
+                 args.single("systems", "G,C").c_str());
+    return kExitFailure;
+  }
+  // The fit ends at the last sample of the step grid. By default that is the
+  // grid instant nearest the latest reference time (a broadcast record is
+  // good for a while after its toe), or the last SP3 epoch.
+  double const h = options.sampleStep;
+  if (fitEndGiven) {
+    options.fitEnd = std::floor(options.fitEnd / h + 1e-9) * h;
+  } else {
+    options.fitEnd = sp3 ? std::floor(latest / h + 1e-9) * h : std::round(latest / h) * h;
+  }
+
+  // Predict, satellites in parallel; each worker builds its own force models.
+  // BeiDou GEO and IGSO satellites go last: they take the pole that the
+  // others estimated.
+  std::vector<SatellitePrediction> results(jobs.size());
+  std::vector<std::size_t> estimating, holding;
+  for (std::size_t i = 0; i < jobs.size(); ++i) {
+    zarn::support::BeidouSvType const type = sp3 ? sp3->svType(jobs[i].sat) : orbitType(jobs[i].records);
+    (holdsPole(type) ? holding : estimating).push_back(i);
+  }
+  Progress progress(jobs.size(), "predicting");
+  auto runAll = [&](std::vector<std::size_t> const& which, PipelineOptions const& o) {
+    std::atomic<std::size_t> next{0};
+    auto worker = [&]() {
+      for (std::size_t k = next++; k < which.size(); k = next++) {
+        std::size_t const i = which[k];
+        results[i] = sp3 ? predictFromSp3(*sp3, jobs[i].sat, o) : predictFromBroadcast(jobs[i].records, o);
+        progress.advance();
+      }
+    };
+    std::vector<std::thread> threads;
+    unsigned const count = std::min<unsigned>(jobsWanted, static_cast<unsigned>(which.size()));
+    for (unsigned i = 0; i < count; ++i) threads.emplace_back(worker);
+    for (std::thread& t : threads) t.join();
+  };
+  runAll(estimating, options);
+  PipelineOptions held = options;
+  held.pole = medianPole(results);
+  runAll(holding, held);
+  progress.finish();
+  if (!holding.empty()) {
+    constexpr double kArcsecond = 4.84813681109536e-6;  // rad
+    if (held.pole.xp == 0.0 && held.pole.yp == 0.0) {
+      std::fprintf(stderr,
+                   "zarn predict: no GPS or BeiDou MEO satellite to estimate the pole from; GEO and IGSO "
+                   "satellites assume a zero pole\n");
+    } else {
+      std::printf(
+          "pole estimated from GPS and BeiDou MEO orbits, held for GEO and IGSO: xp %.3f\", yp %.3f\"\n",
+          held.pole.xp / kArcsecond, held.pole.yp / kArcsecond);
+    }
+  }
+
+  // Report and write.
+  std::vector<zarn::core::GpsEphemeris> gps;
+  std::vector<zarn::core::BeidouEphemeris> beidou;
+  std::size_t predictedSats = 0, skipped = 0;
+  double worstFit = 0.0;
+  double cpu = 0.0;
+  for (SatellitePrediction const& r : results) {
+    for (std::string const& note : r.notes) std::fprintf(stderr, "zarn predict: %s\n", note.c_str());
+    cpu += r.cpuSeconds;
+    if (!r.skipReason.empty()) {
+      std::fprintf(stderr, "zarn predict: %s: skipped: %s\n", toString(r.sat).c_str(), r.skipReason.c_str());
+      ++skipped;
+      continue;
+    }
+    ++predictedSats;
+    for (Ephemeris const& e : r.predicted) {
+      if (e.sat.system == 'C') {
+        beidou.push_back(e.beidou);
+      } else {
+        gps.push_back(e.gps);
+      }
+    }
+    std::printf("%s  fit %s .. %s (%d samples, rms %.2f m)  %zu ephemerides%s", toString(r.sat).c_str(),
+                formatGpsTime(r.fitStart).c_str(), formatGpsTime(r.fitEnd).c_str(), r.samples, r.sampleRms,
+                r.predicted.size(), r.rejected > 0 ? "" : "\n");
+    if (r.rejected > 0) std::printf(", %d windows refused\n", r.rejected);
+    worstFit = std::max(worstFit, r.maxFitResidual);
+  }
+  if (gps.empty() && beidou.empty()) {
+    std::fprintf(stderr, "zarn predict: no satellite could be predicted; nothing written\n");
+    return kExitFailure;
+  }
+  NavWriteOptions writeOptions;
+  writeOptions.hasFitEnd = true;
+  writeOptions.fitEnd = options.fitEnd;
+  writeOptions.leapSeconds = leapSecondsAt(options.fitEnd);
+  writeOptions.gpsFitIntervalHours = windowHours(options, 'G');
+  char comment[64];
+  std::snprintf(comment, sizeof comment, "%s %.4f H", kBeidouIntervalComment, windowHours(options, 'C'));
+  writeOptions.comments.push_back(comment);
+  writeOptions.comments.push_back(std::string("PREDICTED FROM ") +
+                                  (sp3 ? "SP3 ORBITS" : "BROADCAST EPHEMERIDES"));
+  writeRinexNav(out, writeOptions, gps, beidou);
+  std::printf(
+      "wrote %zu GPS and %zu BeiDou ephemerides of %zu satellites to %s (fit end %s GPST, %zu skipped)\n",
+      gps.size(), beidou.size(), predictedSats, out.c_str(), formatGpsTime(options.fitEnd).c_str(), skipped);
+  std::printf("CPU time in the pipeline: %.3f s\n", cpu);
+  if (options.checkFit) std::printf("largest fit residual of a written ephemeris: %.3f m\n", worstFit);
+  return 0;
+}
+
+// ---- evaluate --------------------------------------------------------------
+
+int runEvaluate(Arguments const& args) {
+  args.allow({"predicted", "truth", "csv", "json", "help"});
+  if (args.has("help")) {
+    std::fputs(kEvaluateHelp, stdout);
+    return 0;
+  }
+  std::string const predictedFile = args.single("predicted");
+  std::vector<std::string> const truthFiles = args.list("truth");
+  if (predictedFile.empty()) throw UsageError("--predicted FILE is required");
+  if (truthFiles.empty()) throw UsageError("--truth FILE... is required");
+
+  NavData const nav = readRinexNav(predictedFile);
+  double beidouHours = windowHours(PipelineOptions(), 'C');
+  for (std::string const& c : nav.header.comments) {
+    if (c.compare(0, std::string(kBeidouIntervalComment).size(), kBeidouIntervalComment) == 0) {
+      beidouHours = std::atof(c.c_str() + std::string(kBeidouIntervalComment).size());
+    }
+  }
+  std::vector<PredictedEphemeris> const predicted = predictedEphemerides(nav, beidouHours);
+  if (predicted.empty()) {
+    std::fprintf(stderr, "zarn evaluate: %s holds no GPS or BeiDou ephemeris\n", predictedFile.c_str());
+    return kExitFailure;
+  }
+  double from = predicted.front().validFrom, to = predicted.front().validTo;
+  for (PredictedEphemeris const& p : predicted) {
+    from = std::min(from, p.validFrom);
+    to = std::max(to, p.validTo);
+  }
+  double fitEnd = nav.header.fitEnd;
+  if (!nav.header.hasFitEnd) {
+    fitEnd = from;
+    std::fprintf(stderr, "zarn evaluate: %s does not record its fit end; ages count from %s\n",
+                 predictedFile.c_str(), formatGpsTime(fitEnd).c_str());
+  }
+
+  std::vector<Sp3Data> sp3Files;
+  std::vector<NavData> navFiles;
+  for (std::string const& f : truthFiles) {
+    std::string const text = readTextFile(f);
+    if (isSp3Text(text)) {
+      sp3Files.push_back(parseSp3(text, f));
+    } else {
+      navFiles.push_back(parseRinexNav(text, f));
+    }
+  }
+  std::vector<std::unique_ptr<TruthOrbit>> truths;
+  if (!sp3Files.empty()) truths.emplace_back(new Sp3Truth(sp3Files));
+  if (!navFiles.empty()) {
+    BroadcastTruth* b = new BroadcastTruth(navFiles);
+    truths.emplace_back(b);
+    for (std::string const& note : b->notes())
+      std::fprintf(stderr, "zarn evaluate: truth: %s\n", note.c_str());
+  }
+
+  std::vector<ErrorSample> samples;
+  for (auto const& truth : truths) {
+    if (truth->end() < from || truth->start() > to) {
+      std::fprintf(stderr,
+                   "zarn evaluate: the predicted ephemerides (%s .. %s) and the %s truth (%s .. %s) do not "
+                   "overlap in time\n",
+                   formatGpsTime(from).c_str(), formatGpsTime(to).c_str(), truth->kind().c_str(),
+                   formatGpsTime(truth->start()).c_str(), formatGpsTime(truth->end()).c_str());
+      continue;
+    }
+    EvaluationResult r = evaluatePredictions(predicted, fitEnd, *truth, kEvaluationStep);
+    if (!r.missing.empty()) {
+      std::string list;
+      for (std::string const& s : r.missing) list += (list.empty() ? "" : " ") + s;
+      std::fprintf(stderr, "zarn evaluate: %s truth has no data for %s\n", truth->kind().c_str(),
+                   list.c_str());
+    }
+    if (r.samples.empty()) {
+      std::fprintf(stderr, "zarn evaluate: the %s truth covers no predicted satellite in time\n",
+                   truth->kind().c_str());
+    }
+    samples.insert(samples.end(), r.samples.begin(), r.samples.end());
+  }
+  if (samples.empty()) {
+    std::fprintf(stderr, "zarn evaluate: nothing to evaluate\n");
+    return kExitFailure;
+  }
+  std::vector<SummaryRow> const rows = summarize(samples);
+  std::printf("predicted: %s, fit end %s GPST, %zu ephemerides\n", baseName(predictedFile).c_str(),
+              formatGpsTime(fitEnd).c_str(), predicted.size());
+  std::fputs(formatSummary(rows).c_str(), stdout);
+  if (args.has("csv")) {
+    std::ofstream csv(args.single("csv"));
+    writeErrorsCsv(csv, samples);
+    if (!csv) throw std::runtime_error("cannot write " + args.single("csv"));
+  }
+  if (args.has("json")) {
+    std::ofstream json(args.single("json"));
+    json << summaryJson(rows, fitEnd);
+    if (!json) throw std::runtime_error("cannot write " + args.single("json"));
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string const command = argc > 1 ? argv[1] : "";
+  try {
+    if (command.empty() || command == "--help" || command == "-h" || command == "help") {
+      std::fputs(kMainHelp, command.empty() ? stderr : stdout);
+      return command.empty() ? kExitUsage : 0;
+    }
+    Arguments const args(argc, argv, 2);
+    if (command == "predict") return runPredict(args);
+    if (command == "evaluate") return runEvaluate(args);
+    throw UsageError("unknown command '" + command + "'");
+  } catch (UsageError const& e) {
+    std::fprintf(stderr, "zarn%s%s: %s\n(run 'zarn %s--help' for usage)\n", command.empty() ? "" : " ",
+                 command.c_str(), e.what(),
+                 command == "predict" || command == "evaluate" ? (command + " ").c_str() : "");
+    return kExitUsage;
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "zarn %s: error: %s\n", command.c_str(), e.what());
+    return kExitFailure;
+  }
+}
