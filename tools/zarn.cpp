@@ -74,7 +74,9 @@ char const* const kPredictHelp =
     "  --satellites LIST   only these satellites, e.g. G01,G14,C11\n"
     "  --fit-span HOURS    length of the fitted span (default 24)\n"
     "  --step SECONDS      sample and integration step (default 900)\n"
-    "  --window N          samples per fitted ephemeris window: GPS N, BeiDou N/2 (default 16)\n"
+    "  --window N          states per fitted GPS ephemeris, even; the fit interval is (N - 1) steps\n"
+    "                      (default 16: 3.75 h)\n"
+    "  --beidou-window N   the same for BeiDou (default 12: 2.75 h)\n"
     "  --no-antenna-offset treat broadcast positions as centre of mass (for studies)\n"
     "  --check             re-propagate and report how closely every written ephemeris\n"
     "                      matches the states it was fitted to\n"
@@ -220,7 +222,7 @@ struct Job {
 
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
-              "no-antenna-offset", "check", "jobs", "help"});
+              "beidou-window", "no-antenna-offset", "check", "jobs", "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;
@@ -240,9 +242,10 @@ int runPredict(Arguments const& args) {
   }
   if (args.has("fit-span")) options.fitSpan = number(args.single("fit-span"), "fit-span") * 3600.0;
   if (args.has("step")) options.sampleStep = number(args.single("step"), "step");
-  if (args.has("window")) {
+  if (args.has("window"))
     options.gpsWindowSamples = static_cast<int>(number(args.single("window"), "window"));
-    options.beidouWindowSamples = options.gpsWindowSamples / 2;
+  if (args.has("beidou-window")) {
+    options.beidouWindowSamples = static_cast<int>(number(args.single("beidou-window"), "beidou-window"));
   }
   options.antennaOffset = !args.has("no-antenna-offset");
   options.checkFit = args.has("check");
@@ -378,10 +381,18 @@ int runPredict(Arguments const& args) {
         gps.push_back(e.gps);
       }
     }
-    std::printf("%s  fit %s .. %s (%d samples, rms %.2f m)  %zu ephemerides%s", toString(r.sat).c_str(),
-                formatGpsTime(r.fitStart).c_str(), formatGpsTime(r.fitEnd).c_str(), r.samples, r.sampleRms,
-                r.predicted.size(), r.rejected > 0 ? "" : "\n");
-    if (r.rejected > 0) std::printf(", %d windows refused\n", r.rejected);
+    std::string line =
+        toString(r.sat) + "  fit " + formatGpsTime(r.fitStart) + " .. " + formatGpsTime(r.fitEnd);
+    char text[160];
+    std::snprintf(text, sizeof text, " (%d samples, rms %.2f m)  %zu ephemerides", r.samples, r.sampleRms,
+                  r.predicted.size());
+    line += text;
+    if (r.rejected > 0) line += ", " + std::to_string(r.rejected) + " windows refused";
+    if (options.checkFit) {
+      std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
+      line += text;
+    }
+    std::printf("%s\n", line.c_str());
     worstFit = std::max(worstFit, r.maxFitResidual);
   }
   if (gps.empty() && beidou.empty()) {

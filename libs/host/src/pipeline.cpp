@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <memory>
 
 #include "zarn/host/screening.hpp"
@@ -141,6 +142,55 @@ Vec earthFixed(support::ForceModel& model, Vec const& r, Vec const& v, double t,
   return support::addApcOffset(rItrs, model.getAssistanceData().antPhase, t, leap);
 }
 
+// One estimation of the initial state from the samples with the given model
+// parameters. The model is left as estimateInitialState leaves it; `rms` is the
+// RMS distance (m) between the samples and the estimated orbit integrated back
+// over the span (infinite when that integration fails).
+struct Estimation {
+  support::InitialStateEstimate estimate;
+  support::BinaryData model;  // the serialized force model, ready to propagate
+  double rms = 0;
+};
+
+Estimation estimateFrom(Samples const& s, Vec const& times, Mat const& positions, Mat const& velocities,
+                        support::AssistanceData const& assistance, support::BeidouSvType type,
+                        PipelineOptions const& o, int leap) {
+  std::size_t const n = s.t.size();
+  double const h = o.sampleStep;
+  support::ForceModel model;
+  model.setLeapInfo(leapSecondTable());
+  model.setAssistanceData(assistance);
+  model.setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
+  model.setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
+  model.setEopInfo(support::makeEopInfo(o.pole));
+  Estimation e;
+  e.estimate = support::estimateInitialState(times, positions, velocities, o.pole, model, true, type);
+  model.serialize(e.model);
+
+  std::unique_ptr<support::ForceModel> back = copyModel(e.model);
+  support::OdeFunGj8 ode(*back);
+  Vec r0(3), v0(3);
+  for (std::size_t c = 0; c < 3; ++c) {
+    r0(c) = e.estimate.state(c);
+    v0(c) = e.estimate.state(c + 3);
+  }
+  Mat R(3, n - 1), V(3, n - 1);
+  e.rms = std::numeric_limits<double>::infinity();
+  if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -h) == 0 &&
+      back->getGj8Integrator().gj8Propagate(ode, R, V, static_cast<unsigned>(n - 1)) == n - 1) {
+    double sum = 0.0;
+    for (std::size_t j = 0; j + 1 < n; ++j) {
+      std::size_t const k = n - 2 - j;  // the newest column is the earliest sample
+      Vec const p = earthFixed(*back, boost::numeric::ublas::column(R, j),
+                               boost::numeric::ublas::column(V, j), s.t[k], leap, false);
+      double const d = support::distance(p, s.position[k]);
+      sum += d * d;
+    }
+    e.rms = std::sqrt(sum / static_cast<double>(n - 1));
+  }
+  return e;
+}
+
 // The whole prediction from centre-of-mass samples.
 void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel const& clock,
                         Ephemeris const& templateRecord, PipelineOptions const& o,
@@ -152,13 +202,6 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   int const leap = leapSecondsAt(s.t[n / 2]);
   support::AssistanceData assistance = satelliteAssistance(result.sat, type, o.fitEnd);
   if (!o.antennaOffset) assistance.antPhase.fill(0.0);
-
-  support::ForceModel model;
-  model.setLeapInfo(leapSecondTable());
-  model.setAssistanceData(assistance);
-  model.setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
-  model.setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
-  model.setEopInfo(support::makeEopInfo(o.pole));
 
   Vec times(n);
   Mat positions(n, 3), velocities(n, 3);
@@ -172,48 +215,23 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   result.fitStart = s.t.front();
   result.fitEnd = s.t.back();
   result.samples = static_cast<int>(n);
+  result.svType = type;
 
   double const cpu0 = threadCpuSeconds();
-  support::InitialStateEstimate const estimate =
-      support::estimateInitialState(times, positions, velocities, o.pole, model, true, type);
+  Estimation const best = estimateFrom(s, times, positions, velocities, assistance, type, o, leap);
+  support::InitialStateEstimate const& estimate = best.estimate;
+  support::BinaryData const& bytes = best.model;
   double const cpu1 = threadCpuSeconds();
   result.estimateSeconds = cpu1 - cpu0;
-  result.svType = type;
   result.pole = support::Eop{estimate.state(6), estimate.state(7)};
-  double const tStart = s.t[n / 2];  // the integrator starts at the middle sample
-
-  support::BinaryData bytes;
-  model.serialize(bytes);
-
-  // How well the estimated orbit reproduces the samples: integrate it back over the span.
-  {
-    std::unique_ptr<support::ForceModel> back = copyModel(bytes);
-    support::OdeFunGj8 ode(*back);
-    Vec r0(3), v0(3);
-    for (std::size_t c = 0; c < 3; ++c) {
-      r0(c) = estimate.state(c);
-      v0(c) = estimate.state(c + 3);
-    }
-    Mat R(3, n - 1), V(3, n - 1);
-    double sum = 0.0;
-    if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -h) == 0 &&
-        back->getGj8Integrator().gj8Propagate(ode, R, V, static_cast<unsigned>(n - 1)) == n - 1) {
-      for (std::size_t j = 0; j + 1 < n; ++j) {
-        std::size_t const k = n - 2 - j;  // newest column is the earliest sample
-        Vec const p = earthFixed(*back, boost::numeric::ublas::column(R, j),
-                                 boost::numeric::ublas::column(V, j), s.t[k], leap, false);
-        double const d = support::distance(p, s.position[k]);
-        sum += d * d;
-      }
-      result.sampleRms = std::sqrt(sum / static_cast<double>(n - 1));
-      if (result.sampleRms > kSampleRmsWarning) {
-        char text[160];
-        std::snprintf(text, sizeof text, "%s: the estimated orbit misses its samples by %.1f m RMS",
-                      toString(result.sat).c_str(), result.sampleRms);
-        result.notes.push_back(text);
-      }
-    }
+  result.sampleRms = best.rms;
+  if (result.sampleRms > kSampleRmsWarning) {
+    char text[160];
+    std::snprintf(text, sizeof text, "%s: the estimated orbit misses its samples by %.1f m RMS",
+                  toString(result.sat).c_str(), result.sampleRms);
+    result.notes.push_back(text);
   }
+  double const tStart = s.t[n / 2];  // the integrator starts at the middle sample
 
   // Reference times and the integrators that serve them in turn.
   int const nw = windowSamples(o, system);
@@ -234,6 +252,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   core::GpsEphemeris const gpsTemplate = templateRecord.gps;
   core::BeidouEphemeris const beidouTemplate = templateRecord.beidou;
   Vec dummy(3), kepler(17), positionOut(3), velocityOut(3);
+  int fitFailures = 0, refusals = 0;
+  double firstFailure = 0, firstRefusal = 0;
   for (std::size_t i = 0; i < toes.size(); ++i) {
     double const toe = toes[i];
     support::ForceModel& m = *models[i % interleave];
@@ -245,12 +265,14 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
     int const made = support::propagateSatellite(gnss, t0, t1, h, nw, dummy, dummy, m, kepler, positionOut,
                                                  velocityOut, epochOut);
     tc = t1 + (nw / 2 - 1) * h;
-    char text[200];
-    if (made <= 0) {
-      ++result.rejected;
-      std::snprintf(text, sizeof text, "%s: window of toe %s: %s", toString(result.sat).c_str(),
-                    formatGpsTime(toe).c_str(), made == 0 ? "propagation failed" : "Keplerian fit failed");
-      result.notes.push_back(text);
+    if (made == 0) {
+      // The integrator did not move: later windows would be mislabelled.
+      result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
+                             formatGpsTime(toe) + "; the prediction ends there");
+      break;
+    }
+    if (made < 0) {
+      if (fitFailures++ == 0) firstFailure = toe;
       continue;
     }
     Ephemeris e;
@@ -295,13 +317,24 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
       e = fromGps(eph);
     }
     if (!valid || std::fabs(e.toe - toe) > kToeTolerance) {
-      ++result.rejected;
-      std::snprintf(text, sizeof text, "%s: window of toe %s: elements refused by validation",
-                    toString(result.sat).c_str(), formatGpsTime(toe).c_str());
-      result.notes.push_back(text);
+      if (refusals++ == 0) firstRefusal = toe;
       continue;
     }
     result.predicted.push_back(e);
+  }
+  result.rejected = fitFailures + refusals;
+  if (result.rejected > 0) {
+    std::string text = toString(result.sat) + ": " + std::to_string(result.rejected) + " of " +
+                       std::to_string(toes.size()) + " windows refused:";
+    if (fitFailures > 0) {
+      text += " " + std::to_string(fitFailures) + " Keplerian fits failed (first at toe " +
+              formatGpsTime(firstFailure) + ")";
+    }
+    if (refusals > 0) {
+      text += std::string(fitFailures > 0 ? ";" : "") + " " + std::to_string(refusals) +
+              " element sets out of the broadcast ranges (first at toe " + formatGpsTime(firstRefusal) + ")";
+    }
+    result.notes.push_back(text);
   }
   double const cpu2 = threadCpuSeconds();
   result.propagateSeconds = cpu2 - cpu1;

@@ -36,7 +36,7 @@ struct PipelineOptions {
   double sampleStep = 900.0;     // s: sample spacing and integration step
   double days = 7.0;             // prediction length, days (at most 14)
   int gpsWindowSamples = 16;     // states per fitted GPS window (even): (n - 1) * step is the fit interval
-  int beidouWindowSamples = 8;   // the same for BeiDou
+  int beidouWindowSamples = 12;  // the same for BeiDou
   int geopotentialDegree = 8;    // degree and order of the gravity field
   bool antennaOffset = true;     // broadcast positions refer to the antenna phase centre
   bool checkFit = false;         // measure each written ephemeris against the states it was fitted to
