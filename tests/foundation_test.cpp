@@ -4,8 +4,7 @@
 #include <string>
 
 #include "support/test_support.hpp"
-#include "zarn/support/log.hpp"
-#include "zarn/support/utility/mutex.hpp"
+#include "zarn/support.hpp"  // the umbrella header must stay self-contained
 
 namespace zs = zarn::support;
 

@@ -2,10 +2,22 @@
 // 32-bit binary exponent), length-prefixed strings, matrices and vectors, and
 // every record of the library. Files written on one platform read the same
 // on every other.
+//
+// Double encoding: x = f * 2^e with |f| in [0.5, 1) (frexp); the 12 bytes are
+// the signed 64-bit mantissa m = sign(x) * (round((|f| - 0.5) * 2^64) + 1),
+// then the signed 32-bit exponent e. Zero (either sign) is m = 0, e = 0 and
+// reads back as +0.0. Every finite double, subnormals included, reads back
+// bit for bit. Non-finite values never occur in stored data but still get a
+// defined form that no finite value uses: +-infinity is m = +-1 with
+// e = 0x7FFFFFFF (which the ordinary decoding rule overflows to +-infinity),
+// NaN is m = 0 with e = 0x7FFFFFFF and reads back as a quiet NaN (payload and
+// sign are not kept).
 #ifndef ZARN_SUPPORT_SERIALIZATION_HPP
 #define ZARN_SUPPORT_SERIALIZATION_HPP
 
+#include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "zarn/core/records.hpp"
@@ -18,7 +30,12 @@
 namespace zarn {
 namespace support {
 
-// Raw primitives: no bounds checks, the caller guarantees room.
+// Raw primitives: no bounds checks, the caller guarantees room. append*
+// pushes the big-endian bytes of `value` at the end of `out` (appendUint64:
+// high 32 bits first; appendDouble: the 12-byte form above). get* reads the
+// value at `index` and advances `index` by its size. replace* overwrites the
+// bytes at `index` in place and advances `index`; it patches a length or a
+// checksum written earlier.
 ZARN_EXPORT void appendUint8(BinaryData& out, unsigned char value);
 ZARN_EXPORT void appendUint16(BinaryData& out, unsigned short value);
 ZARN_EXPORT void appendUint32(BinaryData& out, unsigned int value);
@@ -33,9 +50,16 @@ ZARN_EXPORT void replaceUint8(BinaryData& out, unsigned char value, int& index);
 ZARN_EXPORT void replaceUint16(BinaryData& out, unsigned short value, int& index);
 ZARN_EXPORT void replaceUint32(BinaryData& out, unsigned int value, int& index);
 
-// Checked codecs. serialize appends and adds the byte count to `count`;
-// deserialize reads at `index`, returns false as soon as input runs out.
-#define ZARN_DECLARE_CODEC(T)                                                   \
+// Checked codecs. serialize appends the encoding of `value` to `out`, adds the
+// number of bytes appended to `count` and returns true (it cannot fail).
+// deserialize reads from `in` at `index`, advancing `index` byte by byte, and
+// returns false as soon as the next byte would lie at or past in.size(); then
+// `value` may be partly written and `index` stays after the last byte read,
+// and the caller discards both. Values are not validated. bool is one byte
+// (non-zero reads as true); enumerations are 32-bit; a string is a u32 byte
+// count then the bytes; a Mat is u32 rows, u32 columns, then the elements as
+// doubles in row-major order. Records are their fields in wire order.
+#define ZARN_DECLARE_CODEC(T)                                                       \
   ZARN_EXPORT bool serialize(T const& value, BinaryData& out, unsigned int& count); \
   ZARN_EXPORT bool deserialize(BinaryData const& in, unsigned int& index, T& value)
 
@@ -73,6 +97,25 @@ ZARN_DECLARE_CODEC(AssistanceData);
 
 #undef ZARN_DECLARE_CODEC
 
+// std::uint64_t is `unsigned long` on LP64 targets, a type distinct from
+// `unsigned long long`; give it the same 8-byte codec there.
+template <class T,
+          std::enable_if_t<
+              std::is_same<T, std::uint64_t>::value && !std::is_same<T, unsigned long long>::value, int> = 0>
+bool serialize(T const& value, BinaryData& out, unsigned int& count) {
+  return serialize(static_cast<unsigned long long>(value), out, count);
+}
+
+template <class T,
+          std::enable_if_t<
+              std::is_same<T, std::uint64_t>::value && !std::is_same<T, unsigned long long>::value, int> = 0>
+bool deserialize(BinaryData const& in, unsigned int& index, T& value) {
+  unsigned long long wide = 0;
+  if (!deserialize(in, index, wide)) return false;
+  value = static_cast<T>(wide);
+  return true;
+}
+
 // Vectors of records: u32 element count, then each element.
 template <class T>
 bool serialize(std::vector<T> const& values, BinaryData& out, unsigned int& count) {
@@ -86,8 +129,13 @@ template <class T>
 bool deserialize(BinaryData const& in, unsigned int& index, std::vector<T>& values) {
   unsigned int n = 0;
   if (!deserialize(in, index, n)) return false;
-  // A corrupt count must not allocate gigabytes: every element takes a byte at least.
-  if (n > in.size() - index) return false;
+  // Every element takes a byte at least, so a count beyond the bytes left is
+  // corrupt; fail as reading would have, at the end of input, without
+  // allocating for it.
+  if (n > in.size() - index) {
+    index = static_cast<unsigned int>(in.size());
+    return false;
+  }
   values.resize(n);
   for (T& v : values)
     if (!deserialize(in, index, v)) return false;

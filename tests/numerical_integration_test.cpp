@@ -1,0 +1,580 @@
+// Integrators: coefficient tables against their defining properties, orders of
+// convergence, the two-body problem against the analytic Kepler solution, the
+// Gauss-Jackson state across serialization, and the input faults.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "libs/support/src/tables/gauss_jackson_table.hpp"
+#include "support/test_support.hpp"
+#include "zarn/support/numerical_integration.hpp"
+
+namespace zs = zarn::support;
+using zs::Mat;
+using zs::Vec;
+
+namespace {
+
+constexpr double kGm = 3.986004418e14;  // m^3/s^2
+constexpr double kDay = 86400.0;        // s
+
+// Right-hand sides from lambdas, counting their calls.
+struct First : zs::OdeFunction {
+  std::function<void(Vec const&, Vec&, double)> rhs;
+  int calls = 0;
+  explicit First(std::function<void(Vec const&, Vec&, double)> f) : rhs(std::move(f)) {}
+  void operator()(Vec const& x, Vec& dx, double t) override {
+    ++calls;
+    rhs(x, dx, t);
+  }
+};
+
+struct Second : zs::OdeFunction2 {
+  std::function<void(Vec const&, Vec&, double)> rhs;
+  int calls = 0;
+  explicit Second(std::function<void(Vec const&, Vec&, double)> f) : rhs(std::move(f)) {}
+  void operator()(Vec const& y, Vec& ddy, double t) override {
+    ++calls;
+    rhs(y, ddy, t);
+  }
+};
+
+void kepler2(Vec const& r, Vec& a, double) {
+  a.resize(3);
+  double const d = std::sqrt(r(0) * r(0) + r(1) * r(1) + r(2) * r(2));
+  for (int i = 0; i < 3; ++i) a(i) = -kGm * r(i) / (d * d * d);
+}
+
+void kepler1(Vec const& x, Vec& dx, double t) {
+  dx.resize(6);
+  Vec r(3), a;
+  for (int i = 0; i < 3; ++i) r(i) = x(i);
+  kepler2(r, a, t);
+  for (int i = 0; i < 3; ++i) {
+    dx(i) = x(i + 3);
+    dx(i + 3) = a(i);
+  }
+}
+
+// Analytic Kepler motion of a GPS-like orbit (a = 26 560 km, e = 0.01,
+// i = 55 deg), computed in long double from the elements.
+struct GpsOrbit {
+  static constexpr long double a = 26560.0e3L, e = 0.01L, inc = 0.9599310885968813L;       // 55 deg
+  static constexpr long double node = 0.5235987755982988L, perigee = 0.6981317007977318L;  // 30, 40 deg
+  static constexpr long double meanAnomaly0 = 0.3L;
+
+  // Inertial position (m) and velocity (m/s) at t seconds after the epoch.
+  static void state(long double t, Vec& r, Vec& v) {
+    long double const mu = kGm;
+    long double const n = std::sqrt(mu / (a * a * a));
+    long double const M = meanAnomaly0 + n * t;
+    long double E = M;
+    for (int i = 0; i < 50; ++i) E -= (E - e * std::sin(E) - M) / (1.0L - e * std::cos(E));
+    long double const b = a * std::sqrt(1.0L - e * e);
+    long double const xp = a * (std::cos(E) - e), yp = b * std::sin(E);
+    long double const edot = n / (1.0L - e * std::cos(E));
+    long double const vxp = -a * std::sin(E) * edot, vyp = b * std::cos(E) * edot;
+    long double const cO = std::cos(node), sO = std::sin(node), cw = std::cos(perigee),
+                      sw = std::sin(perigee), ci = std::cos(inc), si = std::sin(inc);
+    long double const P[3] = {cO * cw - sO * sw * ci, sO * cw + cO * sw * ci, sw * si};
+    long double const Q[3] = {-cO * sw - sO * cw * ci, -sO * sw + cO * cw * ci, cw * si};
+    r.resize(3);
+    v.resize(3);
+    for (int i = 0; i < 3; ++i) {
+      r(i) = static_cast<double>(xp * P[i] + yp * Q[i]);
+      v(i) = static_cast<double>(vxp * P[i] + vyp * Q[i]);
+    }
+  }
+};
+
+double distance(Vec const& a, Vec const& b) {
+  double s = 0.0;
+  for (std::size_t i = 0; i < a.size(); ++i) s += (a(i) - b(i)) * (a(i) - b(i));
+  return std::sqrt(s);
+}
+
+std::string captureLog(std::function<void()> const& run) {
+  testing::internal::CaptureStderr();
+  run();
+  return testing::internal::GetCapturedStderr();
+}
+
+}  // namespace
+
+// ---- coefficient tables -------------------------------------------------------
+
+namespace tables = zs::tables;
+
+TEST(GaussJacksonTable, RowSumsSymmetryAndPublishedRows) {
+  for (int row = 0; row < 10; ++row) {
+    std::int64_t sa = 0, gj = 0;
+    for (int k = 0; k < 9; ++k) {
+      sa += tables::summedAdamsNumerators[row][k];
+      gj += tables::gaussJacksonNumerators[row][k];
+      EXPECT_EQ(tables::summedAdams[row][k],
+                double(tables::summedAdamsNumerators[row][k]) / tables::summedAdamsDenominator);
+      EXPECT_EQ(tables::gaussJackson[row][k],
+                double(tables::gaussJacksonNumerators[row][k]) / tables::gaussJacksonDenominator);
+    }
+    // Velocity rows integrate a constant to zero beyond the sum term, the predictor adds a/2;
+    // position rows all carry the 1/12 of the second-sum expansion.
+    EXPECT_EQ(sa, row == 9 ? tables::summedAdamsDenominator / 2 : 0) << "row " << row;
+    EXPECT_EQ(gj * 12, tables::gaussJacksonDenominator) << "row " << row;
+  }
+  for (int j = 0; j < 9; ++j)
+    for (int k = 0; k < 9; ++k) {
+      EXPECT_EQ(tables::summedAdamsNumerators[j][k], -tables::summedAdamsNumerators[8 - j][8 - k]);
+      EXPECT_EQ(tables::gaussJacksonNumerators[j][k], tables::gaussJacksonNumerators[8 - j][8 - k]);
+    }
+  std::int32_t const first[9] = {1546047,  -4274870, 6996434, -9005886, 8277760,
+                                 -5232322, 2161710,  -526154, 57281};
+  std::int32_t const centre[9] = {-2497, 26442, -136238, 505538, 0, -505538, 136238, -26442, 2497};
+  std::int32_t const predictor[9] = {2082753,    -18802058, 75505262,  -177112962, 267659200,
+                                     -270704638, 183957138, -81975542, 23019647};
+  for (int k = 0; k < 9; ++k) {
+    EXPECT_EQ(tables::summedAdamsNumerators[0][k], first[k]);
+    EXPECT_EQ(tables::summedAdamsNumerators[4][k], centre[k]);
+    EXPECT_EQ(tables::summedAdamsNumerators[9][k], predictor[k]);
+  }
+}
+
+// ---- rkf78 --------------------------------------------------------------------
+
+TEST(Rkf78, InputFaultsAreLoggedInOrderAndLeaveTheStateAlone) {
+  First f(kepler1);
+  Vec empty;
+  Vec x(2, 1.0);
+  int result = 1;
+  EXPECT_EQ(captureLog([&] { result = zs::rkf78(f, empty, 0, 1, 0.1, 1e-9); }),
+            "ERROR/rkf78: Vector of dependent variables is zero dimensional.\n");
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(captureLog([&] { result = zs::rkf78(f, x, 0, 1, 0.0, -1.0); }),
+            "ERROR/rkf78: Initial step size is less than or equal to zero.\n");
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(captureLog([&] { result = zs::rkf78(f, x, 0, 1, 0.1, 0.0); }),
+            "ERROR/rkf78: Truncation error tolerance is less than or equal to zero.\n");
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(zs::rkf78(f, x, 5.0, 5.0 + 5e-9, 0.1, 1e-9), 0);
+  EXPECT_EQ(f.calls, 0);
+  EXPECT_EQ(x(0), 1.0);
+  EXPECT_EQ(x(1), 1.0);
+}
+
+// One step of x' = g(t): the eighth-order weights integrate polynomials of
+// degree 7 exactly. On an orbit the local error of one step shrinks as h^9.
+TEST(Rkf78, QuadratureExactnessAndLocalOrder) {
+  First poly([](Vec const&, Vec& dx, double t) {
+    dx.resize(1);
+    dx(0) = 8.0 * std::pow(t, 7) - 3.0 * t * t + 1.0;
+  });
+  Vec x(1, 2.0);
+  EXPECT_EQ(zs::rkf78(poly, x, 0.0, 1.5, 1.5, 0.5), 1);
+  EXPECT_NEAR(x(0), 2.0 + std::pow(1.5, 8) - std::pow(1.5, 3) + 1.5, 1e-12);
+
+  // Local error of one step on the GPS-like two-body orbit.
+  First f(kepler1);
+  auto error = [&](double h) {
+    Vec r0, v0, r, v;
+    GpsOrbit::state(0, r0, v0);
+    GpsOrbit::state(h, r, v);
+    Vec x(6), rx(3);
+    for (int i = 0; i < 3; ++i) x(i) = r0(i), x(i + 3) = v0(i);
+    EXPECT_EQ(zs::rkf78(f, x, 0.0, h, h, 0.9), 1);
+    for (int i = 0; i < 3; ++i) rx(i) = x(i);
+    return distance(rx, r);
+  };
+  double const ratio = error(2400.0) / error(1200.0);
+  EXPECT_GT(ratio, 0.6 * 512);
+  EXPECT_LT(ratio, 1.6 * 512);
+}
+
+TEST(Rkf78, TwoBodyAgainstKeplerAfterOneAndSevenDays) {
+  First f(kepler1);
+  Vec r0, v0;
+  GpsOrbit::state(0, r0, v0);
+  Vec x(6);
+  for (int i = 0; i < 3; ++i) x(i) = r0(i), x(i + 3) = v0(i);
+  double t = 0.0;
+  for (double days : {1.0, 7.0}) {
+    EXPECT_GT(zs::rkf78(f, x, t, days * kDay, 300.0, 1e-13), 0);
+    t = days * kDay;
+    Vec r, v, rx(3);
+    GpsOrbit::state(t, r, v);
+    for (int i = 0; i < 3; ++i) rx(i) = x(i);
+    double const err = distance(rx, r);
+    std::printf("rkf78 (tol 1e-13) two-body position error after %g d: %.3e m, %d calls\n", days, err,
+                f.calls);
+    EXPECT_LT(err, days < 2 ? 1e-4 : 2e-3);
+  }
+  // Backwards to the epoch.
+  EXPECT_GT(zs::rkf78(f, x, t, 0.0, 300.0, 1e-13), 0);
+  Vec back(3);
+  for (int i = 0; i < 3; ++i) back(i) = x(i);
+  EXPECT_LT(distance(back, r0), 1e-2);
+}
+
+// ---- rk4 and rkn5 -------------------------------------------------------------
+
+// Harmonic oscillator y'' = -y, y(0) = 1, y'(0) = 0.
+TEST(Rk4, FourthOrderConvergenceForwardAndBackward) {
+  First f([](Vec const& x, Vec& dx, double) {
+    dx.resize(2);
+    dx(0) = x(1);
+    dx(1) = -x(0);
+  });
+  auto error = [&](unsigned n, double sign) {
+    Vec x(2);
+    x(0) = 1.0, x(1) = 0.0;
+    EXPECT_EQ(zs::rk4(f, x, 0.0, n, sign * 2.0 / n), static_cast<int>(n));
+    return std::hypot(x(0) - std::cos(2.0), x(1) + sign * std::sin(2.0));
+  };
+  for (double sign : {1.0, -1.0}) {
+    double const ratio = error(20, sign) / error(40, sign);
+    EXPECT_NEAR(ratio, 16.0, 1.5);
+  }
+}
+
+TEST(Rk4, InputFaults) {
+  First f(kepler1);
+  Vec empty, x(2, 3.0);
+  int result = 1;
+  EXPECT_EQ(captureLog([&] { result = zs::rk4(f, empty, 0, 3, 1.0); }),
+            "ERROR/rk4: Vector of dependent variables is zero dimensional.\n");
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(captureLog([&] { result = zs::rk4(f, x, 0, 3, 0.0); }),
+            "ERROR/rk4: Step size is equal to zero.\n");
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(zs::rk4(f, x, 0, 0, 1.0), 0);
+  EXPECT_EQ(f.calls, 0);
+  EXPECT_EQ(x(0), 3.0);
+}
+
+TEST(Rkn5, FifthOrderConvergenceAndStepCount) {
+  Second f([](Vec const& y, Vec& a, double) {
+    a.resize(1);
+    a(0) = -y(0);
+  });
+  auto run = [&](double t0, double t1, double h, int expectedSteps, double tEnd) {
+    Vec y(1, std::cos(t0)), v(1, -std::sin(t0));
+    EXPECT_EQ(zs::rkn5(f, y, v, t0, t1, h), expectedSteps);
+    return std::hypot(y(0) - std::cos(tEnd), v(0) + std::sin(tEnd));
+  };
+  double const ratio = run(0.0, 3.0, 0.1, 30, 3.0) / run(0.0, 3.0, 0.05, 60, 3.0);
+  EXPECT_NEAR(ratio, 32.0, 4.0);
+  // A whole number of steps only: 2.5 h is two steps, ending at t0 + 2 h.
+  EXPECT_LT(run(1.0, 1.25, 0.1, 2, 1.2), 1e-9);
+  // Shorter than one step: one step of t1 - t0, in either direction.
+  EXPECT_LT(run(1.0, 1.04, 0.1, 1, 1.04), 1e-11);
+  EXPECT_LT(run(1.0, 0.96, 0.1, 1, 0.96), 1e-11);
+  EXPECT_LT(run(-1.0, -2.0, 0.05, 20, -2.0), 1e-8);
+  // A zero step takes no step at all.
+  int const calls = f.calls;
+  EXPECT_LT(run(0.5, 1.0, 0.0, 0, 0.5), 1e-300);
+  EXPECT_EQ(f.calls, calls);
+}
+
+// ---- Gauss-Jackson --------------------------------------------------------------
+
+namespace {
+
+void gpsStart(Vec& r0, Vec& v0) {
+  GpsOrbit::state(0, r0, v0);
+}
+
+}  // namespace
+
+TEST(Gj8, TwoBodyAgainstKeplerAfterOneAndSevenDays) {
+  Second f(kepler2);
+  Vec r0, v0;
+  gpsStart(r0, v0);
+  constexpr double h = 300.0;  // s
+  zs::Gj8Integrator gj;
+  ASSERT_EQ(gj.gj8Init(f, r0, v0, 0.0, h), 0);
+  Mat R(3, 1), V(3, 1);
+  unsigned done = 0;
+  for (double days : {1.0, 7.0}) {
+    unsigned const target = static_cast<unsigned>(days * kDay / h);
+    EXPECT_EQ(gj.gj8Propagate(f, R, V, target - done), target - done);
+    done = target;
+    EXPECT_EQ(gj.getTotalSteps(), target);
+    Vec r, v;
+    GpsOrbit::state(done * h, r, v);
+    double const err = distance(Vec(column(R, 0)), r);
+    double const verr = distance(Vec(column(V, 0)), v);
+    std::printf("gj8 (h = 300 s) two-body error after %g d: %.3e m, %.3e m/s, %d calls\n", days, err, verr,
+                f.calls);
+    EXPECT_LT(err, days < 2 ? 1e-5 : 1e-4);
+    EXPECT_LT(verr, 1e-8);
+  }
+  // A negative step integrates backwards.
+  zs::Gj8Integrator back;
+  ASSERT_EQ(back.gj8Init(f, r0, v0, 0.0, -h), 0);
+  back.gj8Propagate(f, R, V, 288);
+  Vec r, v;
+  GpsOrbit::state(-kDay, r, v);
+  EXPECT_LT(distance(Vec(column(R, 0)), r), 1e-5);
+}
+
+// Accelerations that depend on time only: a polynomial of degree 8 is
+// integrated exactly through start-up, predictor and corrector; degree 9 is not.
+TEST(Gj8, ExactOnPolynomialAccelerationsOfDegreeEight) {
+  auto run = [](int degree) {
+    auto p = [degree](double t) { return 1e-2 * std::pow(t / 100.0, degree); };
+    // Exact integrals with r, v at t = 0 as below.
+    auto v = [degree](double t) { return 1e-2 * 100.0 * std::pow(t / 100.0, degree + 1) / (degree + 1); };
+    auto r = [degree](double t) {
+      return 1e-2 * 1e4 * std::pow(t / 100.0, degree + 2) / ((degree + 1) * (degree + 2));
+    };
+    Second f([&](Vec const&, Vec& a, double t) {
+      a.resize(3);
+      a(0) = p(t), a(1) = -p(t), a(2) = 0.5 * p(t);
+    });
+    Vec r0(3), v0(3);
+    // Inside the Earth, where the two-body start-up force is off: the corrector
+    // alone makes the straight-line start-up points consistent with f.
+    r0(0) = 1.0e3, r0(1) = 0.0, r0(2) = 0.0;
+    v0(0) = 0.0, v0(1) = 10.0, v0(2) = 0.0;
+    double const h = 10.0;
+    zs::Gj8Integrator gj;
+    EXPECT_EQ(gj.gj8Init(f, r0, v0, 0.0, h), 0);
+    Mat R(3, 40), V(3, 40);
+    gj.gj8Propagate(f, R, V, 40);
+    double worst = 0.0;
+    for (int k = 0; k < 40; ++k) {
+      double const t = (k + 1) * h;
+      worst = std::fmax(worst, std::fabs(R(0, k) - (r0(0) + r(t))));
+      worst = std::fmax(worst, std::fabs(R(1, k) - (v0(1) * t - r(t))));
+      worst = std::fmax(worst, std::fabs(V(2, k) - 0.5 * v(t)) * h);
+    }
+    return worst;
+  };
+  for (int degree : {0, 3, 8}) EXPECT_LT(run(degree), 1e-8) << "degree " << degree;
+  EXPECT_GT(run(9), 1e-7);
+}
+
+TEST(Gj8, StartUpEpochsNeedNoEvaluationAndCallsChainIntoOnePropagation) {
+  Second f(kepler2);
+  Vec r0, v0;
+  gpsStart(r0, v0);
+  zs::Gj8Integrator whole, pieces;
+  ASSERT_EQ(whole.gj8Init(f, r0, v0, 100.0, 120.0), 0);
+  ASSERT_EQ(pieces.gj8Init(f, r0, v0, 100.0, 120.0), 0);
+  Mat R(3, 12), V(3, 12);
+  whole.gj8Propagate(f, R, V, 12);
+
+  int const before = f.calls;
+  Mat R1(3, 2), V1(3, 2);
+  EXPECT_EQ(pieces.gj8Propagate(f, R1, V1, 2), 2u);
+  Mat R2(3, 2), V2(3, 2);
+  EXPECT_EQ(pieces.gj8Propagate(f, R2, V2, 2), 2u);
+  EXPECT_EQ(f.calls, before);
+  EXPECT_EQ(pieces.getTotalSteps(), 4u);
+  // Five more in a matrix of three columns keep the newest three.
+  Mat R3(3, 3), V3(3, 3);
+  EXPECT_EQ(pieces.gj8Propagate(f, R3, V3, 5), 5u);
+  // Three in a matrix of five columns leave its first two columns alone.
+  Mat R4(3, 5, -1.0), V4(3, 5, -1.0);
+  EXPECT_EQ(pieces.gj8Propagate(f, R4, V4, 3), 3u);
+  for (int i = 0; i < 3; ++i) {
+    for (int k = 0; k < 2; ++k) {
+      EXPECT_EQ(R1(i, k), R(i, k));
+      EXPECT_EQ(V2(i, k), V(i, k + 2));
+      EXPECT_EQ(R4(i, k), -1.0);
+    }
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_EQ(R3(i, k), R(i, k + 6));
+      EXPECT_EQ(V3(i, k), V(i, k + 6));
+      EXPECT_EQ(R4(i, k + 2), R(i, k + 9));
+      EXPECT_EQ(V4(i, k + 2), V(i, k + 9));
+    }
+  }
+  EXPECT_TRUE(pieces == whole);
+}
+
+TEST(Gj8, FreeFunctionsMatchTheIntegrator) {
+  Second f(kepler2);
+  Vec r0, v0;
+  gpsStart(r0, v0);
+  zs::Gj8Integrator gj;
+  ASSERT_EQ(gj.gj8Init(f, r0, v0, 0.0, 60.0), 0);
+  Mat R(3, 20), V(3, 20);
+  gj.gj8Propagate(f, R, V, 20);
+
+  Mat Rf(3, 21), Vf(3, 21);
+  column(Rf, 0) = r0;
+  column(Vf, 0) = v0;
+  EXPECT_EQ(zs::gj8(f, Rf, Vf, 0.0, 20, 60.0), 20);
+  Vec r = r0, v = v0;
+  EXPECT_EQ(zs::gj8(f, r, v, 0.0, 20, 60.0), 20);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(Rf(i, 0), r0(i));
+    for (int k = 0; k < 20; ++k) {
+      EXPECT_EQ(Rf(i, k + 1), R(i, k));
+      EXPECT_EQ(Vf(i, k + 1), V(i, k));
+    }
+    EXPECT_EQ(r(i), R(i, 19));
+    EXPECT_EQ(v(i), V(i, 19));
+  }
+}
+
+TEST(Gj8, InputFaultsAreLoggedAndLeaveTheIntegratorAlone) {
+  Second f(kepler2);
+  Vec r0, v0;
+  gpsStart(r0, v0);
+  zs::Gj8Integrator gj;
+  zs::Gj8Integrator const fresh;
+  Vec empty, four(4, 1.0);
+  int result = 0;
+  EXPECT_EQ(captureLog([&] { result = gj.gj8Init(f, empty, empty, 0, 60); }),
+            "ERROR/gj8: Vector of dependent variables is too small.\n");
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(captureLog([&] { result = gj.gj8Init(f, r0, four, 0, 60); }),
+            "ERROR/gj8: Dimensions of vector of dependent variables and its derivative do not agree.\n");
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(captureLog([&] { result = gj.gj8Init(f, r0, v0, 0, 0.0); }),
+            "ERROR/gj8: Initial step size is equal to zero.\n");
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(gj == fresh);
+  EXPECT_EQ(f.calls, 0);
+
+  Mat R(3, 2), V(3, 2), none(0, 2), wide(3, 3), tall(4, 2), tallV(4, 2);
+  EXPECT_EQ(captureLog([&] { EXPECT_EQ(gj.gj8Propagate(f, R, V, 1), 0u); }),
+            "ERROR/gj8: Integrator is not initialized.\n");
+  ASSERT_EQ(gj.gj8Init(f, r0, v0, 0, 60), 0);
+  zs::Gj8Integrator const initialised = gj;
+  unsigned steps = 1;
+  EXPECT_EQ(captureLog([&] { steps = gj.gj8Propagate(f, R, V, 0); }),
+            "ERROR/gj8: Number of integration steps has to be a positive number.\n");
+  EXPECT_EQ(steps, 0u);
+  EXPECT_EQ(captureLog([&] { gj.gj8Propagate(f, none, V, 1); }),
+            "ERROR/gj8: Matrix of dependent variables or matrix of derivatives is too small.\n");
+  EXPECT_EQ(
+      captureLog([&] { gj.gj8Propagate(f, R, wide, 1); }),
+      "ERROR/gj8: Dimensions of matrix of dependent variables and matrix of derivatives do not agree.\n");
+  EXPECT_EQ(captureLog([&] { gj.gj8Propagate(f, tall, tallV, 1); }),
+            "ERROR/gj8: Number of rows of the matrix of dependent variables differs from the state "
+            "dimension.\n");
+  EXPECT_TRUE(gj == initialised);
+
+  Mat R1(3, 1), V1(3, 1);
+  Vec r = r0, v = v0;
+  EXPECT_EQ(captureLog([&] { result = zs::gj8(f, R1, V1, 0, 5, -60.0); }),
+            "ERROR/gj8: Initial step size is less than or equal to zero.\n");
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(captureLog([&] { result = zs::gj8(f, R1, V1, 0, 0, 60.0); }),
+            "ERROR/gj8: Number of integration steps has to be a positive number.\n");
+  EXPECT_EQ(captureLog([&] { result = zs::gj8(f, none, none, 0, 5, 60.0); }),
+            "ERROR/gj8: Matrix of dependent variables or its derivative is too small.\n");
+  EXPECT_EQ(captureLog([&] { result = zs::gj8(f, R1, wide, 0, 5, 60.0); }),
+            "ERROR/gj8: Dimensions of matrix of dependent variables and its derivative do not agree.\n");
+  EXPECT_EQ(captureLog([&] { result = zs::gj8(f, empty, empty, 0, 5, 60.0); }),
+            "ERROR/gj8: Matrix of dependent variables or its derivative is too small.\n");
+  EXPECT_EQ(result, -1);
+}
+
+// ---- Gauss-Jackson state across serialization ----------------------------------
+
+namespace {
+
+zs::Gj8Integrator propagated(zs::OdeFunction2& f, unsigned steps) {
+  Vec r0, v0;
+  gpsStart(r0, v0);
+  zs::Gj8Integrator gj;
+  EXPECT_EQ(gj.gj8Init(f, r0, v0, 1.0e9, 300.0), 0);
+  Mat R(3, 1), V(3, 1);
+  if (steps > 0) gj.gj8Propagate(f, R, V, steps);
+  return gj;
+}
+
+}  // namespace
+
+TEST(Gj8Serialization, ContinuationAfterARoundTripIsBitForBit) {
+  Second f(kepler2);
+  zs::Gj8Integrator uninterrupted = propagated(f, 37);
+  zs::Gj8Integrator const saved = uninterrupted;
+  zarn::core::BinaryData bytes = {0xAA, 0xBB};  // serialize appends
+  ASSERT_TRUE(saved.serialize(bytes));
+  // Field order and sizes: flag, t0, h, steps, 3x9 accelerations, two 3-vectors, two 3x8 matrices.
+  ASSERT_EQ(bytes.size(), 2u + 1 + 12 + 12 + 4 + (8 + 12 * 27) + 2 * (4 + 12 * 3) + 2 * (8 + 12 * 24));
+  EXPECT_EQ(bytes[2], 1);
+  EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 27, bytes.begin() + 31),
+            (std::vector<unsigned char>{0, 0, 0, 37}));
+  EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 31, bytes.begin() + 39),
+            (std::vector<unsigned char>{0, 0, 0, 3, 0, 0, 0, 9}));
+
+  zs::Gj8Integrator restored;
+  unsigned int position = 2;
+  ASSERT_TRUE(restored.deserialize(bytes, position));
+  EXPECT_EQ(position, bytes.size());
+  EXPECT_TRUE(restored == saved);
+  EXPECT_EQ(restored.getTotalSteps(), 37u);
+
+  Mat R1(3, 100), V1(3, 100), R2(3, 100), V2(3, 100);
+  uninterrupted.gj8Propagate(f, R1, V1, 100);
+  restored.gj8Propagate(f, R2, V2, 100);
+  EXPECT_TRUE(zs::operator==(R1, R2));
+  EXPECT_TRUE(zs::operator==(V1, V2));
+  EXPECT_TRUE(restored == uninterrupted);
+  EXPECT_FALSE(restored == saved);
+
+  // An empty integrator and one inside its start-up window round-trip too.
+  for (zs::Gj8Integrator const& original : {zs::Gj8Integrator(), propagated(f, 2)}) {
+    zarn::core::BinaryData b;
+    ASSERT_TRUE(original.serialize(b));
+    zs::Gj8Integrator copy = saved;
+    unsigned int at = 0;
+    ASSERT_TRUE(copy.deserialize(b, at));
+    EXPECT_TRUE(copy == original);
+  }
+}
+
+TEST(Gj8Serialization, TruncatedOrGarbledBuffersChangeNothing) {
+  Second f(kepler2);
+  zs::Gj8Integrator const saved = propagated(f, 12);
+  zarn::core::BinaryData bytes;
+  ASSERT_TRUE(saved.serialize(bytes));
+  zs::Gj8Integrator const other = propagated(f, 3);
+
+  auto rejected = [&](zarn::core::BinaryData const& buffer) {
+    zs::Gj8Integrator target = other;
+    unsigned int position = 0;
+    bool const ok = target.deserialize(buffer, position);
+    return !ok && position == 0 && target == other;
+  };
+  for (std::size_t length = 0; length < bytes.size(); ++length)
+    EXPECT_TRUE(rejected(zarn::core::BinaryData(bytes.begin(), bytes.begin() + length))) << length;
+
+  auto garbled = [&](std::size_t offset, std::vector<unsigned char> const& patch) {
+    zarn::core::BinaryData b = bytes;
+    std::copy(patch.begin(), patch.end(), b.begin() + offset);
+    return b;
+  };
+  // Nine accelerations per row are required.
+  EXPECT_TRUE(rejected(garbled(33, {0, 0, 0, 8})));
+  // A zero step (mantissa 0) cannot be continued.
+  EXPECT_TRUE(rejected(garbled(13, {0, 0, 0, 0, 0, 0, 0, 0})));
+  // A first-sum count far beyond the buffer neither allocates nor reads on.
+  EXPECT_TRUE(rejected(garbled(29 + 8 + 12 * 27, {0x7F, 0xFF, 0xFF, 0xFF})));
+  // A state that says "not initialised" but carries data.
+  EXPECT_TRUE(rejected(garbled(0, {0})));
+  // A non-finite time (largest exponent).
+  EXPECT_TRUE(rejected(garbled(1 + 8, {0x7F, 0xFF, 0xFF, 0xFF})));
+}
+
+// The start-up runs on the two-body problem, which needs a 3-dimensional y.
+TEST(Gj8DeathTest, StartUpOfAStateOtherThanPositionAndVelocityAborts) {
+  Second f([](Vec const& y, Vec& a, double) { a = -y; });
+  Vec r(2, 7.0e6), v(2, 1.0);
+  zs::Gj8Integrator gj;
+  std::string const pattern =
+      zarn::test::fatalPattern("std::invalid_argument(\"Vector dimension is not equal to 6.\")",
+                               "libs/support/src/numerical_integration");
+  EXPECT_DEATH(gj.gj8Init(f, r, v, 0.0, 10.0), pattern);
+  Mat R(4, 3), V(4, 3);
+  EXPECT_DEATH(zs::gj8(f, R, V, 0.0, 3, 10.0), pattern);
+}

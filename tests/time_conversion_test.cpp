@@ -1,0 +1,268 @@
+// Time scales against calendar facts: dates come from ERFA (or, without it,
+// the Fliegel-Van Flandern Julian day number), GPS-UTC from ERFA's TAI-UTC
+// table and the published roll-over and system epochs.
+#include "zarn/support/time_conversion.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#ifdef ZARN_HAVE_ERFA
+#include <erfa.h>
+#endif
+
+#include "support/test_support.hpp"
+
+namespace zs = zarn::support;
+using zarn::core::Toc;
+
+namespace {
+
+constexpr double DAY = 86400.0;
+constexpr double WEEK = 604800.0;
+
+// Modified Julian Date of a Gregorian calendar date.
+long mjd(int y, int m, int d) {
+#ifdef ZARN_HAVE_ERFA
+  double djm0 = 0.0;
+  double djm = 0.0;
+  EXPECT_EQ(eraCal2jd(y, m, d, &djm0, &djm), 0);
+  return static_cast<long>(djm);
+#else
+  long const a = (m - 14) / 12;  // Fliegel & Van Flandern (1968), CACM 11, 657
+  long const jdn = (1461L * (y + 4800 + a)) / 4 + (367L * (m - 2 - 12 * a)) / 12 -
+                   (3L * ((y + 4900 + a) / 100)) / 4 + d - 32075;
+  return jdn - 2400001;
+#endif
+}
+
+// GPS-second count of a UTC calendar instant, leap seconds not counted.
+double utcCount(int y, int m, int d, double secondsOfDay = 0.0) {
+  return (mjd(y, m, d) - mjd(1980, 1, 6)) * DAY + secondsOfDay;
+}
+
+// GLONASS seconds of a Moscow-time calendar instant.
+double moscowSecs(int y, int m, int d, double secondsOfDay = 0.0) {
+  return (mjd(y, m, d) - mjd(1996, 1, 1)) * DAY + secondsOfDay;
+}
+
+Toc toc(std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+  return Toc{a, b, c};
+}
+
+// The leap second at the end of 2016 (Bulletin C 52): GPS-UTC 18 s after it.
+std::vector<zs::LeapInfo> table2016() {
+  return {zs::LeapInfo{static_cast<std::uint64_t>(utcCount(2016, 12, 31, DAY - 1)), 18}};
+}
+
+}  // namespace
+
+TEST(GpsTime, WeeksOfKnownDatesAndRollOvers) {
+  EXPECT_EQ(zs::gpsSecsToGps(0.0), toc(0, 0, 0));
+  // Roll-overs at 1999-08-22 and 2019-04-07 00:00 GPS time.
+  EXPECT_EQ(zs::gpsSecsToGps(utcCount(1999, 8, 22)), toc(1, 0, 0));
+  EXPECT_EQ(zs::gpsSecsToGps(utcCount(2019, 4, 7)), toc(2, 0, 0));
+  EXPECT_EQ(zs::gpsSecsToGps(utcCount(2019, 4, 7) - 1.0), toc(1, 1023, 604799));
+  EXPECT_EQ(zs::gpsSecsToGps(2100 * WEEK + 3 * DAY + 5.0), toc(2, 52, 259205));
+  EXPECT_EQ(zs::gpsToGpsSecs(toc(2, 52, 259205)), 2100 * WEEK + 3 * DAY + 5.0);
+  // Seconds of week round to nearest, half away from zero.
+  EXPECT_EQ(zs::gpsSecsToGps(100.49).third, 100u);
+  EXPECT_EQ(zs::gpsSecsToGps(100.5).third, 101u);
+  EXPECT_EQ(zs::gpsSecsToGps(-0.5), toc(0, 0, 0));
+}
+
+TEST(GpsTime, SlpWordRoundTripsAndCountsDays) {
+  std::mt19937 rng(7);
+  std::uniform_int_distribution<std::uint32_t> cycle(0, 3), week(0, 1023), sow(0, 604799);
+  for (int i = 0; i < 20000; ++i) {
+    Toc const x = toc(cycle(rng), week(rng), sow(rng));
+    ASSERT_EQ(zs::slpToGps(zs::gpsToSlp(x)), x) << x.first << " " << x.second << " " << x.third;
+  }
+  unsigned const word = zs::gpsToSlp(toc(2, 0, 3 * 86400 + 77));
+  EXPECT_EQ(word >> 17, static_cast<unsigned>(mjd(2019, 4, 10) - mjd(1980, 1, 6)));
+  EXPECT_EQ(word & 0x1FFFFu, 77u);
+}
+
+TEST(BeidouTime, EpochIsGpsWeek1356Plus14Seconds) {
+  // BDT 0 = 2006-01-01 00:00:00 UTC, when GPS-UTC was 14 s.
+  double const gps = zs::beidouSecsToGpsSecs(0.0);
+  EXPECT_EQ(gps, utcCount(2006, 1, 1) + 14.0);
+  EXPECT_EQ(zs::gpsSecsToGps(gps), toc(1, 332, 14));
+  EXPECT_EQ(zs::gpsSecsToBeidouSecs(gps), 0.0);
+
+  double const bdt = (mjd(2020, 1, 1) - mjd(2006, 1, 1)) * DAY + 12345.0;
+  Toc const b = zs::secsToBeidou(bdt);
+  EXPECT_EQ(b, toc(0, 730, 3 * 86400 + 12345));  // 2020-01-01 is a Wednesday, week 730 began 2019-12-29
+  EXPECT_EQ(zs::beidouToSecs(b), bdt);
+  EXPECT_EQ(zs::secsToBeidou(8192 * WEEK), toc(1, 0, 0));
+  EXPECT_EQ(zs::beidouToSecs(toc(1, 2, 3)), 8192 * WEEK + 2 * WEEK + 3);
+  EXPECT_EQ(zs::secsToBeidou(0.0), toc(0, 0, 0));
+  EXPECT_EQ(zs::secsToBeidou(-5.0), toc(0, 0, 0));
+
+  EXPECT_EQ(zs::beidouToSlp(b) >> 17, static_cast<unsigned>(mjd(2020, 1, 1) - mjd(2006, 1, 1)));
+  EXPECT_EQ(zs::slpToBeidou(zs::beidouToSlp(b)), b);
+  // Weeks are never wrapped into cycles.
+  EXPECT_EQ(zs::slpToBeidou(4000u * 7u << 17), toc(0, 4000, 0));
+}
+
+TEST(GlonassTime, FourYearPeriodsAround2000And2020) {
+  EXPECT_EQ(zs::glonassToSecs(toc(1, 0, 0)), 126230400.0);
+  EXPECT_EQ(zs::secsToGlonass(126230400.0), toc(1, 0, 0));
+  EXPECT_EQ(zs::secsToGlonass(moscowSecs(2000, 1, 1)), toc(1, 0, 0));
+  EXPECT_EQ(zs::secsToGlonass(moscowSecs(1999, 12, 31, DAY - 1)), toc(0, 1460, 86399));
+  EXPECT_EQ(zs::secsToGlonass(moscowSecs(2020, 1, 1)), toc(6, 0, 0));
+  EXPECT_EQ(zs::secsToGlonass(moscowSecs(2019, 12, 31, 43200.9)), toc(5, 1460, 43200));
+  EXPECT_EQ(zs::secsToGlonass(moscowSecs(2020, 3, 1, 60)), toc(6, 60, 60));
+  // 2100 is no leap year: period 26 has 1460 days.
+  EXPECT_EQ(zs::secsToGlonass(moscowSecs(2104, 1, 1)), toc(27, 0, 0));
+  EXPECT_EQ(zs::secsToGlonass(moscowSecs(2103, 12, 31, 5)), toc(26, 1459, 5));
+  EXPECT_EQ(zs::glonassToSecs(toc(27, 0, 0)), moscowSecs(2104, 1, 1));
+  EXPECT_EQ(zs::secsToGlonass(0.0), toc(0, 0, 0));
+  EXPECT_EQ(zs::secsToGlonass(0.5), toc(0, 0, 0));
+
+  std::mt19937 rng(11);
+  std::uniform_int_distribution<std::uint32_t> period(0, 21), day(0, 1459), sod(0, 86399);
+  for (int i = 0; i < 20000; ++i) {
+    Toc const x = toc(period(rng), day(rng), sod(rng));
+    ASSERT_EQ(zs::secsToGlonass(zs::glonassToSecs(x)), x) << x.first << " " << x.second << " " << x.third;
+    ASSERT_EQ(zs::slpToGlonass(zs::glonassToSlp(x)), x) << x.first << " " << x.second << " " << x.third;
+  }
+  EXPECT_EQ(zs::glonassToSlp(toc(6, 0, 9)) >> 17, static_cast<unsigned>(mjd(2020, 1, 1) - mjd(1996, 1, 1)));
+  EXPECT_EQ(zs::slpToGlonass(zs::glonassToSlp(toc(0, 1460, 86399))), toc(0, 1460, 86399));
+  EXPECT_EQ(zs::slpToGlonass(0u), toc(0, 0, 0));
+}
+
+TEST(GlonassTime, MoscowTimeFromGpsRemovesGpsMinusUtc) {
+  // 2017-01-01 00:00:00 UTC is 03:00 Moscow time, day 366 of the 2016 period.
+  double const gps = utcCount(2017, 1, 1) + 18.0;
+  EXPECT_EQ(zs::gpsToGlonass(zs::gpsSecsToGps(gps), table2016()), toc(5, 366, 10800));
+  EXPECT_EQ(zs::gpsToGlonass(zs::gpsSecsToGps(gps), {}), toc(5, 366, 10801));
+  EXPECT_EQ(zs::glonassToGps(toc(5, 366, 10800), table2016()), zs::gpsSecsToGps(gps));
+  // 1999-12-31 21:00 UTC (GPS-UTC 13 s) opens the 2000 period.
+  EXPECT_EQ(zs::gpsSecsToGlonassSecs(utcCount(1999, 12, 31, 75600) + 13.0, {}), moscowSecs(2000, 1, 1));
+  for (double t = 1.0e8; t < 1.4e9; t += 7.77e6) {
+    EXPECT_EQ(zs::glonassSecsToGpsSecs(zs::gpsSecsToGlonassSecs(t, table2016()), table2016()), t);
+  }
+}
+
+TEST(LeapSeconds, BuiltInBoundaries) {
+  EXPECT_EQ(zs::leapSeconds(1119744015.0, true, {}), 16);
+  EXPECT_EQ(zs::leapSeconds(1119744016.0, true, {}), 17);
+  EXPECT_EQ(zs::leapSeconds(1119743999.0, false, {}), 16);
+  EXPECT_EQ(zs::leapSeconds(1119744000.0, false, {}), 17);
+  EXPECT_EQ(zs::leapSeconds(2.0e9, true, {}), 17);
+  EXPECT_EQ(zs::leapSeconds(0.0, true, {}), 0);
+}
+
+TEST(LeapSeconds, The2016LeapSecondComesOnlyFromTheTable) {
+  double const last = utcCount(2016, 12, 31, DAY - 1);
+  EXPECT_EQ(zs::leapSeconds(last, false, table2016()), 17);
+  EXPECT_EQ(zs::leapSeconds(last + 1.0, false, table2016()), 18);
+  EXPECT_EQ(zs::leapSeconds(last + 17.0, true, table2016()), 17);
+  EXPECT_EQ(zs::leapSeconds(last + 18.0, true, table2016()), 18);
+  EXPECT_EQ(zs::leapSeconds(last + 1.0e6, true, {}), 17);
+
+  // Any order; entries not after the last built-in one are ignored.
+  double const later = utcCount(2030, 6, 30, DAY - 1);  // hypothetical
+  std::vector<zs::LeapInfo> table{{static_cast<std::uint64_t>(later), 19},
+                                  {static_cast<std::uint64_t>(utcCount(2012, 6, 30, DAY - 1)), 99}};
+  table.push_back(table2016()[0]);
+  EXPECT_EQ(zs::leapSeconds(last, false, table), 17);
+  EXPECT_EQ(zs::leapSeconds(last + 18.0, true, table), 18);
+  EXPECT_EQ(zs::leapSeconds(later, false, table), 18);
+  EXPECT_EQ(zs::leapSeconds(later + 1.0, false, table), 19);
+  EXPECT_EQ(zs::leapSeconds(later + 19.0, true, table), 19);
+
+  // The answer does not depend on the order of the caller's table.
+  table.push_back({static_cast<std::uint64_t>(utcCount(2040, 12, 31, DAY - 1)), 18});
+  std::vector<std::size_t> order{0, 1, 2, 3};
+  std::vector<double> const probes{last,
+                                   last + 18.0,
+                                   later + 18.0,
+                                   later + 19.0,
+                                   utcCount(2041, 1, 1) + 18.0,
+                                   utcCount(2041, 1, 1) + 19.0};
+  std::vector<int> const expected{17, 18, 18, 19, 19, 18};
+  do {
+    std::vector<zs::LeapInfo> shuffled;
+    for (std::size_t i : order) shuffled.push_back(table[i]);
+    for (std::size_t k = 0; k < probes.size(); ++k) {
+      EXPECT_EQ(zs::leapSeconds(probes[k], true, shuffled), expected[k]) << k;
+    }
+  } while (std::next_permutation(order.begin(), order.end()));
+}
+
+#ifdef ZARN_HAVE_ERFA
+TEST(LeapSeconds, AgreeWithErfaEveryHalfYear) {
+  for (int y = 1980; y <= 2024; ++y) {
+    for (int m : {1, 7}) {
+      double dat = 0.0;
+      ASSERT_GE(eraDat(y, m, 1, 0.0, &dat), 0);
+      int const gpsUtc = static_cast<int>(dat) - 19;  // GPS time = TAI - 19 s
+      double const utc = utcCount(y, m, 1);
+      if (utc < 0.0) continue;
+      EXPECT_EQ(zs::leapSeconds(utc, false, table2016()), gpsUtc) << y << "-" << m;
+      EXPECT_EQ(zs::leapSeconds(utc + gpsUtc, true, table2016()), gpsUtc) << y << "-" << m;
+      // One second earlier still carries the previous value after a leap second.
+      double before = 0.0;
+      ASSERT_GE(eraDat(m == 1 ? y - 1 : y, m == 1 ? 12 : 6, m == 1 ? 31 : 30, 0.5, &before), 0);
+      int const previous = static_cast<int>(before) - 19;
+      if (utc - 1.0 >= 0.0) {
+        EXPECT_EQ(zs::leapSeconds(utc - 1.0, false, table2016()), previous) << y << "-" << m;
+        EXPECT_EQ(zs::leapSeconds(utc - 1.0 + previous, true, table2016()), previous) << y << "-" << m;
+      }
+    }
+  }
+}
+#endif
+
+TEST(LeapSeconds, UpdateAcceptsOnlyTheLastSecondOfADay) {
+  std::vector<zs::LeapInfo> table;
+  Toc const endOf2016 = zs::gpsSecsToGps(utcCount(2016, 12, 31, DAY - 1));
+  ASSERT_TRUE(zs::updateLeapSeconds(endOf2016, 18, table));
+  ASSERT_EQ(table.size(), 1u);
+  EXPECT_EQ(table[0], table2016()[0]);
+  EXPECT_TRUE(zs::updateLeapSeconds(toc(0, 0, 86399 + 3 * 86400), 5, table));
+  EXPECT_TRUE(zs::updateLeapSeconds(endOf2016, 19, table));  // replaces, no duplicate
+  ASSERT_EQ(table.size(), 2u);
+  EXPECT_EQ(table[0].leapSeconds, 19);
+
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(zs::updateLeapSeconds(toc(0, 0, 86400), 20, table));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "ERROR/TimeConversion: updateLeapSeconds: given time 86400 is not midnight minus one second\n");
+  EXPECT_EQ(table.size(), 2u);
+}
+
+TEST(ModifiedJulianDate, FromTocAndSeconds) {
+  EXPECT_EQ(zs::gpsToMJD(toc(0, 0, 0)).day, static_cast<unsigned>(mjd(1980, 1, 6)));
+  zs::Mjd const a = zs::gpsToMJD(toc(2, 0, 3 * 86400 + 43200));
+  EXPECT_EQ(a.day, static_cast<unsigned>(mjd(2019, 4, 10)));
+  EXPECT_EQ(a.fraction, 0.5);
+  zs::Mjd const b = zs::gpsSecsToMJD(utcCount(2019, 4, 10, 21600.75));
+  EXPECT_EQ(b.day, a.day);
+  EXPECT_DOUBLE_EQ(b.fraction, 21600.75 / DAY);
+}
+
+TEST(AdjustedTime, NearestNominalEpoch) {
+  using zarn::core::GnssType;
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 3600.0), 7200.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 3599.0), 0.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 14400.25), 14400.25);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 7199.25), 7200.25);            // the fraction survives
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 1.0e6 * WEEK), 1.0e6 * WEEK);  // beyond 32 bits
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 1800.0), 2700.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 1799.0), 900.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 2700.4), 2700.4);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 3599.0), 2700.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 3600.0), 4500.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::BEIDOU, 1800.0), 3600.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::BEIDOU, 1799.0), 0.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::BEIDOU, 7200.0), 7200.0);
+  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GALILEO, 1799.0), 1799.0);
+  EXPECT_EQ(zs::getAdjustedTime(static_cast<GnssType>(0), 1799.0), 1799.0);
+}

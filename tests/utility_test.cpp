@@ -1,0 +1,177 @@
+// GNSS utilities against the published texts, ranges and accuracy tables and
+// hand-derived geometry.
+#include "zarn/support/utility.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "support/test_support.hpp"
+
+namespace zs = zarn::support;
+namespace zc = zarn::core;
+using zc::Toc;
+using zs::Vec;
+
+namespace {
+
+Vec vec(double x, double y, double z) {
+  Vec v(3);
+  v(0) = x;
+  v(1) = y;
+  v(2) = z;
+  return v;
+}
+
+zs::AssistanceData withOutages(std::vector<zs::TocPeriod> outages) {
+  zs::AssistanceData data = zs::makeZeroAssistanceData();
+  data.outages = std::move(outages);
+  return data;
+}
+
+}  // namespace
+
+TEST(Texts, StatusStateAndConstellation) {
+  EXPECT_EQ(zs::toString(zc::OK), "OK");
+  EXPECT_EQ(zs::toString(zc::PREDICTION_ERROR_OUT_OF_BOUNDS), "PREDICTION ERROR OUT-OF-BOUNDS");
+  EXPECT_EQ(zs::toString(zc::CORRUPTED_DATA), "CORRUPTED DATA");
+  EXPECT_EQ(zs::toString(static_cast<zc::Status>(18)), "MISSING INITIALIZATION PARAMETERS");
+  for (unsigned v : {0u, 17u, 19u})
+    EXPECT_EQ(zs::toString(static_cast<zc::Status>(v)), "UNKNOWN STATUS") << v;
+  EXPECT_EQ(zs::toString(zc::GOOD), "GOOD");
+  EXPECT_EQ(zs::toString(zc::BAD), "BAD");
+  EXPECT_EQ(zs::toString(static_cast<zc::GnssState>(0)), "UNKNOWN STATE");
+  EXPECT_EQ(zs::toString(static_cast<zc::GnssState>(4)), "UNKNOWN STATE");
+  EXPECT_EQ(zs::toString(zc::BEIDOU), "BEIDOU");
+  EXPECT_EQ(zs::toString(static_cast<zc::GnssType>(4)), "GALILEO");
+  EXPECT_EQ(zs::toString(static_cast<zc::GnssType>(0)), "UNKNOWN GNSS");
+  EXPECT_EQ(zs::toString(static_cast<zc::GnssType>(5)), "UNKNOWN GNSS");
+}
+
+TEST(SvIds, RangesAndValidity) {
+  using SvRange = std::pair<std::uint16_t, std::uint16_t>;
+  EXPECT_EQ(zs::getSvIdRange(zc::GLONASS), SvRange(1, 24));
+  EXPECT_EQ(zs::getSvIdRange(static_cast<zc::GnssType>(7)), SvRange(0, 0));
+  EXPECT_FALSE(zs::validSvId(zc::GPS, 0));
+  EXPECT_TRUE(zs::validSvId(zc::GPS, 32));
+  EXPECT_FALSE(zs::validSvId(zc::GPS, 33));
+  EXPECT_FALSE(zs::validSvId(zc::GLONASS, 25));
+  EXPECT_TRUE(zs::validSvId(zc::BEIDOU, 14));
+  EXPECT_FALSE(zs::validSvId(zc::BEIDOU, 15));
+  EXPECT_TRUE(zs::validSvId(zc::GALILEO, 30));
+  EXPECT_FALSE(zs::validSvId(static_cast<zc::GnssType>(5), 1));
+  EXPECT_FALSE(zs::validSvId(static_cast<zc::GnssType>(0), 0));
+}
+
+TEST(Outages, InstantAndIntervalOnTocOrder) {
+  EXPECT_FALSE(zs::isWithinOutage(Toc{0, 0, 0}, zs::makeZeroAssistanceData()));
+  // Crosses a GPS cycle: {0, 1023, ...} precedes {1, 0, ...}.
+  zs::AssistanceData const data = withOutages({{Toc{0, 1023, 500000}, Toc{1, 0, 1000}, "a"},
+                                               {Toc{1, 5, 100}, Toc{1, 5, 200}, "b"},
+                                               {Toc{1, 7, 0}, Toc{1, 7, 0}, "c"}});
+  EXPECT_TRUE(zs::isWithinOutage(Toc{0, 1023, 500000}, data));  // start counts
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 0, 1000}, data));       // so does stop
+  EXPECT_TRUE(zs::isWithinOutage(Toc{0, 1023, 604799}, data));
+  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 0, 1001}, data));
+  EXPECT_FALSE(zs::isWithinOutage(Toc{0, 1022, 600000}, data));
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 150}, data));
+  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 4, 150}, data));
+
+  // Intervals are [t0, t1).
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 0}, Toc{1, 5, 101}, data));   // start inside
+  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 5, 0}, Toc{1, 5, 100}, data));  // start at t1
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 200}, Toc{1, 6, 0}, data));   // stop at t0
+  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 5, 201}, Toc{1, 6, 0}, data));
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 120}, Toc{1, 5, 130}, data));  // covered
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 100}, Toc{1, 5, 200}, data));
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 150}, Toc{1, 5, 200}, data));  // covered up to t1
+  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 6, 0}, Toc{1, 7, 0}, data));     // empty outage at t1
+  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 7, 0}, data));
+  EXPECT_TRUE(zs::isWithinOutage(Toc{0, 1000, 0}, Toc{2, 0, 0}, data));  // holds both
+  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 1, 0}, Toc{1, 5, 0}, data));
+}
+
+TEST(Ura, PublishedTablesAndTheirEdges) {
+  // IS-GPS-200 20.3.3.3.1.3 and the GLONASS accuracy word FT.
+  double const gps[] = {2.4, 3.4, 4.85, 6.85, 9.65, 13.65, 24, 48, 96, 192, 384, 768, 1536, 3072, 6144};
+  double const glo[] = {1, 2, 2.5, 4, 5, 7, 10, 12, 14, 16, 32, 64, 128, 256, 512};
+  double const inf = std::numeric_limits<double>::infinity();
+  for (unsigned i = 0; i < 15; ++i) {
+    EXPECT_EQ(zs::metersToUraIndex(gps[i], zc::GPS), i);
+    EXPECT_EQ(zs::metersToUraIndex(-gps[i], zc::BEIDOU), i);
+    EXPECT_EQ(zs::metersToUraIndex(std::nextafter(gps[i], inf), zc::GPS), i + 1);
+    EXPECT_EQ(zs::metersToUraIndex(glo[i], zc::GLONASS), i);
+    EXPECT_EQ(zs::metersToUraIndex(std::nextafter(glo[i], inf), zc::GLONASS), i + 1);
+    EXPECT_EQ(zs::uraIndexToMeters(static_cast<unsigned char>(i), zc::GPS), gps[i]);
+    EXPECT_EQ(zs::uraIndexToMeters(static_cast<unsigned char>(i), zc::GLONASS), glo[i]);
+  }
+  EXPECT_EQ(zs::metersToUraIndex(-2.5, zc::GPS), 1);
+  EXPECT_EQ(zs::metersToUraIndex(7000, zc::GPS), 15);
+  EXPECT_EQ(zs::metersToUraIndex(0.0, zc::GALILEO), 0);
+  EXPECT_EQ(zs::uraIndexToMeters(15, zc::GLONASS), 512.0);
+  EXPECT_EQ(zs::uraIndexToMeters(255, zc::GPS), 6144.0);
+}
+
+TEST(Errors, DistanceAndSisre) {
+  Vec a(4, 9.0);
+  a(0) = 1.0;
+  a(1) = 2.0;
+  a(2) = 3.0;
+  EXPECT_EQ(zs::distance(a, vec(4.0, 6.0, 3.0)), 5.0);  // the fourth component is ignored
+
+  EXPECT_DOUBLE_EQ(zs::sisreError(vec(1.0, 7.0, 0.0), 0.0, zc::GPS, zs::UNDEFINED_SAT_TYPE), std::sqrt(2.0));
+  EXPECT_EQ(zs::sisreError(vec(2.0, 0.0, 0.0), 2.0, zc::GPS, zs::UNDEFINED_SAT_TYPE), 0.0);  // clock cancels
+  EXPECT_DOUBLE_EQ(zs::sisreError(vec(1.0, 0.0, 0.0), 0.0, zc::GLONASS, zs::GEO), 0.98);
+  EXPECT_DOUBLE_EQ(zs::sisreError(vec(0.0, 0.0, std::sqrt(45.0)), 0.0, zc::GLONASS, zs::MEO), 1.0);
+  EXPECT_DOUBLE_EQ(zs::sisreError(vec(0.0, 8.0, 8.0), 0.0, zc::BEIDOU, zs::GEO), 1.0);
+  EXPECT_DOUBLE_EQ(zs::sisreError(vec(1.0, 0.0, 0.0), 0.0, zc::BEIDOU, zs::IGSO), 0.99);
+  EXPECT_DOUBLE_EQ(zs::sisreError(vec(0.0, std::sqrt(54.0), 0.0), 0.0, zc::BEIDOU, zs::MEO), 1.0);
+  EXPECT_DOUBLE_EQ(zs::sisreError(vec(1.0, 0.0, 0.0), 0.0, zc::BEIDOU, zs::UNDEFINED_SAT_TYPE), 0.98);
+  EXPECT_EQ(zs::sisreError(vec(3.0, 4.0, 5.0), 1.0, zc::GALILEO, zs::MEO), 0.0);
+
+  zs::PredictionErrorParams p;
+  p[0] = 1e-10;
+  p[1] = 2e-5;
+  p[2] = 3.0;
+  EXPECT_DOUBLE_EQ(zs::estimateSisreError(p, 1e4), 3.21);
+}
+
+TEST(Errors, PredictionRtnOfAnInclinedOrbit) {
+  // r along x, v in the plane inclined by i about x: radial x,
+  // transverse (0, cos i, sin i), normal (0, -sin i, cos i).
+  double const i = 0.96;
+  double const r = 26.56e6;
+  double const v = 3.87e3;
+  Vec const pos = vec(r, 0.0, 0.0);
+  Vec const vel = vec(250.0, v * std::cos(i), v * std::sin(i));  // a radial rate does not tilt the axes
+  Vec const rtn = zs::predictionRtn(pos, vel, pos - vec(1.0, 2.0, 3.0));
+  EXPECT_NEAR(rtn(0), 1.0, 1e-12);
+  EXPECT_NEAR(rtn(1), 2.0 * std::cos(i) + 3.0 * std::sin(i), 1e-12);
+  EXPECT_NEAR(rtn(2), -2.0 * std::sin(i) + 3.0 * std::cos(i), 1e-12);
+
+  // A rotation keeps the length of the difference.
+  std::mt19937_64 rng(3);
+  std::uniform_real_distribution<double> u(-3.0e7, 3.0e7);
+  for (int k = 0; k < 100; ++k) {
+    Vec const p = vec(u(rng), u(rng), u(rng));
+    Vec const ref = p - vec(u(rng), u(rng), u(rng)) * 1e-6;
+    double const expected = norm_2(p - ref);
+    Vec const out = zs::predictionRtn(p, vec(u(rng), u(rng), u(rng)) * 1e-4, ref);
+    EXPECT_NEAR(norm_2(out), expected, 1e-12 * expected);
+  }
+}
+
+TEST(UtilityDeathTest, WrongVectorSizesAreFatal) {
+  Vec const three(3, 1.0);
+  Vec const two(2, 1.0);
+  char const* path = "libs/support/src/utility";
+  EXPECT_DEATH(zs::distance(two, three),
+               zarn::test::fatalPattern("std::invalid_argument(\"distance: invalid size\")", path));
+  EXPECT_DEATH(zs::sisreError(two, 0.0, zc::GPS, zs::MEO),
+               zarn::test::fatalPattern("std::invalid_argument(\"sisreError: invalid size rtn\")", path));
+  EXPECT_DEATH(
+      zs::predictionRtn(three, two, three),
+      zarn::test::fatalPattern("std::invalid_argument(\"predictionRtn: invalid size velocity\")", path));
+}
