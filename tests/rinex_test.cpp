@@ -23,6 +23,7 @@
 #include "support/test_support.hpp"
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/host/rinex_nav.hpp"
+#include "zarn/support/time_conversion.hpp"
 
 namespace zh = zarn::host;
 namespace zc = zarn::core;
@@ -182,19 +183,30 @@ TEST(GnssTime, GlonassTocCountsMoscowDaysFromThePeriodStart) {
 }
 #endif
 
-TEST(GnssTime, GpsAndBeidouTocsSplitWeeksAndCycles) {
-  // 2019-04-07 started GPS week 2048, the second roll-over of the 10-bit week.
-  double const rollover = zh::gpsSecondsFromCalendar({2019, 4, 7, 0, 0, 0.0});
-  EXPECT_EQ(tocTie(zh::gpsToc(rollover)), tocTie(zc::Toc{2, 0, 0}));
-  EXPECT_EQ(tocTie(zh::gpsToc(rollover - 0.4)), tocTie(zc::Toc{2, 0, 0}));  // rounds into the next week
-  EXPECT_EQ(tocTie(zh::gpsToc(rollover - 1.0)), tocTie(zc::Toc{1, 1023, 604799}));
-  EXPECT_EQ(tocTie(zh::gpsToc(-1.0)), tocTie(zc::Toc{}));
-  EXPECT_EQ(zh::gpsSecondsFromToc(zh::gpsToc(rollover + 12345.0)), rollover + 12345.0);
-  // BDT week 0 began 2006-01-01 00:00 BDT, GPS week 1356 plus 14 s.
+TEST(GnssTime, CalendarSecondsAndTheLibraryLeapTable) {
+  // 2019-04-07 started GPS week 2048; BDT week 0 began 2006-01-01, GPS week 1356 plus 14 s.
+  EXPECT_EQ(zh::gpsSecondsFromCalendar({2019, 4, 7, 0, 0, 0.0}), 2048 * zh::kSecondsPerWeek);
   EXPECT_EQ(zh::bdtSecondsFromCalendar({2006, 1, 1, 0, 0, 0.0}), 0.0);
   EXPECT_EQ(zh::kBdtEpochInGpsSeconds, 1356 * zh::kSecondsPerWeek + 14.0);
-  EXPECT_EQ(tocTie(zh::beidouToc(zh::bdtSecondsFromCalendar({2016, 6, 6, 16, 0, 0.0}))),
-            tocTie(zc::Toc{0, 544, 144000}));
+  zh::CalendarTime const c =
+      zh::calendarFromGpsSeconds(zh::gpsSecondsFromCalendar({2016, 2, 29, 23, 59, 44.5}));
+  EXPECT_EQ(std::make_tuple(c.year, c.month, c.day, c.hour, c.minute, c.second),
+            std::make_tuple(2016, 2, 29, 23, 59, 44.5));
+  // With the host's table the library's leap count agrees with the host's, 2017 step included.
+  std::vector<zarn::support::LeapInfo> const table = zh::leapSecondTable();
+  ASSERT_EQ(table.size(), 1u);
+  for (std::int64_t day = zh::daysFromCivil(1980, 1, 6); day < zh::daysFromCivil(2026, 1, 1); day += 7) {
+    for (double second : {0.0, 86399.0}) {
+      zh::CalendarTime utc;
+      zh::civilFromDays(day, utc.year, utc.month, utc.day);
+      utc.hour = static_cast<int>(second / 3600);
+      utc.minute = static_cast<int>(second / 60) % 60;
+      utc.second = std::fmod(second, 60.0);
+      ASSERT_EQ(zarn::support::leapSeconds(zh::gpsSecondsFromCalendar(utc), false, table),
+                zh::gpsMinusUtc(utc))
+          << utc.year << "-" << utc.month << "-" << utc.day << " " << second;
+    }
+  }
 }
 
 // ---- reading the sample files -------------------------------------------------

@@ -19,6 +19,7 @@
 
 #include "support/test_support.hpp"
 #include "zarn/host/sp3.hpp"
+#include "zarn/support/time_conversion.hpp"
 
 namespace zh = zarn::host;
 
@@ -127,7 +128,7 @@ TEST(Sp3, EveryFileMatchesItsSourceAndItsOwnHeader) {
     // The "##" line states the GPS week and second of the start epoch and the spacing
     // (trimmed files start later, on the same grid).
     double const start = zh::gpsSecondsFromCalendar(d.header.start);
-    zarn::core::Toc const first = zh::gpsToc(start);
+    zarn::core::Toc const first = zarn::support::gpsSecsToGps(start);
     EXPECT_EQ(first.first * 1024 + first.second, static_cast<unsigned>(d.header.gpsWeek));
     EXPECT_EQ(first.third, d.header.secondsOfWeek);
     EXPECT_EQ(std::fmod(d.epochs.front().time - start, d.header.interval), 0.0);
