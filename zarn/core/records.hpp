@@ -158,8 +158,8 @@ struct GlonassEphemeris {
 // GPS almanac (IS-GPS-200 Table 20-VI).
 struct GpsAlmanac {
   ZARN_RECORD_HEAD;
-  Toc toa;
-  std::uint16_t wna = 0;
+  Toc toa;                      // reference time, GPS Toc; seconds of week a multiple of 2^12 s
+  std::uint16_t wna = 0;        // broadcast week, modulo 256; used when toa carries no week
   std::uint16_t health = 0;
   std::uint16_t e = 0;          // 2^-21
   std::int16_t deltaI = 0;      // 2^-19 semicircles
@@ -175,8 +175,8 @@ struct GpsAlmanac {
 // GLONASS non-immediate data (GLONASS ICD 4.5, strings 5-15).
 struct GlonassAlmanac {
   ZARN_RECORD_HEAD;
-  Toc time;
-  std::uint16_t na = 0;               // almanac day in the four-year period
+  Toc time;                           // GLONASS Toc of the almanac day: four-year period (N4 - 1), day, seconds
+  std::uint16_t na = 0;               // NA, almanac day in the four-year period, 1-based; 0: use time.second
   std::uint16_t health = 0;           // Cn
   std::int8_t frequencyNumber = 0;    // Hn
   std::int32_t lambda = 0;            // 2^-20 semicircles
@@ -192,8 +192,8 @@ struct GlonassAlmanac {
 // BeiDou almanac (BDS-SIS-ICD-B1I 5.2.4.15).
 struct BeidouAlmanac {
   ZARN_RECORD_HEAD;
-  Toc toa;
-  std::uint16_t wna = 0;
+  Toc toa;                      // reference time, BeiDou Toc; seconds of week a multiple of 2^12 s
+  std::uint16_t wna = 0;        // broadcast week, modulo 256; used when toa carries no week
   std::uint16_t health = 0;
   std::uint32_t sqrtA = 0;      // 2^-11 m^1/2
   std::int16_t deltaI = 0;      // 2^-19 semicircles

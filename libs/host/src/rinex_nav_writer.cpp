@@ -1,0 +1,203 @@
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "broadcast_scaling.hpp"
+#include "zarn/host/rinex_nav.hpp"
+#include "zarn/support/time_conversion.hpp"
+
+namespace zarn {
+namespace host {
+
+namespace {
+
+constexpr int kLabelColumn = 60;
+constexpr char const* kVersionLine =
+    "     3.04           N: GNSS NAV DATA    %c: %-17s";  // F9.2,11X,A1,19X,A1,19X
+
+std::string headerLine(std::string text, char const* label) {
+  text.resize(kLabelColumn, ' ');
+  return text + label + "\n";
+}
+
+std::string format(char const* fmt, ...) __attribute__((format(printf, 1, 2)));
+std::string format(char const* fmt, ...) {
+  char buffer[256];
+  va_list args;
+  va_start(args, fmt);
+  int const n = std::vsnprintf(buffer, sizeof(buffer), fmt, args);
+  va_end(args);
+  return std::string(buffer,
+                     n < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(n), sizeof(buffer) - 1));
+}
+
+double uraMetres(int index) {
+  if (index < 0 || index > detail::kUraNoPrediction) {
+    throw std::invalid_argument("URA index " + std::to_string(index) + " outside 0..15");
+  }
+  return index == detail::kUraNoPrediction ? detail::kUraNoPredictionMetres : detail::kUraUpperBound[index];
+}
+
+// "A1,I2.2,1X,I4,5(1X,I2.2)" then three D19.12 values.
+std::string epochLine(char system, int prn, CalendarTime const& c, double a, double b, double d) {
+  return format("%c%02d %04d %02d %02d %02d %02d %02d%19.12e%19.12e%19.12e\n", system, prn, c.year, c.month,
+                c.day, c.hour, c.minute, static_cast<int>(std::lround(c.second)), a, b, d);
+}
+
+// "4X,4D19.12", trailing values left out when `count` is below four.
+std::string valuesLine(std::vector<double> const& values) {
+  std::string line = "    ";
+  for (double v : values) line += format("%19.12e", v);
+  return line + "\n";
+}
+
+std::string currentDate() {
+  std::time_t const now = std::time(nullptr);
+  std::tm utc{};
+  gmtime_r(&now, &utc);
+  char buffer[32];
+  std::strftime(buffer, sizeof(buffer), "%Y%m%d %H%M%S UTC", &utc);
+  return buffer;
+}
+
+std::string fitEndComment(double gpsSeconds) {
+  // Rounded to the millisecond first so that 59.9996 s does not print as 60.000.
+  double const rounded = std::round(gpsSeconds * 1000.0) / 1000.0;
+  CalendarTime const c = calendarFromGpsSeconds(rounded);
+  return format("FIT END GPST %04d %02d %02d %02d %02d %06.3f", c.year, c.month, c.day, c.hour, c.minute,
+                std::round(c.second * 1000.0) / 1000.0);
+}
+
+}  // namespace
+
+GpsNavRaw decodeGps(core::GpsEphemeris const& e) {
+  using namespace detail;
+  GpsNavRaw r;
+  r.toc = support::gpsToGpsSecs(e.toc);
+  r.tocCalendar = calendarFromGpsSeconds(r.toc);
+  r.af0 = e.af0 * kGpsAf0Lsb;
+  r.af1 = e.af1 * kGpsAf1Lsb;
+  r.af2 = e.af2 * kGpsAf2Lsb;
+  r.iode = e.iode;
+  r.crs = e.crs * kGpsHarmonicRadiusLsb;
+  r.deltaN = e.deltaN * kSemicircle43Lsb;
+  r.m0 = e.m0 * kSemicircle31Lsb;
+  r.cuc = e.cuc * kGpsHarmonicAngleLsb;
+  r.e = e.e * kGpsELsb;
+  r.cus = e.cus * kGpsHarmonicAngleLsb;
+  r.sqrtA = e.sqrtA * kGpsSqrtALsb;
+  r.toe = e.toe.third;
+  r.cic = e.cic * kGpsHarmonicAngleLsb;
+  r.omega0 = e.omega0 * kSemicircle31Lsb;
+  r.cis = e.cis * kGpsHarmonicAngleLsb;
+  r.i0 = e.i0 * kSemicircle31Lsb;
+  r.crc = e.crc * kGpsHarmonicRadiusLsb;
+  r.omega = e.omega * kSemicircle31Lsb;
+  r.omegaDot = e.omegaDot * kSemicircle43Lsb;
+  r.iDot = e.iDot * kSemicircle43Lsb;
+  r.week = static_cast<double>(e.toe.first) * kWeeksPerGpsCycle + e.toe.second;
+  r.accuracy = uraMetres(e.uraIndex);
+  r.health = e.health;
+  r.tgd = e.tgd * kGpsTgdLsb;
+  r.iodc = e.iodc;
+  r.transmissionTime = e.toe.third;
+  return r;
+}
+
+BeidouNavRaw decodeBeidou(core::BeidouEphemeris const& e) {
+  using namespace detail;
+  BeidouNavRaw r;
+  double const tocBdt = support::beidouToSecs(e.toc);
+  r.tocCalendar = calendarFromBdtSeconds(tocBdt);
+  r.toc = tocBdt + kBdtEpochInGpsSeconds;
+  r.a0 = e.a0 * kBdsA0Lsb;
+  r.a1 = e.a1 * kBdsA1Lsb;
+  r.a2 = e.a2 * kBdsA2Lsb;
+  r.aode = e.aode;
+  r.crs = e.crs * kBdsHarmonicRadiusLsb;
+  r.deltaN = e.deltaN * kSemicircle43Lsb;
+  r.m0 = e.m0 * kSemicircle31Lsb;
+  r.cuc = e.cuc * kBdsHarmonicAngleLsb;
+  r.e = e.e * kGpsELsb;
+  r.cus = e.cus * kBdsHarmonicAngleLsb;
+  r.sqrtA = e.sqrtA * kGpsSqrtALsb;
+  r.toe = e.toe.third;
+  r.cic = e.cic * kBdsHarmonicAngleLsb;
+  r.omega0 = e.omega0 * kSemicircle31Lsb;
+  r.cis = e.cis * kBdsHarmonicAngleLsb;
+  r.i0 = e.i0 * kSemicircle31Lsb;
+  r.crc = e.crc * kBdsHarmonicRadiusLsb;
+  r.omega = e.omega * kSemicircle31Lsb;
+  r.omegaDot = e.omegaDot * kSemicircle43Lsb;
+  r.iDot = e.iDot * kSemicircle43Lsb;
+  r.week = static_cast<double>(e.toe.first) * (support::BEIDOU_CYCLE_SECONDS / support::SECONDS_PER_WEEK) +
+           e.toe.second;
+  r.accuracy = uraMetres(e.uraIndex);
+  r.satH1 = e.health;
+  r.tgd1 = e.tgd1 * kBdsTgdLsb;
+  r.tgd2 = e.tgd2 * kBdsTgdLsb;
+  r.transmissionTime = e.toe.third;
+  r.aodc = e.aodc;
+  return r;
+}
+
+std::string formatRinexNav(NavWriteOptions const& options, std::vector<core::GpsEphemeris> const& gps,
+                           std::vector<core::BeidouEphemeris> const& beidou) {
+  char const system = gps.empty() == beidou.empty() ? 'M' : (gps.empty() ? 'C' : 'G');
+  char const* const systemName = system == 'M' ? "MIXED" : (system == 'G' ? "GPS" : "BEIDOU");
+  std::string out = headerLine(format(kVersionLine, system, systemName), "RINEX VERSION / TYPE");
+  std::string pgm = options.program.substr(0, 20);
+  pgm.resize(20, ' ');
+  std::string runBy = options.runBy.substr(0, 20);
+  runBy.resize(20, ' ');
+  out += headerLine(pgm + runBy + (options.date.empty() ? currentDate() : options.date.substr(0, 20)),
+                    "PGM / RUN BY / DATE");
+  for (std::string const& comment : options.comments) out += headerLine(comment.substr(0, 60), "COMMENT");
+  if (options.hasFitEnd) out += headerLine(fitEndComment(options.fitEnd), "COMMENT");
+  if (options.leapSeconds >= 0) out += headerLine(format("%6d", options.leapSeconds), "LEAP SECONDS");
+  out += headerLine("", "END OF HEADER");
+
+  for (core::GpsEphemeris const& e : gps) {
+    GpsNavRaw const r = decodeGps(e);
+    out += epochLine('G', e.svId, r.tocCalendar, r.af0, r.af1, r.af2);
+    out += valuesLine({r.iode, r.crs, r.deltaN, r.m0});
+    out += valuesLine({r.cuc, r.e, r.cus, r.sqrtA});
+    out += valuesLine({r.toe, r.cic, r.omega0, r.cis});
+    out += valuesLine({r.i0, r.crc, r.omega, r.omegaDot});
+    out += valuesLine({r.iDot, 0.0, r.week, 0.0});
+    out += valuesLine({r.accuracy, r.health, r.tgd, r.iodc});
+    out += valuesLine({r.transmissionTime, options.gpsFitIntervalHours});
+  }
+  for (core::BeidouEphemeris const& e : beidou) {
+    BeidouNavRaw const r = decodeBeidou(e);
+    out += epochLine('C', e.svId, r.tocCalendar, r.a0, r.a1, r.a2);
+    out += valuesLine({r.aode, r.crs, r.deltaN, r.m0});
+    out += valuesLine({r.cuc, r.e, r.cus, r.sqrtA});
+    out += valuesLine({r.toe, r.cic, r.omega0, r.cis});
+    out += valuesLine({r.i0, r.crc, r.omega, r.omegaDot});
+    out += valuesLine({r.iDot, 0.0, r.week, 0.0});
+    out += valuesLine({r.accuracy, r.satH1, r.tgd1, r.tgd2});
+    out += valuesLine({r.transmissionTime, r.aodc});
+  }
+  return out;
+}
+
+void writeRinexNav(std::string const& path, NavWriteOptions const& options,
+                   std::vector<core::GpsEphemeris> const& gps,
+                   std::vector<core::BeidouEphemeris> const& beidou) {
+  std::string const text = formatRinexNav(options, gps, beidou);
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out) throw FormatError(path, 0, "cannot create file");
+  out << text;
+  out.flush();
+  if (!out) throw FormatError(path, 0, "write error");
+}
+
+}  // namespace host
+}  // namespace zarn

@@ -1,0 +1,736 @@
+// Broadcast ephemerides and almanacs to Earth-fixed states.
+#include "zarn/support/ephemeris_conversion.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/test_support.hpp"
+#include "zarn/host/rinex_nav.hpp"
+#include "zarn/host/sp3.hpp"
+#include "zarn/support/time_conversion.hpp"
+#include "zarn/support/validation.hpp"
+
+namespace zc = zarn::core;
+namespace zs = zarn::support;
+using zs::Vec;
+
+namespace {
+
+double const icdPi = 3.1415926535898;
+double const week = 604800.0;
+double const bdsOffset = 820108814.0;  // BeiDou seconds + offset = GPS seconds
+
+Vec vec3(double x, double y, double z) {
+  Vec v(3);
+  v(0) = x;
+  v(1) = y;
+  v(2) = z;
+  return v;
+}
+
+// GPS PRN 1 from brdc2510.16n: toe 2016-09-07 00:00 GPS (week 1913, 259200 s).
+zc::GpsEphemeris gpsPrn1() {
+  zc::GpsEphemeris e;
+  e.svId = 1;
+  e.toe = zc::Toc{1, 1913 - 1024, 259200};
+  e.sqrtA = 2702023377u;
+  e.e = 50330158u;
+  e.i0 = 659722593;
+  e.omega0 = 1534438970;
+  e.omega = 371831259;
+  e.m0 = -439496445;
+  e.deltaN = 13254;
+  e.omegaDot = -23108;
+  e.iDot = 636;
+  e.cuc = -100;
+  e.cus = 2975;
+  e.crc = 8791;
+  e.crs = -209;
+  e.cic = 42;
+  e.cis = 17;
+  return e;
+}
+double const prn1Toe = 1913 * week + 259200.0;
+
+// A record's 15 kepler elements as ICD-scaled doubles: sqrtA, e, i0, Omega0,
+// omega, M0, deltaN, iDot, OmegaDot, cuc, cus, crc, crs, cic, cis.
+template <typename Record>
+Vec keplerOf(Record const& e, double harmonicAngle, double harmonicRadius) {
+  double const sc = icdPi * std::ldexp(1.0, -31), rate = icdPi * std::ldexp(1.0, -43);
+  double const v[15] = {e.sqrtA * std::ldexp(1.0, -19),
+                        e.e * std::ldexp(1.0, -33),
+                        e.i0 * sc,
+                        e.omega0 * sc,
+                        e.omega * sc,
+                        e.m0 * sc,
+                        e.deltaN * rate,
+                        e.iDot * rate,
+                        e.omegaDot * rate,
+                        e.cuc * harmonicAngle,
+                        e.cus * harmonicAngle,
+                        e.crc * harmonicRadius,
+                        e.crs * harmonicRadius,
+                        e.cic * harmonicAngle,
+                        e.cis * harmonicAngle};
+  Vec k(15);
+  for (unsigned i = 0; i < 15; ++i) k(i) = v[i];
+  return k;
+}
+
+Vec prn1Kepler() {
+  return keplerOf(gpsPrn1(), std::ldexp(1.0, -29), std::ldexp(1.0, -5));
+}
+
+// Almanac of an ephemeris (kepler elements k, reference time toe, both scales
+// alike): deltaN folded into the axis, node and anomaly carried to toa, the
+// multiple of 2^12 s of week nearest toe, and all quantised to the almanac LSBs. The
+// caller sets the toa Toc.
+zc::GpsAlmanac almanacOf(Vec const& k, double toe, double gm, double& toa) {
+  double const weekStart = std::floor(toe / week) * week;
+  toa = weekStart + std::floor((toe - weekStart) / 4096.0 + 0.5) * 4096.0;
+  double const dt = toa - toe;
+  double const n = std::sqrt(gm / std::pow(k(0), 6)) + k(6);
+  double const sc = icdPi * std::ldexp(1.0, -23);
+  zc::GpsAlmanac alm;
+  alm.sqrtA = static_cast<std::uint32_t>(std::lround(std::sqrt(std::cbrt(gm / (n * n))) * 2048.0));
+  alm.e = static_cast<std::uint16_t>(std::lround(k(1) * std::ldexp(1.0, 21)));
+  alm.deltaI = static_cast<std::int16_t>(std::lround((k(2) - 0.3 * icdPi) / (icdPi * std::ldexp(1.0, -19))));
+  alm.omega0 = static_cast<std::int32_t>(std::lround(std::remainder(k(3) + k(8) * dt, 2 * icdPi) / sc));
+  alm.omega = static_cast<std::int32_t>(std::lround(std::remainder(k(4), 2 * icdPi) / sc));
+  alm.m0 = static_cast<std::int32_t>(std::lround(std::remainder(k(5) + n * dt, 2 * icdPi) / sc));
+  alm.omegaDot = static_cast<std::int16_t>(std::lround(k(8) / (icdPi * std::ldexp(1.0, -38))));
+  return alm;
+}
+
+// Five-point central difference of a position function (m/s).
+Vec velocityByDifferences(std::function<Vec(double)> const& pos, double t, double h) {
+  Vec const d = (pos(t - 2 * h) - 8.0 * pos(t - h) + 8.0 * pos(t + h) - pos(t + 2 * h)) / (12.0 * h);
+  return d;
+}
+
+Vec gpsPosition(zc::GpsEphemeris const& e, double t) {
+  Vec p(3), v(3);
+  zs::gpsEphemerisToEcef(e, t, p, v);
+  return p;
+}
+
+double maxAbs(Vec const& v) {
+  return norm_inf(v);
+}
+
+}  // namespace
+
+TEST(KeplerianEphemeris, GpsRecordAgreesWithPreciseOrbit) {
+  // GFZ precise orbit gbm19133.sp3 for G01 at 00:00, 01:00, 02:00 GPS (km); the
+  // broadcast refers to the antenna phase centre, about 1-2 m away.
+  double const sp3[3][3] = {{-14030.151509, 22288.102733, -2300.734484},
+                            {-14269.533303, 20338.440525, 8945.370993},
+                            {-13706.823666, 13975.668760, 17739.862412}};
+  for (int h = 0; h < 3; ++h) {
+    Vec const p = gpsPosition(gpsPrn1(), prn1Toe + 3600.0 * h);
+    EXPECT_LT(norm_2(p - 1000.0 * vec3(sp3[h][0], sp3[h][1], sp3[h][2])), 4.0) << h;
+  }
+}
+
+TEST(KeplerianEphemeris, RecordScalingAndTimeScales) {
+  zc::GpsEphemeris const gps = gpsPrn1();
+  Vec const kepler = prn1Kepler();
+  Vec eph(16);
+  eph(0) = prn1Toe;
+  for (unsigned i = 0; i < 15; ++i) eph(i + 1) = kepler(i);
+
+  // BeiDou record of the same orbit: 2^-31 rad and 2^-6 m harmonics, toe on BDT.
+  zc::BeidouEphemeris bds;
+  bds.toe = zs::secsToBeidou(prn1Toe - bdsOffset);
+  bds.sqrtA = gps.sqrtA;
+  bds.e = gps.e;
+  bds.i0 = gps.i0;
+  bds.omega0 = gps.omega0;
+  bds.omega = gps.omega;
+  bds.m0 = gps.m0;
+  bds.deltaN = gps.deltaN;
+  bds.omegaDot = gps.omegaDot;
+  bds.iDot = gps.iDot;
+  bds.cuc = 4 * gps.cuc;
+  bds.cus = 4 * gps.cus;
+  bds.crc = 2 * gps.crc;
+  bds.crs = 2 * gps.crs;
+  bds.cic = 4 * gps.cic;
+  bds.cis = 4 * gps.cis;
+
+  for (double dt : {-7200.0, 0.0, 3000.0}) {
+    double const t = prn1Toe + dt;
+    Vec p1(3), v1(3), p2(3), v2(3), p3(3), v3(3);
+    zs::gpsEphemerisToEcef(gps, t, p1, v1);
+    zs::gpsEphemerisToEcef(kepler, gps.toe, t, p2, v2);
+    zs::keplerianEphemerisToEcef(zc::GPS, eph, t, p3, v3);
+    EXPECT_LT(maxAbs(p1 - p3), 1e-6);
+    EXPECT_LT(maxAbs(p2 - p3), 1e-6);
+    EXPECT_LT(maxAbs(v1 - v3), 1e-9);
+
+    // BeiDou entries take GPS seconds and evaluate at the BDT equivalent.
+    Vec bdsEph = eph;
+    bdsEph(0) = prn1Toe - bdsOffset;
+    zs::beidouEphemerisToEcef(bds, t, p1, v1);
+    zs::beidouEphemerisToEcef(kepler, bds.toe, t, p2, v2);
+    zs::keplerianEphemerisToEcef(zc::BEIDOU, bdsEph, t - bdsOffset, p3, v3);
+    EXPECT_LT(maxAbs(p1 - p3), 1e-6);
+    EXPECT_LT(maxAbs(p2 - p3), 1e-6);
+    EXPECT_LT(maxAbs(v1 - v3), 1e-9);
+  }
+  // A week later the orbit is not folded back to the reference week.
+  EXPECT_GT(norm_2(gpsPosition(gps, prn1Toe + week) - gpsPosition(gps, prn1Toe)), 1e6);
+}
+
+TEST(KeplerianEphemeris, VelocityIsTheDerivativeOfPosition) {
+  zc::GpsEphemeris const gps = gpsPrn1();
+  for (double dt : {-7000.0, 0.0, 5000.0}) {
+    double const t = prn1Toe + dt;
+    Vec p(3), v(3);
+    zs::gpsEphemerisToEcef(gps, t, p, v);
+    Vec const fd = velocityByDifferences([&](double s) { return gpsPosition(gps, s); }, t, 1.0);
+    EXPECT_LT(maxAbs(v - fd), 1e-6) << dt;
+  }
+}
+
+TEST(KeplerianEphemeris, GeostationaryModelRotatesPositionOnly) {
+  // A circular orbit inclined 5 deg in the GEO model frame, node at 180 deg and
+  // mean motion equal to the Earth rate, is geostationary on the equator.
+  double const gm = 3.986004418e14, earthRate = 7.292115e-5, tilt = 5.0 * icdPi / 180.0;
+  double const a = std::cbrt(gm / (earthRate * earthRate));
+  double const toe = 557 * week + 3600.0, u0 = 0.7;
+  Vec eph(16);
+  eph.clear();
+  eph(0) = toe;
+  eph(1) = std::sqrt(a);
+  eph(3) = tilt;
+  eph(4) = icdPi + earthRate * std::fmod(toe, week);
+  eph(6) = u0;
+  auto position = [&](double t) {
+    Vec p(3), v(3);
+    zs::keplerianEphemerisToEcef(zc::BEIDOU, eph, t, p, v);
+    return p;
+  };
+  Vec const fixed = vec3(a * std::cos(u0 + icdPi), a * std::sin(u0 + icdPi), 0.0);
+  for (double dt : {-3600.0, 0.0, 1800.0}) EXPECT_LT(maxAbs(position(toe + dt) - fixed), 1e-4) << dt;
+
+  // The velocity is that of the unrotated frame P = Rx(-5)^T Rz(wE tk)^T r,
+  // taken relative to axes turning at wE about that frame's z axis.
+  auto modelFrame = [&](double t) {
+    Vec const r = position(t);
+    double const th = earthRate * (t - toe), c = std::cos(th), s = std::sin(th);
+    double const x = c * r(0) - s * r(1), y = s * r(0) + c * r(1), z = r(2);
+    double const ct = std::cos(tilt), st = std::sin(tilt);  // Rx(-5 deg)^T = Rx(5 deg)
+    return vec3(x, ct * y + st * z, -st * y + ct * z);
+  };
+  double const t = toe + 900.0;
+  Vec p(3), v(3);
+  zs::keplerianEphemerisToEcef(zc::BEIDOU, eph, t, p, v);
+  Vec const q = modelFrame(t);
+  Vec expected = velocityByDifferences(modelFrame, t, 1.0);
+  expected(0) += earthRate * q(1);
+  expected(1) -= earthRate * q(0);
+  EXPECT_LT(maxAbs(v - expected), 1e-6);
+  EXPECT_GT(norm_2(v), 100.0);  // not the (zero) Earth-fixed velocity
+}
+
+TEST(BeidouSvType, ClassifiedFromInclinationThenAxis) {
+  zc::BeidouEphemeris e;
+  double const sc = icdPi * std::ldexp(1.0, -31);
+  e.i0 = static_cast<std::int32_t>(0.49 / sc);
+  e.sqrtA = 4000u << 19;
+  EXPECT_EQ(zs::getBeidouSvType(e), zs::GEO);
+  e.i0 = static_cast<std::int32_t>(0.51 / sc);
+  EXPECT_EQ(zs::getBeidouSvType(e), zs::MEO);
+  // sqrt(3.5e7 m) = 5916.0798 m^1/2 lies between these two integers times 2^-19.
+  e.sqrtA = 3101729637u;
+  EXPECT_EQ(zs::getBeidouSvType(e), zs::MEO);
+  e.sqrtA = 3101729638u;
+  EXPECT_EQ(zs::getBeidouSvType(e), zs::IGSO);
+  e.i0 = -e.i0;
+  EXPECT_EQ(zs::getBeidouSvType(e), zs::IGSO);
+
+  EXPECT_EQ(zs::toString(static_cast<zs::BeidouSvType>(0)), "UNDEFINED SAT TYPE");
+  EXPECT_EQ(zs::toString(zs::GEO), "GEO");
+  EXPECT_EQ(zs::toString(zs::IGSO), "IGSO");
+  EXPECT_EQ(zs::toString(zs::MEO), "MEO");
+  EXPECT_EQ(zs::toString(static_cast<zs::BeidouSvType>(4)), "UNKNOWN SAT TYPE");
+
+  e.svId = 8;
+  e.crs = -131072;
+  testing::internal::CaptureStderr();
+  zs::logBeidouEphemeris(e);
+  std::string const line = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(line.rfind("INFO/EphemerisConversion: BeidouEphemeris: flags=0, svId=8, type=IGSO,", 0), 0u);
+  EXPECT_NE(line.find("crs=-131072,"), std::string::npos);
+}
+
+TEST(KeplerianAlmanac, AgreesWithEphemerisAndDifferentiates) {
+  double toa = 0.0;
+  zc::GpsAlmanac alm = almanacOf(prn1Kepler(), prn1Toe, 3.986005e14, toa);
+  alm.toa = zs::gpsSecsToGps(toa);
+  for (double h : {-4.0, 0.0, 2.0, 6.0}) {
+    double const t = prn1Toe + 3600.0 * h;
+    Vec p(3), v(3), pOnly(3);
+    zs::gpsAlmanacToEcef(alm, t, p, v);
+    EXPECT_LT(norm_2(p - gpsPosition(gpsPrn1(), t)), 2000.0) << h;
+    zs::almanacToEcef(alm, t, pOnly);
+    EXPECT_EQ(maxAbs(p - pOnly), 0.0);
+    auto position = [&](double s) {
+      Vec q(3);
+      zs::almanacToEcef(alm, s, q);
+      return q;
+    };
+    EXPECT_LT(maxAbs(v - velocityByDifferences(position, t, 1.0)), 1e-6);
+  }
+
+  // Only the broadcast 8-bit week: resolved to the week nearest t.
+  zc::GpsAlmanac weekOnly = alm;
+  weekOnly.toa = zc::Toc{0, 0, alm.toa.third};
+  weekOnly.wna = 1913 % 256;
+  Vec p1(3), p2(3);
+  zs::almanacToEcef(alm, prn1Toe + 86400.0, p1);
+  zs::almanacToEcef(weekOnly, prn1Toe + 86400.0, p2);
+  EXPECT_EQ(maxAbs(p1 - p2), 0.0);
+}
+
+TEST(KeplerianAlmanac, ReferenceInclinationByOrbitType) {
+  Vec alm(8);
+  double const values[8] = {86400.0, 6493.4, 0.001, 1.0, 0.5, 2.0, 0.02, -7e-9};
+  for (unsigned i = 0; i < 8; ++i) alm(i) = values[i];
+  Vec shifted = alm;
+  shifted(6) = alm(6) - 0.3 * icdPi;
+  Vec p1(3), v1(3), p2(3), v2(3);
+  // BeiDou GEO measures deltaI from the equator, every other case from 54 deg.
+  zs::keplerianAlmanacToEcef(zc::BEIDOU, alm, 90000.0, p1, v1, zs::GEO);
+  zs::keplerianAlmanacToEcef(zc::BEIDOU, shifted, 90000.0, p2, v2, zs::IGSO);
+  EXPECT_LT(maxAbs(p1 - p2), 1e-6);
+  zs::keplerianAlmanacToEcef(zc::GPS, alm, 90000.0, p1, v1, zs::GEO);
+  zs::keplerianAlmanacToEcef(zc::GPS, alm, 90000.0, p2, v2, zs::MEO);
+  EXPECT_EQ(maxAbs(p1 - p2), 0.0);
+
+  // The BeiDou record wrapper: 2^-11, 2^-21, 2^-23 / 2^-19 / 2^-38 semicircle LSBs, BDT toa.
+  zc::BeidouAlmanac b;
+  b.toa = zc::Toc{0, 557, 86400};
+  b.sqrtA = 13298432u;
+  b.e = 2097u;
+  b.omega0 = 2670177;
+  b.omega = 1335088;
+  b.m0 = -4194304;
+  b.deltaI = 3338;
+  b.omegaDot = -2500;
+  double const sc = icdPi * std::ldexp(1.0, -23);
+  double const expected[8] = {557 * week + 86400.0,
+                              13298432.0 / 2048,
+                              2097 * std::ldexp(1.0, -21),
+                              2670177 * sc,
+                              1335088 * sc,
+                              -4194304 * sc,
+                              3338 * icdPi * std::ldexp(1.0, -19),
+                              -2500 * icdPi * std::ldexp(1.0, -38)};
+  for (unsigned i = 0; i < 8; ++i) alm(i) = expected[i];
+  double const tBdt = 557 * week + 90000.0;
+  zs::beidouAlmanacToEcef(b, tBdt + bdsOffset, p1, v1, zs::IGSO);
+  zs::keplerianAlmanacToEcef(zc::BEIDOU, alm, tBdt, p2, v2, zs::IGSO);
+  EXPECT_LT(maxAbs(p1 - p2), 1e-6);
+  EXPECT_LT(maxAbs(v1 - v2), 1e-9);
+}
+
+namespace {
+
+// GLONASS R01 from brdc2510.16g, tb 00:15 and 00:45 UTC on 2016-09-07
+// (03:15 and 03:45 Moscow time, day 250 of the 2016-2019 period).
+zc::GlonassEphemeris glonassR01(bool second) {
+  zc::GlonassEphemeris e;
+  e.svId = 1;
+  e.time = zc::Toc{5, 250, second ? 13500u : 11700u};
+  std::int32_t const s[2][9] = {{30108669, 29161854, -31189192, -1969394, -955730, -2792230, 2, 1, 2},
+                                {21920773, 25973794, -39673404, -2659049, -818500, -2002983, 1, 0, 2}};
+  std::int32_t const* v = s[second ? 1 : 0];
+  e.x = v[0];
+  e.y = v[1];
+  e.z = v[2];
+  e.vx = v[3];
+  e.vy = v[4];
+  e.vz = v[5];
+  e.ax = static_cast<std::int8_t>(v[6]);
+  e.ay = static_cast<std::int8_t>(v[7]);
+  e.az = static_cast<std::int8_t>(v[8]);
+  return e;
+}
+
+void glonassState(zc::GlonassEphemeris const& e, double t, Vec& p, Vec& v) {
+  zs::glonassEphemerisToEcef(e, t, p, v, {});
+}
+
+}  // namespace
+
+TEST(GlonassEphemeris, IntegratesToTheNextBroadcastState) {
+  zc::GlonassEphemeris const first = glonassR01(false), next = glonassR01(true);
+  double const t0 = zs::glonassSecsToGpsSecs(zs::glonassToSecs(first.time), {});
+  Vec p(3), v(3), pNext(3), vNext(3);
+  glonassState(first, t0, p, v);
+  EXPECT_EQ(p(2), -31189192 * 1000.0 / 2048);
+  EXPECT_EQ(v(0), -1969394 * 1000.0 / 1048576);
+  Vec p0 = p;
+  glonassState(first, t0 + 0.4, p, v);
+  EXPECT_EQ(maxAbs(p - p0), 0.0);  // rounds to zero steps
+  glonassState(first, t0 - 0.6, p, v);
+  EXPECT_GT(maxAbs(p - p0), 1.0);
+
+  // Thirty minutes ahead the integration meets the next broadcast state.
+  glonassState(first, t0 + 1800.0, p, v);
+  glonassState(next, t0 + 1800.0, pNext, vNext);
+  EXPECT_LT(norm_2(p - pNext), 10.0);
+  EXPECT_LT(norm_2(v - vNext), 0.01);
+
+  auto position = [&](double t) {
+    Vec q(3), w(3);
+    glonassState(first, t, q, w);
+    return q;
+  };
+  glonassState(first, t0 + 600.0, p, v);
+  EXPECT_LT(maxAbs(v - velocityByDifferences(position, t0 + 600.0, 2.0)), 1e-4);
+}
+
+TEST(GlonassAlmanac, IcdWorkedExample) {
+  // GLONASS CDMA ICD (2016) Appendix M example in the edition 5.1 form
+  // (integers of the FDMA almanac fields), evaluated on day 1453 at 51300 s.
+  zc::GlonassAlmanac a;
+  a.time = zc::Toc{5, 0, 0};
+  a.na = 1452;
+  a.lambda = -308247;
+  a.tLambda = 1074292;
+  a.deltaT = -1359862;
+  a.deltaTDot = 1;
+  a.epsilon = 454;
+  a.omega = 18962;
+  a.deltaI = 10350;
+  double const t = zs::glonassSecsToGpsSecs(zs::glonassToSecs(zc::Toc{5, 1452, 51300}), {});
+  Vec p(3), v(3);
+  zs::glonassAlmanacToEcef(a, t, p, v, {});
+  EXPECT_LT(norm_2(p - vec3(10697116.4874360654, 21058292.4241863210, -9635679.33963303405)), 1e-3);
+  EXPECT_LT(norm_2(v - vec3(-686.100809921691084, -1136.54864124521881, -3249.98587740305799)), 1e-5);
+
+  // The day may come from the Toc instead of na; the velocity matches the positions
+  // to the level of the algorithm's own approximations.
+  a.na = 0;
+  a.time.second = 1451;
+  Vec p2(3), v2(3);
+  zs::glonassAlmanacToEcef(a, t, p2, v2, {});
+  EXPECT_EQ(maxAbs(p - p2), 0.0);
+  auto position = [&](double s) {
+    Vec q(3), w(3);
+    zs::glonassAlmanacToEcef(a, s, q, w, {});
+    return q;
+  };
+  EXPECT_LT(maxAbs(v - velocityByDifferences(position, t, 10.0)), 1e-3);
+}
+
+TEST(EphemerisConversionDeathTest, PreconditionTexts) {
+  std::string const path = "libs/support/src/ephemeris_conversion";
+  Vec p(3), v(3), bad(2), eph(16), alm(8), kepler(15);
+  eph.clear();
+  alm.clear();
+  kepler.clear();
+  auto pattern = [&](char const* text) {
+    return zarn::test::fatalPattern(std::string("std::invalid_argument(\"") + text + "\")", path);
+  };
+  EXPECT_DEATH(zs::keplerianEphemerisToEcef(zc::GPS, kepler, 0.0, p, v),
+               pattern("keplerianEphemerisToEcef: ephemeris does not contain 16 elements."));
+  EXPECT_DEATH(zs::keplerianEphemerisToEcef(zc::GPS, eph, 0.0, bad, v),
+               pattern("keplerianEphemerisToEcef: pos does not contain 3 elements."));
+  EXPECT_DEATH(zs::keplerianEphemerisToEcef(zc::GPS, eph, 0.0, p, bad),
+               pattern("keplerianEphemerisToEcef: vel does not contain 3 elements."));
+  EXPECT_DEATH(zs::keplerianEphemerisToEcef(zc::GLONASS, eph, 0.0, p, v),
+               pattern("keplerianEphemerisToEcef: unsupported GNSS."));
+  EXPECT_DEATH(zs::keplerianAlmanacToEcef(zc::GPS, eph, 0.0, p, v, zs::MEO),
+               pattern("keplerianAlmanacToEcef: almanac does not contain 8 elements."));
+  EXPECT_DEATH(zs::keplerianAlmanacToEcef(zc::GPS, alm, 0.0, bad, v, zs::MEO),
+               pattern("keplerianAlmanacToEcef: pos does not contain 3 elements."));
+  EXPECT_DEATH(zs::keplerianAlmanacToEcef(zc::GPS, alm, 0.0, p, bad, zs::MEO),
+               pattern("keplerianAlmanacToEcef: vel does not contain 3 elements."));
+  EXPECT_DEATH(zs::keplerianAlmanacToEcef(zc::GLONASS, alm, 0.0, p, v, zs::MEO),
+               pattern("keplerianAlmanacToEcef: unsupported GNSS."));
+  EXPECT_DEATH(zs::gpsEphemerisToEcef(eph, zc::Toc{}, 0.0, p, v),
+               pattern("gpsEphemerisToEcef: kepler does not contain 15 elements."));
+  EXPECT_DEATH(zs::beidouEphemerisToEcef(eph, zc::Toc{}, 0.0, p, v),
+               pattern("beidouEphemerisToEcef: kepler does not contain 15 elements."));
+  EXPECT_DEATH(zs::gpsEphemerisToEcef(zc::GpsEphemeris{}, 0.0, p, bad),
+               pattern("keplerianEphemerisToEcef: vel does not contain 3 elements."));
+  EXPECT_DEATH(
+      zs::glonassEphemerisToEcef(zc::GlonassEphemeris{}, 0.0, bad, v, {}),
+      pattern("glonassEphemerisToEcef: Either coordinate or velocity vector is not three dimensional."));
+  EXPECT_DEATH(
+      zs::glonassAlmanacToEcef(zc::GlonassAlmanac{}, 0.0, p, bad, {}),
+      pattern("glonassAlmanacToEcef: Either coordinate or velocity vector is not three dimensional."));
+}
+
+// ---- Real broadcast ephemerides against precise orbits ----------------------
+
+namespace {
+
+namespace zh = zarn::host;
+
+struct Stats {
+  double sum2 = 0.0, max = 0.0;
+  long count = 0;
+  void add(double d) {
+    sum2 += d * d;
+    max = std::max(max, d);
+    ++count;
+  }
+  double rms() const { return count > 0 ? std::sqrt(sum2 / count) : 0.0; }
+};
+
+// Precise positions by satellite and epoch (GPS seconds).
+using Truth = std::map<std::pair<char, int>, std::map<double, Vec>>;
+
+void addSp3(Truth& truth, std::string const& path) {
+  zh::Sp3Data const data = zh::readSp3(path);
+  for (zh::Sp3Epoch const& epoch : data.epochs) {
+    for (zh::Sp3Entry const& e : epoch.entries) {
+      truth[{e.system, e.prn}][epoch.time] = vec3(e.position[0], e.position[1], e.position[2]);
+    }
+  }
+}
+
+// The library's built-in table ends with 2015-06-30; GPS-UTC became 18 s after 2016-12-31.
+std::vector<zs::LeapInfo> leapTable() {
+  zh::CalendarTime const c{2016, 12, 31, 23, 59, 59.0};
+  return {zs::LeapInfo{static_cast<std::uint64_t>(zh::gpsSecondsFromCalendar(c)), 18}};
+}
+
+struct Dataset {
+  char const* directory;
+  std::vector<char const*> navigation;
+  std::vector<char const*> precise;
+};
+
+std::vector<Dataset> const datasets = {
+    {"2016-251_252_smartloc",
+     {"brdc2510.16n", "brdc2520.16n", "brdc2510.16g", "brdc2520.16g"},
+     {"gbm19133.sp3", "gbm19134.sp3"}},
+    {"2016-158_smartloc",
+     {"BRDC00WRD_U_20161580000_01D_MN.rnx", "brdc1580.16n", "brdc1580.16g"},
+     {"gbm19001.sp3"}},
+    {"2023-008_instinct", {"BRDM00DLR_S_20230081000_01D_MN.rnx"}, {"GFZ0MGXRAP_20230080000_01D_05M_ORB.SP3"}},
+    {"2020-176_177_navsol",
+     {"MOJN00DNK_R_20201770000_01D_MN.rnx.gz"},
+     {"GRG0MGXFIN_20201760000_01D_15M_ORB.SP3.gz", "GRG0MGXFIN_20201770000_01D_15M_ORB.SP3.gz"}},
+    {"2020-135_139_gnsslibpy",
+     {"brdc1360.20n", "brdc1360.20g", "BRDC00IGS_R_20201360000_01D_MN.rnx"},
+     {"COD0MGXFIN_20201360000_01D_05M_ORB.SP3"}},
+    {"2021-118_120_gnsslibpy", {"brdc1180.21n"}, {"GBM0MGXRAP_20211180000_01D_05M_ORB.SP3"}},
+    {"2009-265_267_gpstk", {"ARL82660.09N"}, {"igs15502.sp3", "igs15503.sp3", "igs15504.sp3"}},
+    {"2015-200_gpstk", {"arlm2000.15n"}, {"test_input_sp3_nav_2015_200.sp3"}},
+    {"2023-071_073", {"brdc0730.23n", "brdc0730.23g"}, {"COD0OPSRAP_20230730000_01D_05M_ORB.SP3"}},
+};
+
+// Validity intervals around the reference time (s): GPS fit interval 4 h,
+// GLONASS 30-minute update, BeiDou hourly update.
+constexpr double gpsHalfSpan = 7200.0, glonassHalfSpan = 900.0, beidouHalfSpan = 3600.0;
+
+struct Results {
+  Stats gps, glonass, beidou[4], gpsAlmanac, beidouAlmanac;
+  double worstVelocity[4] = {0, 0, 0, 0};  // |v - finite difference| per GnssType, m/s
+  long invalid = 0, unhealthy = 0, geoRawVelocityInvalid = 0, geoStates = 0, records = 0;
+  std::vector<std::string> blunders;
+};
+
+void compareDataset(Dataset const& set, Results& out) {
+  std::string const dir = zarn::test::sharedDir() + "/data/" + set.directory + "/";
+  Truth truth;
+  for (char const* f : set.precise) addSp3(truth, dir + f);
+  std::vector<zs::LeapInfo> const leaps = leapTable();
+  Vec p(3), v(3);
+  auto samples = [&](char system, int prn) -> std::map<double, Vec> const* {
+    auto it = truth.find({system, prn});
+    return it == truth.end() ? nullptr : &it->second;
+  };
+  // A record more than 1 km off at its own reference epoch is a broadcast blunder
+  // (corrupted record, wrong time tag), not a conversion error: listed, then skipped.
+  auto blunder = [&](std::map<double, Vec> const& track, double ref,
+                     std::function<Vec(double)> const& position, char const* file, int line, char system,
+                     int prn) {
+    ++out.records;
+    auto it = track.lower_bound(ref);
+    if (it == track.end() || it->first - ref > 900.0) return false;
+    double const d = norm_2(position(it->first) - it->second);
+    if (d <= 1000.0) return false;
+    char text[160];
+    std::snprintf(text, sizeof text, "%s/%s:%d %c%02d %.0f m", set.directory, file, line, system, prn, d);
+    out.blunders.push_back(text);
+    return true;
+  };
+
+  for (char const* f : set.navigation) {
+    zh::NavData const nav = zh::readRinexNav(dir + f);
+    for (zh::GpsNavRecord const& r : nav.gps) {
+      zc::GpsEphemeris const& e = r.eph;
+      if (e.health != 0) {
+        ++out.unhealthy;
+        continue;
+      }
+      auto const* track = samples('G', e.svId);
+      if (track == nullptr) continue;
+      double const toe = zs::gpsToGpsSecs(e.toe);
+      auto position = [&](double s) {
+        Vec q(3), w(3);
+        zs::gpsEphemerisToEcef(e, s, q, w);
+        return q;
+      };
+      if (blunder(*track, toe, position, f, r.line, 'G', e.svId)) continue;
+      double toa = 0.0;
+      zc::GpsAlmanac almanac = almanacOf(keplerOf(e, std::ldexp(1.0, -29), 1.0 / 32), toe, 3.986005e14, toa);
+      almanac.toa = zs::gpsSecsToGps(toa);
+      for (auto it = track->lower_bound(toe - gpsHalfSpan);
+           it != track->end() && it->first <= toe + gpsHalfSpan; ++it) {
+        zs::gpsEphemerisToEcef(e, it->first, p, v);
+        double const d = norm_2(p - it->second);
+        out.gps.add(d);
+        if (!zs::validGpsSatCoordinates(p, v, true)) ++out.invalid;
+        Vec pa(3);
+        zs::almanacToEcef(almanac, it->first, pa);
+        out.gpsAlmanac.add(norm_2(pa - p));
+      }
+      zs::gpsEphemerisToEcef(e, toe + 1000.0, p, v);
+      out.worstVelocity[zc::GPS] = std::max(out.worstVelocity[zc::GPS],
+                                            maxAbs(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
+    }
+
+    for (zh::BeidouNavRecord const& r : nav.beidou) {
+      zc::BeidouEphemeris const& e = r.eph;
+      if (e.health != 0) {
+        ++out.unhealthy;
+        continue;
+      }
+      auto const* track = samples('C', e.svId);
+      if (track == nullptr) continue;
+      zs::BeidouSvType const type = zs::getBeidouSvType(e);
+      double const toe = zs::beidouSecsToGpsSecs(zs::beidouToSecs(e.toe));
+      auto position = [&](double s) {
+        Vec q(3), w(3);
+        zs::beidouEphemerisToEcef(e, s, q, w);
+        return q;
+      };
+      if (blunder(*track, toe, position, f, r.line, 'C', e.svId)) continue;
+      // A BeiDou almanac of MEO and IGSO orbits, on the BDT scale; the GEO model's frame differs.
+      double toa = 0.0;
+      zc::BeidouAlmanac almanac;
+      if (type != zs::GEO) {
+        zc::GpsAlmanac const g = almanacOf(keplerOf(e, std::ldexp(1.0, -31), 1.0 / 64),
+                                           zs::beidouToSecs(e.toe), 3.986004418e14, toa);
+        almanac.sqrtA = g.sqrtA;
+        almanac.e = g.e;
+        almanac.deltaI = g.deltaI;
+        almanac.omega0 = g.omega0;
+        almanac.omega = g.omega;
+        almanac.m0 = g.m0;
+        almanac.omegaDot = g.omegaDot;
+        almanac.toa = zs::secsToBeidou(toa);
+      }
+      for (auto it = track->lower_bound(toe - beidouHalfSpan);
+           it != track->end() && it->first <= toe + beidouHalfSpan; ++it) {
+        zs::beidouEphemerisToEcef(e, it->first, p, v);
+        double const d = norm_2(p - it->second);
+        out.beidou[type].add(d);
+        if (type == zs::GEO) {
+          // The GEO velocity is not Earth-fixed; the checks take the one of the positions.
+          ++out.geoStates;
+          if (!zs::validBeidouSatCoordinates(p, v, type, true)) ++out.geoRawVelocityInvalid;
+          v = velocityByDifferences(position, it->first, 1.0);
+        } else {
+          Vec pa(3), va(3);
+          zs::beidouAlmanacToEcef(almanac, it->first, pa, va, type);
+          out.beidouAlmanac.add(norm_2(pa - p));
+        }
+        if (!zs::validBeidouSatCoordinates(p, v, type, true)) ++out.invalid;
+      }
+      if (type != zs::GEO) {
+        zs::beidouEphemerisToEcef(e, toe + 1000.0, p, v);
+        out.worstVelocity[zc::BEIDOU] = std::max(
+            out.worstVelocity[zc::BEIDOU], maxAbs(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
+      }
+    }
+
+    for (zh::GlonassNavRecord const& r : nav.glonass) {
+      zc::GlonassEphemeris const& e = r.eph;
+      if (e.health != 0) {
+        ++out.unhealthy;
+        continue;
+      }
+      auto const* track = samples('R', e.svId);
+      if (track == nullptr) continue;
+      double const t0 = zs::glonassSecsToGpsSecs(zs::glonassToSecs(e.time), leaps);
+      EXPECT_NEAR(t0, r.raw.toc, 0.5) << f << " R" << e.svId;
+      auto position = [&](double s) {
+        Vec q(3), w(3);
+        zs::glonassEphemerisToEcef(e, s, q, w, leaps);
+        return q;
+      };
+      if (blunder(*track, t0, position, f, r.line, 'R', e.svId)) continue;
+      for (auto it = track->lower_bound(t0 - glonassHalfSpan);
+           it != track->end() && it->first <= t0 + glonassHalfSpan; ++it) {
+        zs::glonassEphemerisToEcef(e, it->first, p, v, leaps);
+        double const d = norm_2(p - it->second);
+        out.glonass.add(d);
+        if (!zs::validGlonassSatCoordinates(p, v, true)) ++out.invalid;
+      }
+      zs::glonassEphemerisToEcef(e, t0 + 600.0, p, v, leaps);
+      out.worstVelocity[zc::GLONASS] = std::max(out.worstVelocity[zc::GLONASS],
+                                                maxAbs(v - velocityByDifferences(position, t0 + 600.0, 2.0)));
+    }
+  }
+}
+
+}  // namespace
+
+TEST(RealBroadcast, AgreesWithPreciseOrbits) {
+  ZARN_SHARED_FILE_OR_SKIP(probe, "data/2016-251_252_smartloc/gbm19133.sp3");
+  Results r;
+  testing::internal::CaptureStderr();  // the validation checks log every rejected state
+  for (Dataset const& set : datasets) compareDataset(set, r);
+  std::string const rejected = testing::internal::GetCapturedStderr();
+  auto line = [](char const* name, Stats const& s) {
+    std::printf("%-22s n=%6ld  RMS %8.3f m  max %9.3f m\n", name, s.count, s.rms(), s.max);
+  };
+  line("GPS", r.gps);
+  line("GLONASS", r.glonass);
+  line("BeiDou GEO", r.beidou[zs::GEO]);
+  line("BeiDou IGSO", r.beidou[zs::IGSO]);
+  line("BeiDou MEO", r.beidou[zs::MEO]);
+  line("GPS almanac vs eph", r.gpsAlmanac);
+  line("BeiDou almanac vs eph", r.beidouAlmanac);
+  std::printf("velocity - finite difference: GPS %.2e, GLONASS %.2e, BeiDou %.2e m/s\n",
+              r.worstVelocity[zc::GPS], r.worstVelocity[zc::GLONASS], r.worstVelocity[zc::BEIDOU]);
+  std::printf(
+      "unhealthy records skipped %ld; GEO states whose own velocity fails the speed check %ld of %ld\n",
+      r.unhealthy, r.geoRawVelocityInvalid, r.geoStates);
+  std::printf("records compared %ld; broadcast blunders skipped %zu:\n", r.records, r.blunders.size());
+  for (std::string const& b : r.blunders) std::printf("  %s\n", b.c_str());
+
+  EXPECT_LT(r.blunders.size(), static_cast<std::size_t>(r.records / 200));
+  EXPECT_GT(r.gps.count, 10000);
+  EXPECT_GT(r.glonass.count, 2000);
+  EXPECT_GT(r.beidou[zs::MEO].count, 100);
+  EXPECT_GT(r.beidou[zs::IGSO].count, 100);
+  EXPECT_LT(r.gps.rms(), 4.0);
+  EXPECT_LT(r.glonass.rms(), 10.0);
+  EXPECT_LT(r.beidou[zs::MEO].rms(), 10.0);
+  EXPECT_LT(r.beidou[zs::IGSO].rms(), 10.0);
+  EXPECT_LT(r.gpsAlmanac.max, 5000.0);
+  EXPECT_LT(r.beidouAlmanac.max, 5000.0);
+  EXPECT_LT(r.worstVelocity[zc::GPS], 1e-5);
+  EXPECT_LT(r.worstVelocity[zc::BEIDOU], 1e-5);
+  EXPECT_LT(r.worstVelocity[zc::GLONASS], 1e-4);
+  EXPECT_EQ(r.invalid, 0) << rejected.substr(0, 2000);
+}

@@ -1,0 +1,145 @@
+// Broadcast ephemerides and almanacs to Earth-fixed satellite states.
+//
+// GPS, BeiDou (and Galileo through the generic entries) use the Keplerian
+// model of IS-GPS-200 20.3.3.4.3 / BDS-SIS-ICD-B1I 5.2.4.12; GLONASS states are
+// integrated with the equations of motion of the GLONASS ICD A.3.1.2, and
+// GLONASS almanacs evaluated with its algorithm A.3.1.3.
+//
+// Continuous times are seconds on a constellation scale (GPS seconds from
+// 1980-01-06, BeiDou seconds from 2006-01-01). Positions are metres and
+// velocities m/s in the Earth-fixed frame of the constellation (WGS 84,
+// CGCS2000, PZ-90). Output vectors must already hold 3 elements; a wrong size
+// or an unsupported GnssType is a fatal precondition.
+#ifndef ZARN_SUPPORT_EPHEMERIS_CONVERSION_HPP
+#define ZARN_SUPPORT_EPHEMERIS_CONVERSION_HPP
+
+#include <string>
+#include <vector>
+
+#include "zarn/core/records.hpp"
+#include "zarn/support/export.hpp"
+#include "zarn/support/math.hpp"
+#include "zarn/support/utility.hpp"
+
+namespace zarn {
+namespace support {
+
+// Least significant bits of the broadcast fields (value = integer * LSB).
+// Angles: semicircles times the pi that both ICDs define for the conversion.
+namespace broadcast {
+constexpr double icdPi = 3.1415926535898;
+constexpr double p2m5 = 1.0 / 32.0;          // 2^-5
+constexpr double p2m6 = 1.0 / 64.0;          // 2^-6
+constexpr double p2m11 = 1.0 / 2048.0;       // 2^-11
+constexpr double p2m19 = 1.0 / 524288.0;     // 2^-19
+constexpr double p2m20 = 1.0 / 1048576.0;    // 2^-20
+constexpr double p2m21 = p2m20 / 2.0;        // 2^-21
+constexpr double p2m23 = p2m20 / 8.0;        // 2^-23
+constexpr double p2m29 = 1.0 / 536870912.0;  // 2^-29
+constexpr double p2m30 = p2m29 / 2.0;        // 2^-30
+constexpr double p2m31 = p2m29 / 4.0;        // 2^-31
+constexpr double p2m33 = p2m31 / 4.0;        // 2^-33
+constexpr double p2m38 = p2m33 / 32.0;       // 2^-38
+constexpr double p2m40 = p2m38 / 4.0;        // 2^-40
+constexpr double p2m43 = p2m40 / 8.0;        // 2^-43
+
+// Ephemeris, GPS and BeiDou alike.
+constexpr double sqrtA = p2m19;  // m^1/2
+constexpr double eccentricity = p2m33;
+constexpr double angle = icdPi * p2m31;  // i0, Omega0, omega, M0: rad
+constexpr double rate = icdPi * p2m43;   // deltaN, iDot, OmegaDot: rad/s
+// Harmonic corrections.
+constexpr double gpsHarmonicAngle = p2m29;     // cuc, cus, cic, cis: rad
+constexpr double gpsHarmonicRadius = p2m5;     // crc, crs: m
+constexpr double beidouHarmonicAngle = p2m31;  // rad
+constexpr double beidouHarmonicRadius = p2m6;  // m
+// Almanac, GPS and BeiDou alike.
+constexpr double almanacSqrtA = p2m11;  // m^1/2
+constexpr double almanacEccentricity = p2m21;
+constexpr double almanacAngle = icdPi * p2m23;     // Omega0, omega, M0: rad
+constexpr double almanacDeltaI = icdPi * p2m19;    // rad
+constexpr double almanacOmegaDot = icdPi * p2m38;  // rad/s
+// GLONASS immediate data, in ICD units.
+constexpr double glonassPosition = p2m11;      // km
+constexpr double glonassVelocity = p2m20;      // km/s
+constexpr double glonassAcceleration = p2m30;  // km/s^2
+constexpr double glonassTau = p2m30;           // s
+constexpr double glonassGamma = p2m40;
+constexpr double glonassDeltaTau = p2m30;  // s
+// GLONASS almanac (ICD 4.5); angles in semicircles, turned into radians with
+// the GLONASS ICD's pi by the conversion.
+constexpr double glonassAlmanacLambda = p2m20;             // semicircle
+constexpr double glonassAlmanacTLambda = p2m5;             // s
+constexpr double glonassAlmanacDeltaI = p2m20;             // semicircle
+constexpr double glonassAlmanacDeltaT = 1.0 / 512.0;       // 2^-9 s/orbit
+constexpr double glonassAlmanacDeltaTDot = 1.0 / 16384.0;  // 2^-14 s/orbit^2
+constexpr double glonassAlmanacEccentricity = p2m20;
+constexpr double glonassAlmanacOmega = 1.0 / 32768.0;  // 2^-15 semicircle
+}  // namespace broadcast
+
+// Generic Keplerian ephemeris. `ephemeris` has 16 elements:
+//   0 toe (continuous seconds of the constellation scale), 1 sqrtA (m^1/2),
+//   2 e, 3 i0, 4 Omega0, 5 omega, 6 M0 (rad), 7 deltaN, 8 iDot, 9 OmegaDot
+//   (rad/s), 10 cuc, 11 cus (rad), 12 crc, 13 crs (m), 14 cic, 15 cis (rad).
+// t is on the scale of element 0; no week folding. A corrected inclination of
+// at most 0.5 rad selects the BeiDou GEO model (position rotated by
+// Rz(wE tk) Rx(-5 deg)); its velocity stays in the unrotated frame of that
+// model with the Earth rate in the node rate, and so is not Earth-fixed.
+// GnssType GPS, BEIDOU or GALILEO.
+ZARN_EXPORT void keplerianEphemerisToEcef(core::GnssType gnss, Vec const& ephemeris, double t, Vec& pos,
+                                          Vec& vel);
+
+// Broadcast records; t is continuous GPS seconds for both constellations.
+ZARN_EXPORT void gpsEphemerisToEcef(core::GpsEphemeris const& eph, double t, Vec& pos, Vec& vel);
+ZARN_EXPORT void beidouEphemerisToEcef(core::BeidouEphemeris const& eph, double t, Vec& pos, Vec& vel);
+
+// 15-element kepler vector (elements 1-15 of the generic layout) with the
+// reference time as a GPS or BeiDou Toc; t in continuous GPS seconds.
+ZARN_EXPORT void gpsEphemerisToEcef(Vec const& kepler, core::Toc const& toe, double t, Vec& pos, Vec& vel);
+ZARN_EXPORT void beidouEphemerisToEcef(Vec const& kepler, core::Toc const& toe, double t, Vec& pos, Vec& vel);
+
+// Generic Keplerian almanac. `almanac` has 8 elements:
+//   0 toa (continuous seconds), 1 sqrtA (m^1/2), 2 e, 3 Omega0, 4 omega,
+//   5 M0 (rad), 6 deltaI (rad, from 0.3 semicircle; from 0 for a BeiDou GEO),
+//   7 OmegaDot (rad/s).
+// t is on the scale of element 0. The velocity is that of the same
+// unperturbed orbit in the rotating frame.
+ZARN_EXPORT void keplerianAlmanacToEcef(core::GnssType gnss, Vec const& almanac, double t, Vec& pos, Vec& vel,
+                                        BeidouSvType svType);
+
+// Almanac records; t in continuous GPS seconds. The reference time is the
+// toa Toc when it carries a week (first or second non-zero); otherwise the
+// broadcast 8-bit week `wna` is taken to the week nearest t.
+ZARN_EXPORT void gpsAlmanacToEcef(core::GpsAlmanac const& alm, double t, Vec& pos, Vec& vel);
+// Position only.
+ZARN_EXPORT void almanacToEcef(core::GpsAlmanac const& alm, double t, Vec& pos);
+// svType selects the reference inclination (0 for GEO, 0.3 semicircle otherwise).
+ZARN_EXPORT void beidouAlmanacToEcef(core::BeidouAlmanac const& alm, double t, Vec& pos, Vec& vel,
+                                     BeidouSvType svType);
+
+// Orbit type from the broadcast record: GEO when |i0| < 0.5 rad, else MEO
+// when A < 3.5e7 m, else IGSO.
+ZARN_EXPORT BeidouSvType getBeidouSvType(core::BeidouEphemeris const& eph);
+// "UNDEFINED SAT TYPE", "GEO", "IGSO", "MEO"; "UNKNOWN SAT TYPE" otherwise.
+ZARN_EXPORT std::string toString(BeidouSvType svType);
+// One level-2 line under "EphemerisConversion" with every field of the record.
+ZARN_EXPORT void logBeidouEphemeris(core::BeidouEphemeris const& eph);
+
+// GLONASS broadcast state integrated to t (continuous GPS seconds) with RK4 in
+// steps of about one second (round(|t - t0|) equal steps), PZ-90 Earth-fixed.
+// The record's `time` is its reference epoch on the GLONASS scale; `leaps` is
+// the caller's leap-second table for the GLONASS-GPS conversion.
+ZARN_EXPORT void glonassEphemerisToEcef(core::GlonassEphemeris const& eph, double t, Vec& pos, Vec& vel,
+                                        std::vector<LeapInfo> const& leaps);
+
+// GLONASS almanac (ICD A.3.1.3: mean elements with secular J2 rates, periodic
+// J2 corrections, Kepler's equation) at t (continuous GPS seconds), PZ-90.
+// The ascending-node epoch is day `na` (1-based) of four-year period
+// `time.first` plus tLambda; when `na` is 0 the day is `time.second`.
+ZARN_EXPORT void glonassAlmanacToEcef(core::GlonassAlmanac const& alm, double t, Vec& pos, Vec& vel,
+                                      std::vector<LeapInfo> const& leaps);
+
+}  // namespace support
+}  // namespace zarn
+
+#endif
