@@ -9,6 +9,7 @@
 #include "zarn/support/encryption.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/export.hpp"
+#include "zarn/support/force_model.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/math.hpp"
 #include "zarn/support/numerical_integration.hpp"
