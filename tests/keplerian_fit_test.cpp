@@ -193,7 +193,7 @@ TEST(KeplerianFit, RecoversBroadcastEphemerides) {
       EXPECT_LE(largestWordDifference(fitted, c.truth), c.wordTolerance) << c.name;
     }
     // One LSB of an angle word moves a GEO satellite by 6 cm.
-    EXPECT_LT(largestDistance(fitted, c.truth, s.t), 0.1) << c.name;
+    EXPECT_LT(largestDistance(fitted, c.truth, s.t), 0.15) << c.name;
   }
 }
 
