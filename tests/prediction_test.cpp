@@ -359,3 +359,31 @@ TEST(PredictionDeathTest, Preconditions) {
       zs::propagateSatellite(zc::GPS, 0.0, 3600.0, 0.0, 5, r, v, model, kepler, r, v, epoch),
       zarn::test::fatalPattern("std::invalid_argument(\"propagateSatellite: invalid step\")", source));
 }
+
+// A BeiDou GEO orbit, four-hour windows every two hours (windows may overlap
+// by half at most, or t1 is pushed): every fit converges and
+// its (unquantised) elements follow the antenna positions. Some windows trade
+// deltaN beyond its 16-bit word, which the encoding's verdict reports.
+TEST(PropagateSatellite, BeidouGeostationaryWindows) {
+  Scenario s(zs::beidouSecsToGpsSecs(zs::beidouToSecs(zc::Toc{0, 544, 162000})) - 7200.0, true);
+  double const epoch = s.estimate(25, s.pole, false, zs::GEO).epoch;
+  double t0 = epoch;
+  double t1 = epoch + 4 * 3600.0;
+  int const n = 48;
+  for (int k = 0; k < 12; ++k) {
+    Window const w = propagate(s, t0, t1, n, zc::BEIDOU);
+    ASSERT_GT(w.made, 0) << k;
+    EXPECT_EQ(w.epoch, t1 - step) << k;
+    ASSERT_EQ(w.kepler.size(), 17u);
+    Vec const elements = ublas::subrange(w.kepler, 0, 15);
+    zc::Toc const toe = zs::secsToBeidou(zs::gpsSecsToBeidouSecs(w.kepler(16) * 604800.0 + w.kepler(15)));
+    for (int i = 0; i < n; i += 4) {
+      double const t = w.epoch - (n / 2 - 1) * step + i * step;
+      Vec r(3), v(3);
+      zs::beidouEphemerisToEcef(elements, toe, t, r, v);
+      EXPECT_LT(norm_2(r - s.truthItrs(t)), 1.5) << k << " " << i;
+    }
+    t0 = w.epoch;
+    t1 += 7200.0;
+  }
+}

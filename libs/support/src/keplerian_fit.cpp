@@ -376,12 +376,22 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
 }
 
 // Osculating elements of the middle state as the broadcast elements at toe.
-// r, v Earth-fixed at time tm; tm and toe on the constellation's scale.
-void seedElements(Vec const& r, Vec const& vEcef, double tm, double toe, Vec& kepler) {
+// r, v Earth-fixed at time tm; tm and toe on the constellation's scale. A
+// BeiDou orbit of low inclination is seeded in the frame of the GEO model,
+// p = Rx(-5 deg)^T Rz(wE (tm - toe))^T r, where its node does not turn with
+// the Earth.
+void seedElements(core::GnssType gnss, Vec const& r, Vec const& vEcef, double tm, double toe, Vec& kepler) {
   Vec v(vEcef);
   v(0) -= earthRotationRate * r(1);
   v(1) += earthRotationRate * r(0);
-  Vec const el = eciToOrb(r, v);  // a, e, i, omega, Omega, nu
+  Vec el = eciToOrb(r, v);  // a, e, i, omega, Omega, nu
+  double nodeTime = tm;
+  if (gnss == core::BEIDOU && el(2) <= geoInclinationLimit) {
+    Mat const toModel =
+        trans(Mat(prod(rotationMatrix(3, beidouModel.earthRate * (tm - toe)), rotationMatrix(1, geoTilt))));
+    el = eciToOrb(prod(toModel, r), prod(toModel, v));
+    nodeTime = toe;
+  }
   double const a = el(0), e = el(1), nu = el(5);
   double const ea = std::atan2(std::sqrt(1.0 - e * e) * std::sin(nu), e + std::cos(nu));
   double const meanAnomaly = ea - e * std::sin(ea);
@@ -391,7 +401,7 @@ void seedElements(Vec const& r, Vec const& vEcef, double tm, double toe, Vec& ke
   kepler(sqrtAIndex) = std::sqrt(a);
   kepler(eIndex) = e;
   kepler(i0Index) = el(2);
-  kepler(omega0Index) = wrap(el(4) + seedEarthRate * std::fmod(tm, secondsPerWeek));
+  kepler(omega0Index) = wrap(el(4) + seedEarthRate * std::fmod(nodeTime, secondsPerWeek));
   kepler(omegaIndex) = wrap(el(3));
   kepler(m0Index) = wrap(meanAnomaly + (n + seedDeltaN) * (toe - tm));
   kepler(deltaNIndex) = seedDeltaN;
@@ -492,7 +502,7 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
   double const toe = std::floor(times(mid) / step + 0.5) * step;
 
   Vec const rMid = column(rSat, mid), vMid = column(vSat, mid);
-  seedElements(rMid, vMid, times(mid), toe, kepler);
+  seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
   Solve solve{0, std::numeric_limits<double>::infinity()};
   if (n >= minSamples) {
     Residual residual(gnss, times, rSat, toe);
