@@ -60,12 +60,11 @@ zc::GpsEphemeris gpsPrn1() {
 }
 double const prn1Toe = 1913 * week + 259200.0;
 
-// The same orbit as ICD-scaled doubles: sqrtA, e, i0, Omega0, omega, M0,
-// deltaN, iDot, OmegaDot, cuc, cus, crc, crs, cic, cis.
-Vec prn1Kepler() {
-  zc::GpsEphemeris const e = gpsPrn1();
+// A record's 15 kepler elements as ICD-scaled doubles: sqrtA, e, i0, Omega0,
+// omega, M0, deltaN, iDot, OmegaDot, cuc, cus, crc, crs, cic, cis.
+template <typename Record>
+Vec keplerOf(Record const& e, double harmonicAngle, double harmonicRadius) {
   double const sc = icdPi * std::ldexp(1.0, -31), rate = icdPi * std::ldexp(1.0, -43);
-  double const h = std::ldexp(1.0, -29), hr = std::ldexp(1.0, -5);
   double const v[15] = {e.sqrtA * std::ldexp(1.0, -19),
                         e.e * std::ldexp(1.0, -33),
                         e.i0 * sc,
@@ -75,15 +74,40 @@ Vec prn1Kepler() {
                         e.deltaN * rate,
                         e.iDot * rate,
                         e.omegaDot * rate,
-                        e.cuc * h,
-                        e.cus * h,
-                        e.crc * hr,
-                        e.crs * hr,
-                        e.cic * h,
-                        e.cis * h};
+                        e.cuc * harmonicAngle,
+                        e.cus * harmonicAngle,
+                        e.crc * harmonicRadius,
+                        e.crs * harmonicRadius,
+                        e.cic * harmonicAngle,
+                        e.cis * harmonicAngle};
   Vec k(15);
   for (unsigned i = 0; i < 15; ++i) k(i) = v[i];
   return k;
+}
+
+Vec prn1Kepler() {
+  return keplerOf(gpsPrn1(), std::ldexp(1.0, -29), std::ldexp(1.0, -5));
+}
+
+// Almanac of an ephemeris (kepler elements k, reference time toe, both scales
+// alike): deltaN folded into the axis, node and anomaly carried to toa, the
+// multiple of 2^12 s of week nearest toe, and all quantised to the almanac LSBs. The
+// caller sets the toa Toc.
+zc::GpsAlmanac almanacOf(Vec const& k, double toe, double gm, double& toa) {
+  double const weekStart = std::floor(toe / week) * week;
+  toa = weekStart + std::floor((toe - weekStart) / 4096.0 + 0.5) * 4096.0;
+  double const dt = toa - toe;
+  double const n = std::sqrt(gm / std::pow(k(0), 6)) + k(6);
+  double const sc = icdPi * std::ldexp(1.0, -23);
+  zc::GpsAlmanac alm;
+  alm.sqrtA = static_cast<std::uint32_t>(std::lround(std::sqrt(std::cbrt(gm / (n * n))) * 2048.0));
+  alm.e = static_cast<std::uint16_t>(std::lround(k(1) * std::ldexp(1.0, 21)));
+  alm.deltaI = static_cast<std::int16_t>(std::lround((k(2) - 0.3 * icdPi) / (icdPi * std::ldexp(1.0, -19))));
+  alm.omega0 = static_cast<std::int32_t>(std::lround(std::remainder(k(3) + k(8) * dt, 2 * icdPi) / sc));
+  alm.omega = static_cast<std::int32_t>(std::lround(std::remainder(k(4), 2 * icdPi) / sc));
+  alm.m0 = static_cast<std::int32_t>(std::lround(std::remainder(k(5) + n * dt, 2 * icdPi) / sc));
+  alm.omegaDot = static_cast<std::int16_t>(std::lround(k(8) / (icdPi * std::ldexp(1.0, -38))));
+  return alm;
 }
 
 // Five-point central difference of a position function (m/s).
@@ -250,22 +274,9 @@ TEST(BeidouSvType, ClassifiedFromInclinationThenAxis) {
 }
 
 TEST(KeplerianAlmanac, AgreesWithEphemerisAndDifferentiates) {
-  // Almanac of PRN 1 at toa = 258048 s (63 * 2^12): deltaN folded into the
-  // axis, node and anomaly carried to toa, quantised to the almanac LSBs.
-  Vec const k = prn1Kepler();
-  double const gm = 3.986005e14, toa = 1913 * week + 258048.0, dt = toa - prn1Toe;
-  double const n = std::sqrt(gm / std::pow(k(0), 6)) + k(6);
-  double const sc = icdPi * std::ldexp(1.0, -23);
-  zc::GpsAlmanac alm;
-  alm.toa = zc::Toc{1, 1913 - 1024, 258048};
-  alm.sqrtA = static_cast<std::uint32_t>(std::lround(std::sqrt(std::cbrt(gm / (n * n))) * 2048.0));
-  alm.e = static_cast<std::uint16_t>(std::lround(k(1) * std::ldexp(1.0, 21)));
-  alm.deltaI = static_cast<std::int16_t>(std::lround((k(2) - 0.3 * icdPi) / (icdPi * std::ldexp(1.0, -19))));
-  alm.omega0 = static_cast<std::int32_t>(std::lround((k(3) + k(8) * dt) / sc));
-  alm.omega = static_cast<std::int32_t>(std::lround(k(4) / sc));
-  alm.m0 = static_cast<std::int32_t>(std::lround(std::remainder(k(5) + n * dt, 2 * icdPi) / sc));
-  alm.omegaDot = static_cast<std::int16_t>(std::lround(k(8) / (icdPi * std::ldexp(1.0, -38))));
-
+  double toa = 0.0;
+  zc::GpsAlmanac alm = almanacOf(prn1Kepler(), prn1Toe, 3.986005e14, toa);
+  alm.toa = zs::gpsSecsToGps(toa);
   for (double h : {-4.0, 0.0, 2.0, 6.0}) {
     double const t = prn1Toe + 3600.0 * h;
     Vec p(3), v(3), pOnly(3);
@@ -283,7 +294,7 @@ TEST(KeplerianAlmanac, AgreesWithEphemerisAndDifferentiates) {
 
   // Only the broadcast 8-bit week: resolved to the week nearest t.
   zc::GpsAlmanac weekOnly = alm;
-  weekOnly.toa = zc::Toc{0, 0, 258048};
+  weekOnly.toa = zc::Toc{0, 0, alm.toa.third};
   weekOnly.wna = 1913 % 256;
   Vec p1(3), p2(3);
   zs::almanacToEcef(alm, prn1Toe + 86400.0, p1);
@@ -528,49 +539,6 @@ std::vector<Dataset> const datasets = {
 // GLONASS 30-minute update, BeiDou hourly update.
 constexpr double gpsHalfSpan = 7200.0, glonassHalfSpan = 900.0, beidouHalfSpan = 3600.0;
 
-// GPS almanac of an ephemeris: deltaN folded into the axis, node and anomaly
-// carried to toa (the multiple of 2^12 s nearest toe), quantised to its LSBs.
-zc::GpsAlmanac almanacOf(Vec const& k, double toe, double gm, zc::Toc& toaToc, double& toa) {
-  double const step = 4096.0;
-  toa = std::floor(toe / step + 0.5) * step;
-  double const dt = toa - toe;
-  double const n = std::sqrt(gm / std::pow(k(0), 6)) + k(6);
-  double const sc = icdPi * std::ldexp(1.0, -23);
-  zc::GpsAlmanac alm;
-  alm.sqrtA = static_cast<std::uint32_t>(std::lround(std::sqrt(std::cbrt(gm / (n * n))) * 2048.0));
-  alm.e = static_cast<std::uint16_t>(std::lround(k(1) * std::ldexp(1.0, 21)));
-  alm.deltaI = static_cast<std::int16_t>(std::lround((k(2) - 0.3 * icdPi) / (icdPi * std::ldexp(1.0, -19))));
-  alm.omega0 = static_cast<std::int32_t>(std::lround(std::remainder(k(3) + k(8) * dt, 2 * icdPi) / sc));
-  alm.omega = static_cast<std::int32_t>(std::lround(std::remainder(k(4), 2 * icdPi) / sc));
-  alm.m0 = static_cast<std::int32_t>(std::lround(std::remainder(k(5) + n * dt, 2 * icdPi) / sc));
-  alm.omegaDot = static_cast<std::int16_t>(std::lround(k(8) / (icdPi * std::ldexp(1.0, -38))));
-  alm.toa = toaToc;
-  return alm;
-}
-
-template <typename Record>
-Vec keplerOf(Record const& e, double harmonicAngle, double harmonicRadius) {
-  double const sc = icdPi * std::ldexp(1.0, -31), rate = icdPi * std::ldexp(1.0, -43);
-  double const v[15] = {e.sqrtA * std::ldexp(1.0, -19),
-                        e.e * std::ldexp(1.0, -33),
-                        e.i0 * sc,
-                        e.omega0 * sc,
-                        e.omega * sc,
-                        e.m0 * sc,
-                        e.deltaN * rate,
-                        e.iDot * rate,
-                        e.omegaDot * rate,
-                        e.cuc * harmonicAngle,
-                        e.cus * harmonicAngle,
-                        e.crc * harmonicRadius,
-                        e.crs * harmonicRadius,
-                        e.cic * harmonicAngle,
-                        e.cis * harmonicAngle};
-  Vec k(15);
-  for (unsigned i = 0; i < 15; ++i) k(i) = v[i];
-  return k;
-}
-
 struct Results {
   Stats gps, glonass, beidou[4], gpsAlmanac, beidouAlmanac;
   double worstVelocity[4] = {0, 0, 0, 0};  // |v - finite difference| per GnssType, m/s
@@ -621,11 +589,8 @@ void compareDataset(Dataset const& set, Results& out) {
         return q;
       };
       if (blunder(*track, toe, position, f, r.line, 'G', e.svId)) continue;
-      zc::Toc toaToc;
-      double toa;
-      zc::GpsAlmanac const alm =
-          almanacOf(keplerOf(e, std::ldexp(1.0, -29), 1.0 / 32), toe, 3.986005e14, toaToc, toa);
-      zc::GpsAlmanac almanac = alm;
+      double toa = 0.0;
+      zc::GpsAlmanac almanac = almanacOf(keplerOf(e, std::ldexp(1.0, -29), 1.0 / 32), toe, 3.986005e14, toa);
       almanac.toa = zs::gpsSecsToGps(toa);
       for (auto it = track->lower_bound(toe - gpsHalfSpan);
            it != track->end() && it->first <= toe + gpsHalfSpan; ++it) {
@@ -662,9 +627,8 @@ void compareDataset(Dataset const& set, Results& out) {
       double toa = 0.0;
       zc::BeidouAlmanac almanac;
       if (type != zs::GEO) {
-        zc::Toc unused;
         zc::GpsAlmanac const g = almanacOf(keplerOf(e, std::ldexp(1.0, -31), 1.0 / 64),
-                                           zs::beidouToSecs(e.toe), 3.986004418e14, unused, toa);
+                                           zs::beidouToSecs(e.toe), 3.986004418e14, toa);
         almanac.sqrtA = g.sqrtA;
         almanac.e = g.e;
         almanac.deltaI = g.deltaI;

@@ -11,6 +11,7 @@
 
 #include "zarn/core/records.hpp"
 #include "zarn/support/export.hpp"
+#include "zarn/support/math.hpp"
 
 namespace zarn {
 namespace support {
@@ -51,10 +52,33 @@ inline bool operator==(AssistanceData const& a, AssistanceData const& b) {
          a.maxPredictionLength == b.maxPredictionLength && a.srp == b.srp && a.antPhase == b.antPhase &&
          a.errorParams == b.errorParams && a.clockModelParams == b.clockModelParams && a.outages == b.outages;
 }
-inline bool operator!=(AssistanceData const& a, AssistanceData const& b) { return !(a == b); }
+inline bool operator!=(AssistanceData const& a, AssistanceData const& b) {
+  return !(a == b);
+}
 
 // Every number zero, no outages.
 ZARN_EXPORT AssistanceData makeZeroAssistanceData();
+
+// The per-constellation store of assistance records.
+class ZARN_EXPORT AssistanceDataFile {
+ public:
+  // Built-in parameters of a satellite without stored data: GPS 1-32, GLONASS
+  // 1-24, BeiDou 1-14 (phase-centre offsets, radiation-pressure scale, error
+  // model and prediction limit of the satellite flying that number; no clock
+  // model, no outages). An invalid number gives the zero record; a valid
+  // Galileo number the zero record with gnssType and svId set.
+  static AssistanceData defaultAssistance(core::GnssType type, unsigned short svId);
+};
+
+// Moves a satellite position (m, size 3, Earth-rotating frame of date at GPS
+// time t) from the centre of mass to the antenna phase centre. The offset is
+// given in the body frame of nominal yaw steering: z towards the Earth's
+// centre, y along z x (Sun - satellite), x completing the triad (towards the
+// sunlit side). leapSeconds = GPS - UTC, for the Earth rotation. Undefined
+// when Sun, satellite and Earth are aligned.
+ZARN_EXPORT Vec addApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds);
+// The inverse move: antenna phase centre to centre of mass.
+ZARN_EXPORT Vec removeApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds);
 
 }  // namespace support
 }  // namespace zarn

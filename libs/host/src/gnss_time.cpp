@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "zarn/support/time_conversion.hpp"
+
 namespace zarn {
 namespace host {
 
@@ -10,9 +12,6 @@ namespace {
 // Days from 1970-01-01 to the GPS epoch 1980-01-06 and to the BDT epoch 2006-01-01.
 constexpr std::int64_t kGpsEpochDays = 3657;
 constexpr std::int64_t kBdtEpochDays = 13149;
-constexpr int kBdtWeeksPerCycle = 8192;
-constexpr int kGlonassFirstYear = 1996;
-constexpr int kGlonassPeriodYears = 4;
 
 // First UTC day (year, month) of each GPS - UTC step, IERS Bulletin C; the
 // value after the step is the entry's index + 1.
@@ -108,64 +107,27 @@ double gpsSecondsFromUtc(CalendarTime const& utc) {
   return gpsSecondsFromCalendar(utc) + gpsMinusUtc(utc);
 }
 
-core::Toc gpsToc(double gpsSeconds) {
-  core::Toc toc;
-  if (!(gpsSeconds >= 0.0)) return toc;
-  double week = std::floor(gpsSeconds / kSecondsPerWeek);
-  double sow = std::round(gpsSeconds - week * kSecondsPerWeek);
-  if (sow >= kSecondsPerWeek) {
-    week += 1.0;
-    sow -= kSecondsPerWeek;
-  }
-  auto const fullWeek = static_cast<std::uint32_t>(week);
-  toc.first = fullWeek / kWeeksPerGpsCycle;
-  toc.second = fullWeek % kWeeksPerGpsCycle;
-  toc.third = static_cast<std::uint32_t>(sow);
-  return toc;
-}
-
-double gpsSecondsFromToc(core::Toc const& toc) {
-  return (static_cast<double>(toc.first) * kWeeksPerGpsCycle + toc.second) * kSecondsPerWeek + toc.third;
-}
-
-core::Toc beidouToc(double bdtSeconds) {
-  core::Toc toc;
-  if (!(bdtSeconds >= 0.0)) return toc;
-  double week = std::floor(bdtSeconds / kSecondsPerWeek);
-  double sow = std::round(bdtSeconds - week * kSecondsPerWeek);
-  if (sow >= kSecondsPerWeek) {
-    week += 1.0;
-    sow -= kSecondsPerWeek;
-  }
-  auto const fullWeek = static_cast<std::uint32_t>(week);
-  toc.first = fullWeek / kBdtWeeksPerCycle;
-  toc.second = fullWeek % kBdtWeeksPerCycle;
-  toc.third = static_cast<std::uint32_t>(sow);
-  return toc;
-}
-
-double bdtSecondsFromToc(core::Toc const& toc) {
-  return (static_cast<double>(toc.first) * kBdtWeeksPerCycle + toc.second) * kSecondsPerWeek + toc.third;
-}
-
 bool glonassTocFromUtc(CalendarTime const& utc, core::Toc& toc) {
-  // Moscow calendar day and rounded seconds of that day.
-  double const seconds = std::round(secondsOfDay(utc) + kMoscowMinusUtc);
-  std::int64_t day = daysFromCivil(utc.year, utc.month, utc.day);
-  auto const dayShift = static_cast<std::int64_t>(std::floor(seconds / kSecondsPerDay));
-  day += dayShift;
-  double const secondOfDay = seconds - static_cast<double>(dayShift) * kSecondsPerDay;
-  int year = 0;
-  int month = 0;
-  int dom = 0;
-  civilFromDays(day, year, month, dom);
-  if (year < kGlonassFirstYear) return false;
-  int const period = (year - kGlonassFirstYear) / kGlonassPeriodYears;
-  int const firstYear = kGlonassFirstYear + period * kGlonassPeriodYears;
-  toc.first = static_cast<std::uint32_t>(period);
-  toc.second = static_cast<std::uint32_t>(day - daysFromCivil(firstYear, 1, 1));
-  toc.third = static_cast<std::uint32_t>(secondOfDay);
+  // GLONASS seconds: the UTC calendar count since 1995-12-31 21:00 UTC, that is
+  // Moscow time since 1996-01-01, with no leap seconds.
+  double const seconds = std::round(gpsSecondsFromCalendar(utc) - support::GLONASS_EPOCH_GPS_SECONDS);
+  if (seconds < 0.0) return false;
+  toc = support::secsToGlonass(seconds);
   return true;
+}
+
+std::vector<support::LeapInfo> leapSecondTable() {
+  std::vector<support::LeapInfo> table;
+  int count = 0;
+  for (LeapStep const& step : kLeapSteps) {
+    ++count;
+    if (count <= support::BUILTIN_LEAP_SECOND_COUNT) continue;
+    // The last second of the day before the step, counted without leap seconds.
+    double const last =
+        static_cast<double>(daysFromCivil(step.year, step.month, 1) - kGpsEpochDays) * kSecondsPerDay - 1.0;
+    table.push_back(support::LeapInfo{static_cast<std::uint64_t>(last), static_cast<std::int8_t>(count)});
+  }
+  return table;
 }
 
 }  // namespace host

@@ -9,6 +9,7 @@
 #include "broadcast_scaling.hpp"
 #include "fixed_fields.hpp"
 #include "zarn/host/rinex_nav.hpp"
+#include "zarn/support/time_conversion.hpp"
 
 namespace zarn {
 namespace host {
@@ -508,8 +509,8 @@ bool encodeGps(GpsNavRaw const& raw, int prn, core::GpsEphemeris& eph, std::stri
     why = "toe outside the week";
     return false;
   }
-  e.toe = gpsToc(week * kSecondsPerWeek + raw.toe);
-  e.toc = gpsToc(raw.toc);
+  e.toe = support::gpsSecsToGps(week * kSecondsPerWeek + raw.toe);
+  e.toc = support::gpsSecsToGps(raw.toc);
   e.uraIndex = static_cast<std::int8_t>(uraIndexFromMetres(raw.accuracy));
   bool const ok =
       whole(raw.iodc, e.iodc, "IODC", why) && whole(raw.health, e.health, "health", why) &&
@@ -553,8 +554,8 @@ bool encodeBeidou(BeidouNavRaw const& raw, int prn, core::BeidouEphemeris& eph, 
     why = "toe outside the week";
     return false;
   }
-  e.toe = beidouToc(week * kSecondsPerWeek + raw.toe);
-  e.toc = beidouToc(tocBdt);
+  e.toe = support::secsToBeidou(week * kSecondsPerWeek + raw.toe);
+  e.toc = support::secsToBeidou(tocBdt);
   e.uraIndex = static_cast<std::int8_t>(uraIndexFromMetres(raw.accuracy));
   bool const ok =
       whole(raw.aodc, e.aodc, "AODC", why) && whole(raw.aodc, e.iodc, "AODC", why) &&

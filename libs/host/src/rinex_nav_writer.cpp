@@ -10,6 +10,7 @@
 
 #include "broadcast_scaling.hpp"
 #include "zarn/host/rinex_nav.hpp"
+#include "zarn/support/time_conversion.hpp"
 
 namespace zarn {
 namespace host {
@@ -78,7 +79,7 @@ std::string fitEndComment(double gpsSeconds) {
 GpsNavRaw decodeGps(core::GpsEphemeris const& e) {
   using namespace detail;
   GpsNavRaw r;
-  r.toc = gpsSecondsFromToc(e.toc);
+  r.toc = support::gpsToGpsSecs(e.toc);
   r.tocCalendar = calendarFromGpsSeconds(r.toc);
   r.af0 = e.af0 * kGpsAf0Lsb;
   r.af1 = e.af1 * kGpsAf1Lsb;
@@ -112,7 +113,7 @@ GpsNavRaw decodeGps(core::GpsEphemeris const& e) {
 BeidouNavRaw decodeBeidou(core::BeidouEphemeris const& e) {
   using namespace detail;
   BeidouNavRaw r;
-  double const tocBdt = bdtSecondsFromToc(e.toc);
+  double const tocBdt = support::beidouToSecs(e.toc);
   r.tocCalendar = calendarFromBdtSeconds(tocBdt);
   r.toc = tocBdt + kBdtEpochInGpsSeconds;
   r.a0 = e.a0 * kBdsA0Lsb;
@@ -135,7 +136,8 @@ BeidouNavRaw decodeBeidou(core::BeidouEphemeris const& e) {
   r.omega = e.omega * kSemicircle31Lsb;
   r.omegaDot = e.omegaDot * kSemicircle43Lsb;
   r.iDot = e.iDot * kSemicircle43Lsb;
-  r.week = static_cast<double>(e.toe.first) * 8192 + e.toe.second;
+  r.week = static_cast<double>(e.toe.first) * (support::BEIDOU_CYCLE_SECONDS / support::SECONDS_PER_WEEK) +
+           e.toe.second;
   r.accuracy = uraMetres(e.uraIndex);
   r.satH1 = e.health;
   r.tgd1 = e.tgd1 * kBdsTgdLsb;

@@ -205,6 +205,7 @@ class Reader {
     Sp3Epoch epoch;
     epoch.calendar = c;
     epoch.time = toGpsSeconds(c);
+    epoch.line = number;
     data_.epochs.push_back(std::move(epoch));
     inEpoch_ = true;
   }
@@ -221,12 +222,8 @@ class Reader {
     }
     for (int k = 0; k < 4; ++k) {
       std::string const field = column(line, kValueColumns[k], kValueWidth);
+      // SP3 marks absent values with numbers, never with blanks, so a short line was cut.
       bool const cut = line.size() < kValueColumns[k] + kValueWidth;
-      // A missing clock is tolerated (absent); a cut or missing coordinate is not.
-      if (k == 3 && blank(field)) {
-        values[k] = std::numeric_limits<double>::infinity();
-        continue;
-      }
       if (cut || !parseDouble(field, values[k])) {
         skipMalformed(number, "bad value in column " + std::to_string(kValueColumns[k] + 1));
         return false;
@@ -248,6 +245,7 @@ class Reader {
     Sp3Entry e;
     e.system = system;
     e.prn = prn;
+    e.line = number;
     for (int k = 0; k < 3; ++k) e.position[k] = v[k] * kMetresPerKm;
     if (v[3] >= kAbsentClock) {
       e.clock = std::numeric_limits<double>::quiet_NaN();

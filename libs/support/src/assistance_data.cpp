@@ -1,5 +1,13 @@
 #include "zarn/support/assistance_data.hpp"
 
+#include <stdexcept>
+
+#include "tables/assistance_default_table.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/force_model.hpp"
+#include "zarn/support/log.hpp"
+#include "zarn/support/utility.hpp"
+
 namespace zarn {
 namespace support {
 
@@ -15,6 +23,75 @@ AssistanceData makeZeroAssistanceData() {
   data.clockModelParams.fill(0.0);
   data.outages.clear();
   return data;
+}
+
+namespace {
+
+void copyRow(tables::DefaultAssistanceRow const& row, AssistanceData& data) {
+  data.maxPredictionLength = row.maxPredictionLength;
+  for (int i = 0; i < 2; ++i) data.srp[i] = row.srp[i];
+  for (int i = 0; i < 3; ++i) {
+    data.antPhase[i] = row.antPhase[i];
+    data.errorParams[i] = row.errorParams[i];
+  }
+}
+
+// Yaw-steering body axes from the Sun's direction (series Sun, turned into the
+// Earth-rotating frame of date); no check of the degenerate alignment.
+Vec moveAlongBodyAxes(Vec const& position, double x, double y, double z, double t, int leapSeconds) {
+  Vec moon(3), sunJ2000(3);
+  ForceModel::sunMoonCoord(t, moon, sunJ2000);
+  Vec const sun = prod(icrsToInt0(t, 0.0, leapSeconds), sunJ2000);
+  Vec eS = sun - position;
+  eS /= norm_2(eS);
+  Vec const eZ = -position / norm_2(position);
+  Vec eY = cross(eZ, eS);
+  eY /= norm_2(eY);
+  Vec eX = cross(eY, eZ);
+  eX /= norm_2(eX);
+  return position + x * eX + y * eY + z * eZ;
+}
+
+}  // namespace
+
+AssistanceData AssistanceDataFile::defaultAssistance(core::GnssType type, unsigned short svId) {
+  AssistanceData data = makeZeroAssistanceData();
+  if (!validSvId(type, svId)) return data;
+  data.gnssType = type;
+  data.svId = svId;
+  data.svFlags = 0;
+  unsigned const i = svId - 1u;
+  switch (type) {
+    case core::GPS:
+      copyRow(tables::kGpsDefaultAssistance[i], data);
+      for (int k = 0; k < 4; ++k) data.clockModelParams[k] = tables::kGpsDefaultClock[i][k];
+      break;
+    case core::BEIDOU:
+      copyRow(tables::kBeidouDefaultAssistance[i], data);
+      for (int k = 0; k < 4; ++k) data.clockModelParams[k] = tables::kBeidouDefaultClock[i][k];
+      break;
+    case core::GLONASS:
+      copyRow(tables::kGlonassDefaultAssistance[i], data);
+      // GLONASS keeps time, offset and drift in c0, c4, c5.
+      data.clockModelParams[0] = tables::kGlonassDefaultClock[i][0];
+      data.clockModelParams[4] = tables::kGlonassDefaultClock[i][1];
+      data.clockModelParams[5] = tables::kGlonassDefaultClock[i][2];
+      break;
+    default:
+      break;
+  }
+  return data;
+}
+
+Vec addApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds) {
+  if (position.size() != 3) ZARN_THROW(std::invalid_argument("addApcOffset: invalid size pos"));
+  return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], t, leapSeconds);
+}
+
+Vec removeApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds) {
+  if (position.size() != 3)
+    ZARN_THROW(std::invalid_argument("removeApcOffset: Position vector is not 3 dimensional."));
+  return moveAlongBodyAxes(position, -antPhase[0], -antPhase[1], -antPhase[2], t, leapSeconds);
 }
 
 }  // namespace support

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "tables/geopotential_table.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/serialization.hpp"
 
 namespace zarn {
@@ -257,47 +258,63 @@ double fraction(double x) {
   return std::modf(x, &whole);
 }
 
+// A point on the unit circle, (cos x, sin x); products add the angles, so the
+// many combined arguments of the series cost no further sines.
+struct Phase {
+  double c, s;
+};
+Phase phase(double x) {
+  return {std::cos(x), std::sin(x)};
+}
+Phase operator*(Phase a, Phase b) {
+  return {a.c * b.c - a.s * b.s, a.s * b.c + a.c * b.s};
+}
+Phase operator/(Phase a, Phase b) {
+  return {a.c * b.c + a.s * b.s, a.s * b.c - a.c * b.s};
+}
+
 void sunMoon(double t, double moon[3], double sun[3]) {
   double const T =
       ((t + kGpsToTt) / kSecondsPerDay + kJdGpsOrigin - kMjdOffset - kMjdJ2000) / kDaysPerCentury;
 
-  // Sun: mean anomaly, ecliptic longitude (J2000 equinox), distance.
+  // Sun: mean anomaly, ecliptic longitude (J2000 equinox), distance. The
+  // perihelion is held fixed, so the longitude drifts from J2000 by the
+  // perihelion's own motion, about 12 arcsec a year (0.12 deg by 2035).
   double const M = kTwoPi * fraction(0.9931267 + 99.9973583 * T);
+  Phase const m1 = phase(M), m2 = m1 * m1;
   double const L =
-      kTwoPi * fraction(0.7859444 + M / kTwoPi +
-                        (6892.0 * std::sin(M) + 72.0 * std::sin(2.0 * M)) / kArcsecPerRevolution);
-  double const rSun = 149619000000.0 - 2499000000.0 * std::cos(M) - 21000000.0 * std::cos(2.0 * M);
-  double const sinL = std::sin(L);
-  sun[0] = rSun * std::cos(L);
-  sun[1] = rSun * sinL * kCosObliquity;
-  sun[2] = rSun * sinL * kSinObliquity;
+      kTwoPi * fraction(0.7859444 + M / kTwoPi + (6892.0 * m1.s + 72.0 * m2.s) / kArcsecPerRevolution);
+  double const rSun = 149619000000.0 - 2499000000.0 * m1.c - 21000000.0 * m2.c;
+  Phase const sl = phase(L);
+  sun[0] = rSun * sl.c;
+  sun[1] = rSun * sl.s * kCosObliquity;
+  sun[2] = rSun * sl.s * kSinObliquity;
 
   // Moon: mean longitude (precession removed), anomalies of Moon and Sun,
   // elongation, argument of latitude.
   double const L0 = fraction(0.606433 + 1336.851344 * T);
-  double const l = kTwoPi * fraction(0.374897 + 1325.552410 * T);
-  double const lp = kTwoPi * fraction(0.993133 + 99.997361 * T);
-  double const D = kTwoPi * fraction(0.827361 + 1236.853086 * T);
   double const F = kTwoPi * fraction(0.259086 + 1342.227825 * T);
-  double const dL = 22640.0 * std::sin(l) - 4586.0 * std::sin(l - 2.0 * D) + 2370.0 * std::sin(2.0 * D) +
-                    769.0 * std::sin(2.0 * l) - 668.0 * std::sin(lp) - 412.0 * std::sin(2.0 * F) -
-                    212.0 * std::sin(2.0 * l - 2.0 * D) - 206.0 * std::sin(l + lp - 2.0 * D) +
-                    192.0 * std::sin(l + 2.0 * D) - 165.0 * std::sin(lp - 2.0 * D) - 125.0 * std::sin(D) -
-                    110.0 * std::sin(l + lp) + 148.0 * std::sin(l - lp) - 55.0 * std::sin(2.0 * F - 2.0 * D);
+  Phase const l = phase(kTwoPi * fraction(0.374897 + 1325.552410 * T));
+  Phase const lp = phase(kTwoPi * fraction(0.993133 + 99.997361 * T));
+  Phase const D = phase(kTwoPi * fraction(0.827361 + 1236.853086 * T));
+  Phase const f = phase(F);
+  Phase const l2 = l * l, D2 = D * D, F2 = f * f;
+  Phase const lMinus2D = l / D2, lpMinus2D = lp / D2, l2Minus2D = l2 / D2, llpMinus2D = lMinus2D * lp;
+  double const dL = 22640.0 * l.s - 4586.0 * lMinus2D.s + 2370.0 * D2.s + 769.0 * l2.s - 668.0 * lp.s -
+                    412.0 * F2.s - 212.0 * l2Minus2D.s - 206.0 * llpMinus2D.s + 192.0 * (l * D2).s -
+                    165.0 * lpMinus2D.s - 125.0 * D.s - 110.0 * (l * lp).s + 148.0 * (l / lp).s -
+                    55.0 * (F2 / D2).s;
   double const lambda = kTwoPi * fraction(L0 + dL / kArcsecPerRevolution);
-  double const S = F + (dL + 412.0 * std::sin(2.0 * F) + 541.0 * std::sin(lp)) / kArcsecPerRadian;
-  double const h = F - 2.0 * D;
-  double const N = -526.0 * std::sin(h) + 44.0 * std::sin(l + h) - 31.0 * std::sin(h - l) -
-                   23.0 * std::sin(lp + h) + 11.0 * std::sin(h - lp) - 25.0 * std::sin(F - 2.0 * l) +
-                   21.0 * std::sin(F - l);
-  double const beta = (18520.0 * std::sin(S) + N) / kArcsecPerRadian;
-  double const rMoon = 385000000.0 - 20905000.0 * std::cos(l) - 3699000.0 * std::cos(2.0 * D - l) -
-                       2956000.0 * std::cos(2.0 * D) - 570000.0 * std::cos(2.0 * l) +
-                       246000.0 * std::cos(2.0 * l - 2.0 * D) - 205000.0 * std::cos(lp - 2.0 * D) -
-                       171000.0 * std::cos(l + 2.0 * D) - 152000.0 * std::cos(l + lp - 2.0 * D);
-  double const cb = std::cos(beta);
-  double const ex = rMoon * std::cos(lambda) * cb, ey = rMoon * std::sin(lambda) * cb,
-               ez = rMoon * std::sin(beta);
+  double const S = F + (dL + 412.0 * F2.s + 541.0 * lp.s) / kArcsecPerRadian;
+  Phase const h = f / D2;
+  double const N = -526.0 * h.s + 44.0 * (l * h).s - 31.0 * (h / l).s - 23.0 * (lp * h).s +
+                   11.0 * (h / lp).s - 25.0 * (f / l2).s + 21.0 * (f / l).s;
+  Phase const beta = phase((18520.0 * std::sin(S) + N) / kArcsecPerRadian);
+  double const rMoon = 385000000.0 - 20905000.0 * l.c - 3699000.0 * lMinus2D.c - 2956000.0 * D2.c -
+                       570000.0 * l2.c + 246000.0 * l2Minus2D.c - 205000.0 * lpMinus2D.c -
+                       171000.0 * (l * D2).c - 152000.0 * llpMinus2D.c;
+  Phase const lam = phase(lambda);
+  double const ex = rMoon * lam.c * beta.c, ey = rMoon * lam.s * beta.c, ez = rMoon * beta.s;
   // Ecliptic to equator: the frame rotation R1(-eps).
   moon[0] = ex;
   moon[1] = kCosObliquity * ey - kSinObliquity * ez;
@@ -400,6 +417,12 @@ struct ForceModel::Details {
   int numberOfGeopotentialCoefficients = 8;
   Gj8Integrator gj8Integrator;
 
+  // Sun and Moon (J2000 axes) of the last forceModel time: the Gauss-Jackson
+  // corrector evaluates each epoch several times.
+  double sunMoonTime = std::nan("");
+  double moonJ2000[3] = {0.0, 0.0, 0.0};
+  double sunJ2000[3] = {0.0, 0.0, 0.0};
+
   // Derived from the fields above by refresh(); never serialized.
   Mat3 inertial;  // M_I
   Mat3 eop;       // E
@@ -411,21 +434,11 @@ struct ForceModel::Details {
   void refresh() {
     toMat3(inertialFrameInfo.matrix, inertial);
     toMat3(eopInfo.matrix, eop);
-    // E = R2(-xp) R1(-yp): derivatives of the two elementary frame rotations.
-    double const cx = std::cos(eopInfo.eop.xp), sx = std::sin(eopInfo.eop.xp);
-    double const cy = std::cos(eopInfo.eop.yp), sy = std::sin(eopInfo.eop.yp);
-    Mat3 const r2 = {{cx, 0.0, sx}, {0.0, 1.0, 0.0}, {-sx, 0.0, cx}};
-    Mat3 const r2d = {{-sx, 0.0, cx}, {0.0, 0.0, 0.0}, {-cx, 0.0, -sx}};  // d R2(-xp) / dxp
-    Mat3 const r1 = {{1.0, 0.0, 0.0}, {0.0, cy, -sy}, {0.0, sy, cy}};
-    Mat3 const r1d = {{0.0, 0.0, 0.0}, {0.0, -sy, -cy}, {0.0, cy, -sy}};  // d R1(-yp) / dyp
-    for (int i = 0; i < 3; ++i)
-      for (int j = 0; j < 3; ++j) {
-        eopDx[i][j] = eopDy[i][j] = 0.0;
-        for (int k = 0; k < 3; ++k) {
-          eopDx[i][j] += r2d[i][k] * r1[k][j];
-          eopDy[i][j] += r2[i][k] * r1d[k][j];
-        }
-      }
+    // The pole parameters act through W = R2(-xp) R1(-yp).
+    Mat dx, dy;
+    polarMotionPartials(eopInfo.eop, dx, dy);
+    toMat3(dx, eopDx);
+    toMat3(dy, eopDy);
   }
 };
 
@@ -556,6 +569,26 @@ void ForceModel::sunMoonCoord(double t, Vec& moon, Vec& sun) {
   setVec(sun, s);
 }
 
+void ForceModel::sunMoonAcceleration(double t, int leapSeconds, Vec const& r, Vec& acc) {
+  double moonJ2000[3], sunJ2000[3];
+  sunMoon(t, moonJ2000, sunJ2000);
+  Mat const m = icrsToInt0(t, 0.0, leapSeconds);
+  double const p[3] = {r(0), r(1), r(2)};
+  double a[3] = {0.0, 0.0, 0.0};
+  double const* bodies[2] = {moonJ2000, sunJ2000};
+  double const gms[2] = {kGmMoon, kGmSun};
+  for (int b = 0; b < 2; ++b) {
+    double body[3], d[3];
+    for (int i = 0; i < 3; ++i) {
+      body[i] = m(i, 0) * bodies[b][0] + m(i, 1) * bodies[b][1] + m(i, 2) * bodies[b][2];
+      d[i] = body[i] - p[i];
+    }
+    double const dn = norm3(d), bn = norm3(body);
+    for (int i = 0; i < 3; ++i) a[i] += gms[b] * (d[i] / (dn * dn * dn) - body[i] / (bn * bn * bn));
+  }
+  setVec(acc, a);
+}
+
 double ForceModel::shadowFunction(Vec const& r, Vec const& sun) const {
   double p[3], s[3];
   toArray(r, p);
@@ -586,7 +619,7 @@ void ForceModel::solarRadiationPressure(Vec const& r, Vec const& sun, Vec& acc, 
 }
 
 void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
-  Details const& d = *details_;
+  Details& d = *details_;
   double const theta = (t - d.inertialFrameInfo.tRef) * kEarthRotationRate;
   double const ct = std::cos(theta), st = std::sin(theta);
   double const ri[3] = {r(0), r(1), r(2)};
@@ -602,12 +635,15 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
   double re[3];
   for (int i = 0; i < 3; ++i) re[i] = dot3(E[i], rz);
 
-  double moonM[3], sunM[3], moon[3], sun[3];
-  sunMoon(t, moonM, sunM);
+  if (t != d.sunMoonTime) {
+    sunMoon(t, d.moonJ2000, d.sunJ2000);
+    d.sunMoonTime = t;
+  }
+  double moon[3], sun[3];
   Mat3 const& mi = d.inertial;
   for (int i = 0; i < 3; ++i) {
-    moon[i] = dot3(mi[i], moonM);
-    sun[i] = dot3(mi[i], sunM);
+    moon[i] = dot3(mi[i], d.moonJ2000);
+    sun[i] = dot3(mi[i], d.sunJ2000);
   }
 
   bool const deriv = d.accDerivatives;

@@ -27,8 +27,9 @@ constexpr std::int64_t beidouToeStep = 8;    // s, LSB of the D1/D2 toe field
 constexpr std::int64_t gpsToeSteps = 37800;  // toe steps per week
 constexpr std::int64_t beidouToeSteps = 75600;
 constexpr unsigned weeksPerGpsCycle = 1024;
-// Earth rate for making an Earth-fixed velocity inertial (IERS 2010 nominal
-// value over one sidereal day); deliberately not one of the broadcast rates.
+// Earth rate for making an Earth-fixed velocity inertial: the rate of Greenwich
+// sidereal time (rotation plus precession in right ascension, Vallado 2013 3.5),
+// deliberately not one of the broadcast rates.
 constexpr double earthRate = 7.2921158553e-5;  // rad/s
 
 struct Field {

@@ -1,4 +1,5 @@
-// Calendar arithmetic and the broadcast time records for the file readers.
+// Calendar arithmetic for the file readers; the broadcast time records
+// themselves come from the library's time conversions.
 //
 // Calendar dates are proleptic Gregorian. "Seconds on a scale" means a uniform
 // count from that scale's epoch with no leap seconds: GPS seconds from
@@ -7,6 +8,7 @@
 #define ZARN_HOST_GNSS_TIME_HPP
 
 #include <cstdint>
+#include <vector>
 
 #include "zarn/core/records.hpp"
 
@@ -53,17 +55,14 @@ int gpsMinusUtc(CalendarTime const& utc);
 // GPS seconds of the UTC calendar instant `utc`.
 double gpsSecondsFromUtc(CalendarTime const& utc);
 
-// Toc of a GPS time: {1024-week cycles, week in cycle, seconds of week rounded
-// to the nearest second}. Negative times give all zeros.
-core::Toc gpsToc(double gpsSeconds);
-double gpsSecondsFromToc(core::Toc const& toc);
-// Toc of a BDT time: {8192-week cycles (0 until 2163), BDT week, seconds of week}.
-core::Toc beidouToc(double bdtSeconds);
-double bdtSecondsFromToc(core::Toc const& toc);
 // GLONASS Toc of a UTC calendar instant: {four-year period since 1996
 // (0 = 1996-1999), day in the period from 0, seconds of the Moscow day rounded
 // to the nearest second}. Returns false for instants before 1996 (Moscow time).
 bool glonassTocFromUtc(CalendarTime const& utc, core::Toc& toc);
+
+// The leap seconds after the library's built-in table (which ends with the one
+// of 2015-06-30), as the caller's table of the library's time conversions.
+std::vector<support::LeapInfo> leapSecondTable();
 
 }  // namespace host
 }  // namespace zarn

@@ -128,7 +128,9 @@ NavData readRinexNav(std::string const& path);
 NavData parseRinexNav(std::string const& text, std::string const& name);
 
 // Broadcast scaling of one record. On failure returns false and says why
-// (a value outside its record field, a time that has no Toc).
+// (a value outside its record field, a time that has no Toc). URA indices come
+// from the file's accuracy in metres (IS-GPS-200 20.3.3.3.1.3 upper bounds).
+// BeiDou D1/D2 carry no IODC: `iodc` is set to the AODC, as is `aodc`.
 bool encodeGps(GpsNavRaw const& raw, int prn, core::GpsEphemeris& eph, std::string& why);
 bool encodeBeidou(BeidouNavRaw const& raw, int prn, core::BeidouEphemeris& eph, std::string& why);
 bool encodeGlonass(GlonassNavRaw const& raw, int slot, core::GlonassEphemeris& eph, std::string& why);

@@ -31,11 +31,13 @@ struct Sp3Entry {
   bool hasVelocity = false;
   double velocity[3] = {0, 0, 0};  // m/s
   double clockRate = 0;            // s/s; NaN when absent
+  int line = 0;                    // line of the position record in the file
 };
 
 struct Sp3Epoch {
   CalendarTime calendar;  // as written, in the file's time system
   double time = 0;        // GPS seconds
+  int line = 0;           // line of the epoch record in the file
   std::vector<Sp3Entry> entries;
 };
 

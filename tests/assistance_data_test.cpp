@@ -1,0 +1,214 @@
+#include "zarn/support/assistance_data.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <boost/numeric/ublas/io.hpp>
+#include <cmath>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "support/test_support.hpp"
+#include "zarn/support/utility.hpp"
+
+#ifdef ZARN_HAVE_ERFA
+#include <erfa.h>
+#endif
+
+namespace zarn {
+namespace support {
+namespace {
+
+using core::BEIDOU;
+using core::GALILEO;
+using core::GLONASS;
+using core::GnssType;
+using core::GPS;
+
+Vec vec3(double x, double y, double z) {
+  Vec v(3);
+  v(0) = x;
+  v(1) = y;
+  v(2) = z;
+  return v;
+}
+
+// ---------------------------------------------------------------------------
+// Default tables
+
+TEST(DefaultAssistance, InvalidNumbersAndOtherSystemsGiveTheZeroRecord) {
+  AssistanceData const zero = makeZeroAssistanceData();
+  EXPECT_EQ(AssistanceDataFile::defaultAssistance(GPS, 0), zero);
+  EXPECT_EQ(AssistanceDataFile::defaultAssistance(GPS, 33), zero);
+  EXPECT_EQ(AssistanceDataFile::defaultAssistance(GLONASS, 25), zero);
+  EXPECT_EQ(AssistanceDataFile::defaultAssistance(BEIDOU, 15), zero);
+  EXPECT_EQ(AssistanceDataFile::defaultAssistance(static_cast<GnssType>(5), 1), zero);
+  AssistanceData galileo = zero;
+  galileo.gnssType = GALILEO;
+  galileo.svId = 1;
+  EXPECT_EQ(AssistanceDataFile::defaultAssistance(GALILEO, 1), galileo);
+}
+
+TEST(DefaultAssistance, TunedFirstRows) {
+  AssistanceData const gps = AssistanceDataFile::defaultAssistance(GPS, 1);
+  EXPECT_EQ(gps.gnssType, GPS);
+  EXPECT_EQ(gps.svId, 1);
+  EXPECT_EQ(gps.srp[0], 1.55667);
+  EXPECT_EQ(gps.srp[1], 0.0384716);
+  EXPECT_EQ(gps.antPhase[0], 0.301460335686);
+  EXPECT_EQ(gps.antPhase[1], -0.006090886982);
+  EXPECT_EQ(gps.antPhase[2], 1.092374686083);
+
+  AssistanceData const glo = AssistanceDataFile::defaultAssistance(GLONASS, 1);
+  EXPECT_EQ(glo.srp[0], 2.16433);
+  EXPECT_EQ(glo.srp[1], 0.112063);
+  EXPECT_EQ(glo.antPhase[0], -0.465170834085);
+  EXPECT_EQ(glo.antPhase[1], 0.027058357401);
+  EXPECT_EQ(glo.antPhase[2], 2.051609220407);
+  EXPECT_EQ(glo.errorParams[0], 3e-12);
+  EXPECT_EQ(glo.errorParams[1], 1.9658356e-05);
+  EXPECT_EQ(glo.errorParams[2], 3.455121095089);
+  for (int k = 1; k <= 3; ++k) EXPECT_EQ(glo.clockModelParams[k], 0.0);
+
+  AssistanceData const bds = AssistanceDataFile::defaultAssistance(BEIDOU, 1);
+  EXPECT_EQ(bds.srp[0], 1.52657605931);
+  EXPECT_EQ(bds.srp[1], -0.139998837815);
+}
+
+// Every row stays inside the ranges of the stored file and describes a real
+// satellite: a direct radiation-pressure acceleration of 0.6-2e-7 m/s^2
+// (published a-priori values for GNSS satellites), the antenna on the
+// Earth-facing side, a prediction error that grows with time.
+TEST(DefaultAssistance, EveryRowIsPhysical) {
+  double const k = 4.56e-6 * 1.21 * 13.4 / 1075.0;  // force-model acceleration per unit scale, m/s^2
+  for (GnssType type : {GPS, GLONASS, BEIDOU}) {
+    auto const range = getSvIdRange(type);
+    for (unsigned short sv = range.first; sv <= range.second; ++sv) {
+      AssistanceData const d = AssistanceDataFile::defaultAssistance(type, sv);
+      SCOPED_TRACE(toString(type) + " " + std::to_string(sv));
+      EXPECT_EQ(d.gnssType, type);
+      EXPECT_EQ(d.svId, sv);
+      EXPECT_EQ(d.svFlags, 0u);
+      EXPECT_TRUE(d.outages.empty());
+      EXPECT_GE(d.maxPredictionLength, 24);
+      EXPECT_LE(d.maxPredictionLength, 24 * 28);
+      EXPECT_GT(d.srp[0], 0.0);
+      EXPECT_LE(d.srp[0], 3.0);
+      EXPECT_GE(d.srp[0] * k, 0.6e-7);
+      EXPECT_LE(d.srp[0] * k, 2.0e-7);
+      EXPECT_LE(std::fabs(d.srp[1]), 3.0);
+      EXPECT_LE(std::fabs(d.antPhase[0]), 1.0);
+      EXPECT_LE(std::fabs(d.antPhase[1]), 0.5);
+      EXPECT_GT(d.antPhase[2], 0.5);
+      EXPECT_LT(d.antPhase[2], 5.0);
+      EXPECT_GE(d.errorParams[0], 0.0);
+      EXPECT_LE(d.errorParams[0], 1e-9);
+      EXPECT_GT(d.errorParams[1], 0.0);
+      EXPECT_LE(d.errorParams[1], 1e-3);
+      EXPECT_GT(d.errorParams[2], 0.0);
+      EXPECT_LE(d.errorParams[2], 10.0);
+      EXPECT_LT(estimateSisreError(d.errorParams, 86400.0), estimateSisreError(d.errorParams, 7 * 86400.0));
+      for (double c : d.clockModelParams) EXPECT_EQ(c, 0.0);
+    }
+  }
+}
+
+// Phase-centre offsets against the published IGS values: every satellite that
+// flies its number with an IGS antenna entry of its own carries that entry's
+// ionosphere-free offset (svId 1 keeps its tuned row).
+TEST(DefaultAssistance, PhaseCentresAreThePublishedIgsValues) {
+  ZARN_SHARED_FILE_OR_SKIP(pcoPath, "reference/satellite_pco.txt");
+  ZARN_SHARED_FILE_OR_SKIP(blocksPath, "reference/satellite_blocks_summary.txt");
+  std::map<std::string, std::array<double, 3>> pcoBySvn;
+  {
+    std::ifstream in(pcoPath);
+    std::string line;
+    while (std::getline(in, line)) {
+      if (line.empty() || line[0] == '#') continue;
+      std::istringstream s(line);
+      std::string sys, prn, svn, cospar, block, from, until;
+      std::array<double, 3> x{};
+      s >> sys >> prn >> svn >> cospar >> block >> from >> until >> x[0] >> x[1] >> x[2];
+      pcoBySvn[svn] = x;
+    }
+  }
+  std::ifstream in(blocksPath);
+  std::string line;
+  int checked = 0;
+  while (std::getline(in, line)) {
+    std::istringstream s(line);
+    std::string date, sys, prn, svn, block, massP, massM, antex;
+    if (!(s >> date >> sys >> prn >> svn >> block >> massP >> massM >> antex) || date != "2025-07-04")
+      continue;
+    if (antex != "A" || sys == "C") continue;
+    int const sv = std::stoi(prn.substr(1));
+    GnssType const type = sys == "G" ? GPS : GLONASS;
+    if (sv == 1 || !validSvId(type, static_cast<unsigned short>(sv))) continue;
+    AssistanceData const d = AssistanceDataFile::defaultAssistance(type, static_cast<unsigned short>(sv));
+    ASSERT_EQ(pcoBySvn.count(svn), 1u) << svn;
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(d.antPhase[i], pcoBySvn[svn][i]) << prn << " " << svn;
+    ++checked;
+  }
+  EXPECT_GE(checked, 25);
+}
+
+// ---------------------------------------------------------------------------
+// Antenna offsets
+
+#ifdef ZARN_HAVE_ERFA
+// The yaw-steering axes built from ERFA's Sun, turned into the Earth-rotating
+// frame of date with ERFA's IAU 1976/1980 precession-nutation and sidereal time.
+TEST(ApcOffset, MovesAlongTheYawSteeringAxes) {
+  double const t = 1.25e9, jd0 = 2444244.5, au = 149597870700.0;
+  int const leap = 18;
+  double pvh[2][3], pvb[2][3], np[3][3], rot[3][3], sunGcrs[3], sun[3];
+  eraEpv00(jd0, (t + 51.184) / 86400.0, pvh, pvb);
+  for (int i = 0; i < 3; ++i) sunGcrs[i] = -pvh[0][i] * au;
+  eraPnm80(jd0, (t + 51.184) / 86400.0, np);
+  eraCr(np, rot);
+  eraRz(eraGst94(jd0, (t - leap) / 86400.0), rot);
+  eraRxp(rot, sunGcrs, sun);
+
+  for (Vec const& pos : {vec3(15.0e6, -8.0e6, 19.0e6), vec3(-20.0e6, 12.0e6, -9.0e6)}) {
+    Vec const s = vec3(sun[0], sun[1], sun[2]);
+    Vec eS = s - pos;
+    eS /= norm_2(eS);
+    Vec const eZ = -pos / norm_2(pos);
+    Vec eX = eS - inner_prod(eS, eZ) * eZ;  // towards the Sun, across the line of sight to the Earth
+    eX /= norm_2(eX);
+    Vec const eY =
+        vec3(eZ(1) * eX(2) - eZ(2) * eX(1), eZ(2) * eX(0) - eZ(0) * eX(2), eZ(0) * eX(1) - eZ(1) * eX(0));
+
+    AntennaPhase offset;
+    offset[0] = 0.3;
+    offset[1] = -0.2;
+    offset[2] = 1.5;
+    Vec const moved = addApcOffset(pos, offset, t, leap);
+    Vec const expected = pos + 0.3 * eX - 0.2 * eY + 1.5 * eZ;
+    // The series Sun is within 0.1 deg of ERFA's here.
+    EXPECT_LT(norm_2(moved - expected), 2e-3 * 1.6) << pos;
+    EXPECT_NEAR(norm_2(moved), norm_2(pos) - 1.5, 1e-6);  // z points at the Earth's centre
+
+    Vec const back = removeApcOffset(moved, offset, t, leap);
+    EXPECT_LT(norm_2(back - pos), 1e-6);
+  }
+}
+#endif
+
+TEST(ApcOffsetDeathTest, PositionsMustBeThreeDimensional) {
+  AntennaPhase offset{};
+  Vec const bad(4, 1.0e7);
+  EXPECT_DEATH(addApcOffset(bad, offset, 0.0, 18),
+               zarn::test::fatalPattern("std::invalid_argument(\"addApcOffset: invalid size pos\")",
+                                        "libs/support/src/assistance_data"));
+  EXPECT_DEATH(removeApcOffset(bad, offset, 0.0, 18),
+               zarn::test::fatalPattern(
+                   "std::invalid_argument(\"removeApcOffset: Position vector is not 3 dimensional.\")",
+                   "libs/support/src/assistance_data"));
+}
+
+}  // namespace
+}  // namespace support
+}  // namespace zarn
