@@ -218,6 +218,32 @@ TEST(Rkf78, TwoBodyAgainstKeplerAfterOneAndSevenDays) {
   EXPECT_LT(distance(back, r0), 1e-2);
 }
 
+TEST(Rkf78, LargeEpochsDoNotLetTheClockDriftFromTheState) {
+  // At GPS seconds near 1.2e9 a step end rounds by up to 1.2e-7 s; the state
+  // must still land where an integration from epoch 0 lands.
+  First f(kepler1);
+  Vec r0, v0;
+  GpsOrbit::state(0, r0, v0);
+  Vec a(6), b(6);
+  for (int i = 0; i < 3; ++i) a(i) = b(i) = r0(i), a(i + 3) = b(i + 3) = v0(i);
+  ASSERT_GT(zs::rkf78(f, a, 0.0, 3600.0, 60.0, 1e-13), 0);
+  ASSERT_GT(zs::rkf78(f, b, 1.2e9, 1.2e9 + 3600.0, 60.0, 1e-13), 0);
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(a(i), b(i), 1e-6);
+}
+
+TEST(Rkf78, NonFiniteRightHandSideStopsWithTheStateUnchanged) {
+  First f([](Vec const& x, Vec& dx, double t) {
+    dx = x;
+    if (t > 0.5) dx(0) = std::nan("");
+  });
+  Vec x(2, 1.0);
+  int result = -1;
+  EXPECT_EQ(captureLog([&] { result = zs::rkf78(f, x, 0.0, 1.0, 0.1, 1e-9); }),
+            "ERROR/rkf78: Dependent variables are not a number.\n");
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(x(0), 1.0);
+}
+
 // ---- rk4 and rkn5 -------------------------------------------------------------
 
 // Harmonic oscillator y'' = -y, y(0) = 1, y'(0) = 0.

@@ -7,7 +7,9 @@
 #include "zarn/support/constellation_analyzer.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/encryption.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/export.hpp"
+#include "zarn/support/force_model.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/math.hpp"
 #include "zarn/support/numerical_integration.hpp"
@@ -15,5 +17,6 @@
 #include "zarn/support/time_conversion.hpp"
 #include "zarn/support/utility.hpp"
 #include "zarn/support/utility/mutex.hpp"
+#include "zarn/support/validation.hpp"
 
 #endif

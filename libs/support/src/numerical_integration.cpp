@@ -115,10 +115,16 @@ int rkf78(OdeFunction& f, Vec& x, double t0, double t1, double h, double tol) {
   double const direction = t1 > t0 ? 1.0 : (t1 < t0 ? -1.0 : 0.0);
   double trial = std::fabs(h) * direction;
   int accepted = 0;
-  double t = t0;
-  while (std::fabs(t - t1) >= kTimeTolerance) {
+  // Time is kept as the elapsed interval from t0: at GPS seconds near 1e9 one
+  // ulp is 2.4e-7 s, and summing steps onto t would let the clock drift from
+  // the state by a rounding error every step.
+  Vec const xStart = x;
+  double const span = t1 - t0;
+  double elapsed = 0.0;
+  while (std::fabs(span - elapsed) >= kTimeTolerance) {
     x0 = x;
-    double const step = std::fabs(trial) > std::fabs(t1 - t) ? t1 - t : trial;
+    double const t = t0 + elapsed;
+    double const step = std::fabs(trial) > std::fabs(span - elapsed) ? span - elapsed : trial;
     fehlbergStages(f, x0, t, step, K, x, dx);
     Vec const increment = prod(K, kWeights8);
     double error = tol;
@@ -127,9 +133,15 @@ int rkf78(OdeFunction& f, Vec& x, double t0, double t1, double h, double tol) {
       double const estimate = std::fabs((K(j, 0) + K(j, 10) - K(j, 11) - K(j, 12)) * kErrorWeight * step);
       error = std::max(error, estimate / (tol + std::fabs(x(j)) * tol));
     }
+    if (isnan(x)) {
+      // A non-finite right-hand side: stop instead of integrating garbage.
+      logFault("rkf78", "Dependent variables are not a number.");
+      x = xStart;
+      return 0;
+    }
     trial = step * kSafety * std::pow(1.0 / error, 1.0 / kOrder);
     if (error <= 1.0) {
-      t += kC[kStages - 1] * step;
+      elapsed += kC[kStages - 1] * step;
       ++accepted;
     } else {
       x = x0;
