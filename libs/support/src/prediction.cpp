@@ -53,45 +53,28 @@ Mat rtnCovariance(Vec const& r, Vec const& v, double const (&d)[3]) {
   return prod(trans(a), da);
 }
 
-// Centre of mass to antenna phase centre in the nominal yaw-steering frame:
-// z to the geocentre, y along z x (Sun direction), x completing the triad.
-// sunOfDate: the Sun in the Earth-rotating frame of date (m).
-Vec antennaPhaseCentre(Vec const& pos, AntennaPhase const& offset, Vec const& sunOfDate) {
-  Vec es = sunOfDate - pos;
-  es /= norm_2(es);
-  Vec const ez = -pos / norm_2(pos);
-  Vec ey = cross(ez, es);
-  ey /= norm_2(ey);
-  Vec ex = cross(ey, ez);
-  ex /= norm_2(ex);
-  return pos + offset[0] * ex + offset[1] * ey + offset[2] * ez;
-}
-
 // Columns of Int0 states (pm, vm) at the epochs to ITRS antenna positions and
 // ITRS velocities, in place: rItrs = W B r, vItrs = W (B v - w x B r) with
 // B = M(t) N^T, the transformation of toEcef with the force model's frame
-// matrix N as the measurement model of the filter uses it. M(t) also turns
-// the Sun for the antenna offset, so it is evaluated once per epoch.
+// matrix N (one icrsToInt0 per epoch), as the measurement model of the filter
+// uses it; then addApcOffset.
 void toEarthFixedAntenna(ForceModel const& forceModel, Vec const& epochs, int leap, Mat& pm, Mat& vm) {
   InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
   Mat const w = forceModel.getEopInfo().matrix;
   AntennaPhase const antenna = forceModel.getAssistanceData().antPhase;
   Mat const nt = trans(frame.matrix);
-  Mat m(3, 3), b(3, 3);
-  Vec r(3), v(3), rb(3), vb(3), moon(3), sun(3), sunOfDate(3);
+  Mat b(3, 3);
+  Vec r(3), v(3), rb(3), vb(3);
   for (std::size_t i = 0; i < epochs.size(); ++i) {
-    noalias(m) = icrsToInt0(epochs(i), frame.ut1MinusUtc, leap);
-    noalias(b) = prod(m, nt);
+    noalias(b) = prod(icrsToInt0(epochs(i), frame.ut1MinusUtc, leap), nt);
     noalias(r) = ublas::column(pm, i);
     noalias(v) = ublas::column(vm, i);
     noalias(rb) = prod(b, r);
     noalias(vb) = prod(b, v);
     vb(0) += earthRotationRate * rb(1);
     vb(1) -= earthRotationRate * rb(0);
-    ForceModel::sunMoonCoord(epochs(i), moon, sun);
-    noalias(sunOfDate) = prod(m, sun);
     noalias(r) = prod(w, rb);
-    ublas::column(pm, i) = antennaPhaseCentre(r, antenna, sunOfDate);
+    ublas::column(pm, i) = addApcOffset(r, antenna, epochs(i), leap);
     ublas::column(vm, i) = prod(w, vb);
   }
 }
