@@ -53,6 +53,13 @@ Mat rtnCovariance(Vec const& r, Vec const& v, double const (&d)[3]) {
   return prod(trans(a), da);
 }
 
+// The force model's rule for its frame records: a matrix that is not 3 x 3
+// (a record never set) acts as the identity.
+Mat rotationOrIdentity(Mat const& m) {
+  if (m.size1() == 3 && m.size2() == 3) return m;
+  return ublas::identity_matrix<double>(3);
+}
+
 // Columns of Int0 states (pm, vm) at the epochs to ITRS antenna positions and
 // ITRS velocities, in place: rItrs = W B r, vItrs = W (B v - w x B r) with
 // B = M(t) N^T, the transformation of toEcef with the force model's frame
@@ -60,9 +67,9 @@ Mat rtnCovariance(Vec const& r, Vec const& v, double const (&d)[3]) {
 // uses it; then addApcOffset.
 void toEarthFixedAntenna(ForceModel const& forceModel, Vec const& epochs, int leap, Mat& pm, Mat& vm) {
   InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
-  Mat const w = forceModel.getEopInfo().matrix;
+  Mat const w = rotationOrIdentity(forceModel.getEopInfo().matrix);
   AntennaPhase const antenna = forceModel.getAssistanceData().antPhase;
-  Mat const nt = trans(frame.matrix);
+  Mat const nt = trans(rotationOrIdentity(frame.matrix));
   Mat b(3, 3);
   Vec r(3), v(3), rb(3), vb(3);
   for (std::size_t i = 0; i < epochs.size(); ++i) {
@@ -118,7 +125,7 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
   std::size_t const m = n / 2;
   int const ls = leapSeconds(times(m), true, forceModel.getLeapInfo());
   InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
-  Mat const& nMatrix = frame.matrix;
+  Mat const nMatrix = rotationOrIdentity(frame.matrix);
   bool const shaped = shapedAlongTrack(svType);
 
   // First sample into Int0 of its own epoch, then into the force model's Int0.
@@ -251,6 +258,7 @@ int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int 
   double const half = h * n * 0.5;
   double const d = (t1 - t0) - h;
   if (d < half) t1 += half - d;
+  if (!std::isfinite(t1 - t0)) return 0;
   long const steps = static_cast<long>(static_cast<unsigned>((t1 - t0) / h));
 
   Mat pm(3, n, 0.0), vm(3, n, 0.0);
