@@ -151,20 +151,185 @@ double largestAbs(Vec const& f) {
   return m;
 }
 
-// Forward-difference Jacobian of the residual with respect to the normalised
-// elements; kepler is restored on return.
-void keplerfitJacobian(Residual& residual, Vec& kepler, Vec const& f, Vec& fPlus, Mat& jacobian) {
-  for (unsigned k = 0; k < keplerSize; ++k) {
-    double const saved = kepler(k);
-    kepler(k) = saved + differenceStep * scale[k];
-    int const code = residual(kepler, fPlus);
-    if (code != okCode) {
-      residual.logInputs(kepler);
-      log::printFormatted(log::ERROR, tag, "keplerfitJacobian: optfun returns error %d", code);
-    }
-    kepler(k) = saved;
-    for (std::size_t i = 0; i < f.size(); ++i) jacobian(i, k) = (fPlus(i) - f(i)) / differenceStep;
+// ---- Forward-difference Jacobian -------------------------------------------
+//
+// The columns are (positions(x + 1e-6 scale_k e_k) - positions(x)) / 1e-6 of
+// the broadcast model of keplerianEphemerisToEcef (IS-GPS-200 20.3.3.4.3,
+// BDS-SIS-ICD-B1I 5.2.4.12), evaluated here sample by sample so that each
+// perturbed element recomputes only what depends on it: Kepler's equation for
+// sqrtA, e, M0 and deltaN, the harmonic terms for omega, one rotation for the
+// others. The normal equations are accumulated directly.
+
+struct ModelConstants {
+  double gm;         // m^3/s^2
+  double earthRate;  // rad/s
+};
+constexpr ModelConstants gpsModel{3.986005e14, 7.2921151467e-5};
+constexpr ModelConstants beidouModel{3.986004418e14, 7.292115e-5};
+constexpr int keplerPasses = 6;                   // fixed-point passes of Kepler's equation, as the model
+constexpr double geoInclinationLimit = 0.5;       // rad, at or below: BeiDou GEO model
+constexpr double geoTilt = -0.08726646259971647;  // rad, -5 deg
+
+// The orbit at one time up to the final rotations.
+struct Orbit {
+  double tk;
+  double nu;       // true anomaly
+  double radius0;  // a (1 - e cos E)
+  double cu, su;   // argument of latitude
+  double r;        // corrected radius
+  double ci, si;   // corrected inclination
+  double i;
+  double cn, sn;  // node
+  double c2, s2;  // cos, sin 2 phi
+};
+
+class JacobianModel {
+ public:
+  JacobianModel(core::GnssType gnss, double toe)
+      : c_(gnss == core::BEIDOU ? beidouModel : gpsModel),
+        toe_(toe),
+        toeOfWeek_(std::fmod(toe, secondsPerWeek)),
+        cTilt_(std::cos(geoTilt)),
+        sTilt_(std::sin(geoTilt)) {}
+
+  // Position (3) of elements k at time t, and the intermediate orbit.
+  void full(double const* k, double t, Orbit& o, double* pos) const {
+    o.tk = t - toe_;
+    double const a = k[0] * k[0];
+    double const n = std::sqrt(c_.gm / (a * a * a)) + k[6];
+    double const m = k[5] + n * o.tk;
+    double ea = m;
+    for (int pass = 0; pass < keplerPasses; ++pass) ea = m + k[1] * std::sin(ea);
+    double const sinE = std::sin(ea), cosE = std::cos(ea);
+    o.nu = std::atan2(std::sqrt(1.0 - k[1] * k[1]) * sinE, cosE - k[1]);
+    o.radius0 = a * (1.0 - k[1] * cosE);
+    harmonics(k, o);
+    position(k, o, pos);
   }
+
+  // From the argument of perigee on.
+  void harmonics(double const* k, Orbit& o) const {
+    double const phi = o.nu + k[4];
+    o.s2 = std::sin(2.0 * phi);
+    o.c2 = std::cos(2.0 * phi);
+    double const u = phi + k[9] * o.c2 + k[10] * o.s2;
+    o.cu = std::cos(u);
+    o.su = std::sin(u);
+    o.r = o.radius0 + k[11] * o.c2 + k[12] * o.s2;
+    inclination(k, o);
+    node(k, o);
+  }
+
+  void inclination(double const* k, Orbit& o) const {
+    o.i = k[2] + k[13] * o.c2 + k[14] * o.s2 + k[7] * o.tk;
+    o.ci = std::cos(o.i);
+    o.si = std::sin(o.i);
+  }
+
+  void node(double const* k, Orbit& o) const {
+    double const atToe = k[3] - c_.earthRate * toeOfWeek_;
+    double const rate = geo(o) ? k[8] : k[8] - c_.earthRate;
+    double const value = atToe + rate * o.tk;
+    o.cn = std::cos(value);
+    o.sn = std::sin(value);
+  }
+
+  void position(double const* /*k*/, Orbit const& o, double* pos) const {
+    double const xp = o.r * o.cu, yp = o.r * o.su;
+    double const x = xp * o.cn - yp * o.ci * o.sn;
+    double const y = xp * o.sn + yp * o.ci * o.cn;
+    double const z = yp * o.si;
+    if (!geo(o)) {
+      pos[0] = x;
+      pos[1] = y;
+      pos[2] = z;
+      return;
+    }
+    // Rz(wE tk) Rx(-5 deg) as frame rotations.
+    double const y1 = cTilt_ * y + sTilt_ * z, z1 = -sTilt_ * y + cTilt_ * z;
+    double const ce = std::cos(c_.earthRate * o.tk), se = std::sin(c_.earthRate * o.tk);
+    pos[0] = ce * x + se * y1;
+    pos[1] = -se * x + ce * y1;
+    pos[2] = z1;
+  }
+
+ private:
+  static bool geo(Orbit const& o) { return std::fabs(o.i) <= geoInclinationLimit; }
+
+  ModelConstants c_;
+  double toe_, toeOfWeek_, cTilt_, sTilt_;
+};
+
+// Accumulates J^T J and -J^T f over the samples; f is the current residual.
+// Returns 0 or the optfun code of a perturbed evaluation that failed.
+int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, double toe, Vec const& f,
+                      Mat& normal, Vec& rhs) {
+  double k[keplerSize], step[keplerSize];
+  for (unsigned j = 0; j < keplerSize; ++j) {
+    k[j] = kepler(j);
+    step[j] = differenceStep * scale[j];
+  }
+  double const e = k[eIndex] + step[eIndex];
+  if (!(std::fabs(e) < 1.0) || !(k[sqrtAIndex] + step[sqrtAIndex] > 0.0)) return notEllipseCode;
+
+  JacobianModel const model(gnss, toe);
+  normal.clear();
+  rhs.clear();
+  double rows[3][keplerSize];
+  double base[3], moved[3];
+  Orbit o, p;
+  bool finite = true;
+  for (std::size_t s = 0; s < times.size(); ++s) {
+    model.full(k, times(s), o, base);
+    for (unsigned j = 0; j < keplerSize; ++j) {
+      double const saved = k[j];
+      k[j] = saved + step[j];
+      p = o;
+      switch (j) {
+        case 0:  // sqrtA, e, M0, deltaN: Kepler's equation again
+        case 1:
+        case 5:
+        case 6:
+          model.full(k, times(s), p, moved);
+          break;
+        case 4:  // omega
+        case 9:  // cuc, cus
+        case 10:
+        case 11:  // crc, crs
+        case 12:
+          model.harmonics(k, p);
+          model.position(k, p, moved);
+          break;
+        case 2:  // i0, iDot, cic, cis
+        case 7:
+        case 13:
+        case 14:
+          model.inclination(k, p);
+          model.node(k, p);  // the GEO test follows the inclination
+          model.position(k, p, moved);
+          break;
+        default:  // Omega0, OmegaDot
+          model.node(k, p);
+          model.position(k, p, moved);
+          break;
+      }
+      k[j] = saved;
+      for (unsigned a = 0; a < 3; ++a) rows[a][j] = (moved[a] - base[a]) / differenceStep;
+    }
+    for (unsigned a = 0; a < 3; ++a) {
+      double const fa = f(3 * s + a);
+      for (unsigned i = 0; i < keplerSize; ++i) {
+        double const ri = rows[a][i];
+        finite = finite && std::isfinite(ri);
+        rhs(i) -= ri * fa;
+        for (unsigned j = 0; j <= i; ++j) normal(i, j) += ri * rows[a][j];
+      }
+    }
+  }
+  for (unsigned i = 0; i < keplerSize; ++i) {
+    for (unsigned j = 0; j < i; ++j) normal(j, i) = normal(i, j);
+  }
+  return finite ? okCode : notFiniteCode;
 }
 
 struct Solve {
@@ -173,10 +338,9 @@ struct Solve {
 };
 
 // Gauss-Newton on the normalised elements.
-Solve gaussNewton(Residual& residual, Vec& kepler, std::size_t samples) {
-  std::size_t const m = 3 * samples;
-  Vec f(m), fPlus(m), dx(keplerSize), rhs(keplerSize);
-  Mat jacobian(m, keplerSize), normal(keplerSize, keplerSize);
+Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, double toe, Vec& kepler) {
+  Vec f(3 * times.size()), dx(keplerSize), rhs(keplerSize);
+  Mat normal(keplerSize, keplerSize);
 
   auto evaluate = [&]() {
     int const code = residual(kepler, f);
@@ -193,9 +357,11 @@ Solve gaussNewton(Residual& residual, Vec& kepler, std::size_t samples) {
   // A NaN cost fails the last test and ends the loop.
   while (largestAbs(f) > residualTolerance && iterations < maxIterations &&
          std::fabs(previousCost - cost) > costTolerance) {
-    keplerfitJacobian(residual, kepler, f, fPlus, jacobian);
-    noalias(normal) = prod(trans(jacobian), jacobian);
-    noalias(rhs) = -prod(trans(jacobian), f);
+    int const code = keplerfitJacobian(gnss, kepler, times, toe, f, normal, rhs);
+    if (code != okCode) {
+      residual.logInputs(kepler);
+      log::printFormatted(log::ERROR, tag, "keplerfitJacobian: optfun returns error %d", code);
+    }
     mldivide(normal, rhs, dx);
     for (unsigned k = 0; k < keplerSize; ++k) kepler(k) += dx(k) * scale[k];
     evaluate();
@@ -210,12 +376,22 @@ Solve gaussNewton(Residual& residual, Vec& kepler, std::size_t samples) {
 }
 
 // Osculating elements of the middle state as the broadcast elements at toe.
-// r, v Earth-fixed at time tm; tm and toe on the constellation's scale.
-void seedElements(Vec const& r, Vec const& vEcef, double tm, double toe, Vec& kepler) {
+// r, v Earth-fixed at time tm; tm and toe on the constellation's scale. A
+// BeiDou orbit of low inclination is seeded in the frame of the GEO model,
+// p = Rx(-5 deg)^T Rz(wE (tm - toe))^T r, where its node does not turn with
+// the Earth.
+void seedElements(core::GnssType gnss, Vec const& r, Vec const& vEcef, double tm, double toe, Vec& kepler) {
   Vec v(vEcef);
   v(0) -= earthRotationRate * r(1);
   v(1) += earthRotationRate * r(0);
-  Vec const el = eciToOrb(r, v);  // a, e, i, omega, Omega, nu
+  Vec el = eciToOrb(r, v);  // a, e, i, omega, Omega, nu
+  double nodeTime = tm;
+  if (gnss == core::BEIDOU && el(2) <= geoInclinationLimit) {
+    Mat const toModel =
+        trans(Mat(prod(rotationMatrix(3, beidouModel.earthRate * (tm - toe)), rotationMatrix(1, geoTilt))));
+    el = eciToOrb(prod(toModel, r), prod(toModel, v));
+    nodeTime = toe;
+  }
   double const a = el(0), e = el(1), nu = el(5);
   double const ea = std::atan2(std::sqrt(1.0 - e * e) * std::sin(nu), e + std::cos(nu));
   double const meanAnomaly = ea - e * std::sin(ea);
@@ -225,7 +401,7 @@ void seedElements(Vec const& r, Vec const& vEcef, double tm, double toe, Vec& ke
   kepler(sqrtAIndex) = std::sqrt(a);
   kepler(eIndex) = e;
   kepler(i0Index) = el(2);
-  kepler(omega0Index) = wrap(el(4) + seedEarthRate * std::fmod(tm, secondsPerWeek));
+  kepler(omega0Index) = wrap(el(4) + seedEarthRate * std::fmod(nodeTime, secondsPerWeek));
   kepler(omegaIndex) = wrap(el(3));
   kepler(m0Index) = wrap(meanAnomaly + (n + seedDeltaN) * (toe - tm));
   kepler(deltaNIndex) = seedDeltaN;
@@ -326,11 +502,11 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
   double const toe = std::floor(times(mid) / step + 0.5) * step;
 
   Vec const rMid = column(rSat, mid), vMid = column(vSat, mid);
-  seedElements(rMid, vMid, times(mid), toe, kepler);
+  seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
   Solve solve{0, std::numeric_limits<double>::infinity()};
   if (n >= minSamples) {
     Residual residual(gnss, times, rSat, toe);
-    solve = gaussNewton(residual, kepler, n);
+    solve = gaussNewton(gnss, residual, times, toe, kepler);
   } else {
     log::printFormatted(log::ERROR, tag,
                         "satelliteStatesToKeplerian: %d samples cannot determine %u elements",

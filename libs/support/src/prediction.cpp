@@ -53,21 +53,37 @@ Mat rtnCovariance(Vec const& r, Vec const& v, double const (&d)[3]) {
   return prod(trans(a), da);
 }
 
-// Centre of mass to antenna phase centre in the nominal yaw-steering frame:
-// z to the geocentre, y along z x (Sun direction), x completing the triad.
-// Stands in for the library's addApcOffset until that lands.
-Vec antennaPhaseCentre(Vec const& pos, AntennaPhase const& offset, double t, int leap) {
-  Vec moon(3), sun(3);
-  ForceModel::sunMoonCoord(t, moon, sun);
-  Vec const sunOfDate = prod(icrsToInt0(t, 0.0, leap), sun);
-  Vec es = sunOfDate - pos;
-  es /= norm_2(es);
-  Vec const ez = -pos / norm_2(pos);
-  Vec ey = cross(ez, es);
-  ey /= norm_2(ey);
-  Vec ex = cross(ey, ez);
-  ex /= norm_2(ex);
-  return pos + offset[0] * ex + offset[1] * ey + offset[2] * ez;
+// The force model's rule for its frame records: a matrix that is not 3 x 3
+// (a record never set) acts as the identity.
+Mat rotationOrIdentity(Mat const& m) {
+  if (m.size1() == 3 && m.size2() == 3) return m;
+  return ublas::identity_matrix<double>(3);
+}
+
+// Columns of Int0 states (pm, vm) at the epochs to ITRS antenna positions and
+// ITRS velocities, in place: rItrs = W B r, vItrs = W (B v - w x B r) with
+// B = M(t) N^T, the transformation of toEcef with the force model's frame
+// matrix N (one icrsToInt0 per epoch), as the measurement model of the filter
+// uses it; then addApcOffset.
+void toEarthFixedAntenna(ForceModel const& forceModel, Vec const& epochs, int leap, Mat& pm, Mat& vm) {
+  InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
+  Mat const w = rotationOrIdentity(forceModel.getEopInfo().matrix);
+  AntennaPhase const antenna = forceModel.getAssistanceData().antPhase;
+  Mat const nt = trans(rotationOrIdentity(frame.matrix));
+  Mat b(3, 3);
+  Vec r(3), v(3), rb(3), vb(3);
+  for (std::size_t i = 0; i < epochs.size(); ++i) {
+    noalias(b) = prod(icrsToInt0(epochs(i), frame.ut1MinusUtc, leap), nt);
+    noalias(r) = ublas::column(pm, i);
+    noalias(v) = ublas::column(vm, i);
+    noalias(rb) = prod(b, r);
+    noalias(vb) = prod(b, v);
+    vb(0) += earthRotationRate * rb(1);
+    vb(1) -= earthRotationRate * rb(0);
+    noalias(r) = prod(w, rb);
+    ublas::column(pm, i) = addApcOffset(r, antenna, epochs(i), leap);
+    ublas::column(vm, i) = prod(w, vb);
+  }
 }
 
 // B A B^T into out.
@@ -109,7 +125,7 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
   std::size_t const m = n / 2;
   int const ls = leapSeconds(times(m), true, forceModel.getLeapInfo());
   InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
-  Mat const& nMatrix = frame.matrix;
+  Mat const nMatrix = rotationOrIdentity(frame.matrix);
   bool const shaped = shapedAlongTrack(svType);
 
   // First sample into Int0 of its own epoch, then into the force model's Int0.
@@ -242,6 +258,7 @@ int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int 
   double const half = h * n * 0.5;
   double const d = (t1 - t0) - h;
   if (d < half) t1 += half - d;
+  if (!std::isfinite(t1 - t0)) return 0;
   long const steps = static_cast<long>(static_cast<unsigned>((t1 - t0) / h));
 
   Mat pm(3, n, 0.0), vm(3, n, 0.0);
@@ -265,17 +282,7 @@ int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int 
   if (n == 1) return static_cast<int>(made);
 
   int const ls = leapSeconds(epochs(mid), true, forceModel.getLeapInfo());
-  InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
-  Eop const pole = forceModel.getEopInfo().eop;
-  AntennaPhase const antenna = forceModel.getAssistanceData().antPhase;
-  Vec r(3), v(3), rItrs(3), vItrs(3);
-  for (int i = 0; i < n; ++i) {
-    noalias(r) = ublas::column(pm, i);
-    noalias(v) = ublas::column(vm, i);
-    toEcef(r, v, epochs(i), frame.tRef, pole, frame.ut1MinusUtc, ls, rItrs, vItrs);
-    ublas::column(pm, i) = antennaPhaseCentre(rItrs, antenna, epochs(i), ls);
-    ublas::column(vm, i) = vItrs;
-  }
+  toEarthFixedAntenna(forceModel, epochs, ls, pm, vm);
   if (!satelliteStatesToKeplerian(gnss, pm, vm, epochs, keplerOut)) return -1;
   return static_cast<int>(made);
 }
