@@ -129,26 +129,9 @@ support::AssistanceData satelliteAssistance(SatelliteId const& sat, support::Bei
   return data;
 }
 
-std::vector<support::LeapInfo> const& leapSecondTable() {
-  // 2016-12-31 23:59:59 on the uniform GPS count: 13509 days after the GPS epoch, minus one second.
-  static std::vector<support::LeapInfo> const table = [] {
-    CalendarTime lastSecond;
-    lastSecond.year = 2016;
-    lastSecond.month = 12;
-    lastSecond.day = 31;
-    lastSecond.hour = 23;
-    lastSecond.minute = 59;
-    lastSecond.second = 59.0;
-    support::LeapInfo entry;
-    entry.time = static_cast<std::uint64_t>(gpsSecondsFromCalendar(lastSecond));
-    entry.leapSeconds = 18;
-    return std::vector<support::LeapInfo>{entry};
-  }();
-  return table;
-}
-
 int leapSecondsAt(double gpsSeconds) {
-  return support::leapSeconds(gpsSeconds, true, leapSecondTable());
+  static std::vector<support::LeapInfo> const table = leapSecondTable();
+  return support::leapSeconds(gpsSeconds, true, table);
 }
 
 std::string formatGpsTime(double gpsSeconds) {

@@ -68,10 +68,7 @@ std::map<SatelliteId, std::vector<Ephemeris>> collectEphemerides(std::vector<Nav
 support::AssistanceData satelliteAssistance(SatelliteId const& sat, support::BeidouSvType type,
                                             double gpsSeconds);
 
-// Leap seconds after the library's built-in table (IERS Bulletin C 52: GPS -
-// UTC = 18 s from 2017-01-01).
-std::vector<support::LeapInfo> const& leapSecondTable();
-// GPS - UTC (s) at GPS time t.
+// GPS - UTC (s) at GPS time t, with leapSecondTable() (gnss_time.hpp).
 int leapSecondsAt(double gpsSeconds);
 
 // "2016-09-08 00:00:00" (GPS time; milliseconds added when not whole).
