@@ -18,11 +18,8 @@
 #include "zarn/host/screening.hpp"
 #include "zarn/host/sp3.hpp"
 #include "zarn/host/sp3_orbit.hpp"
-#include "zarn/support/time_conversion.hpp"
-#include "zarn/support/validation.hpp"
 
 namespace zh = zarn::host;
-namespace zs = zarn::support;
 namespace zc = zarn::core;
 
 namespace {
@@ -35,34 +32,6 @@ double gpsTime(char const* text) {
 
 std::map<zh::SatelliteId, std::vector<zh::Ephemeris>> readRecords(std::string const& path) {
   return zh::collectEphemerides({zh::readRinexNav(path)});
-}
-
-// The 17-element validation vector of an encoded GPS record, from its integers.
-zs::Vec validationVector(zc::GpsEphemeris const& e) {
-  double const pi = 3.1415926535898;
-  double const angle = pi / 2147483648.0;
-  double const rate = pi / 8796093022208.0;
-  double const harmonic = 1.0 / 536870912.0;
-  std::vector<double> const v = {e.sqrtA / 524288.0,
-                                 e.e / 8589934592.0,
-                                 e.i0 * angle,
-                                 e.omega0 * angle,
-                                 e.omega * angle,
-                                 e.m0 * angle,
-                                 e.deltaN * rate,
-                                 e.iDot * rate,
-                                 e.omegaDot * rate,
-                                 e.cuc * harmonic,
-                                 e.cus * harmonic,
-                                 e.crc / 32.0,
-                                 e.crs / 32.0,
-                                 e.cic * harmonic,
-                                 e.cis * harmonic,
-                                 double(e.toe.third),
-                                 double(e.toe.first * 1024 + e.toe.second)};
-  zs::Vec out(v.size());
-  for (std::size_t i = 0; i < v.size(); ++i) out(i) = v[i];
-  return out;
 }
 
 zh::EvaluationResult againstSp3(zh::SatellitePrediction const& p, std::vector<std::string> const& sp3Paths,
@@ -167,9 +136,12 @@ TEST(PipelineTest, BroadcastPredictionOfOneSatellite) {
     EXPECT_EQ(e.toe, o.fitEnd + 7200.0 * static_cast<double>(i));
     EXPECT_EQ(e.gps.toe, e.gps.toc);
     EXPECT_EQ(e.gps.svId, 12);
-    EXPECT_TRUE(zs::validGpsEphemeris(validationVector(e.gps)));
+    EXPECT_TRUE(zh::passesValidation(e));
     records.push_back(e.gps);
   }
+  zh::Ephemeris tooSteep = p.predicted.front();
+  tooSteep.gps.iDot = 8192;  // one past the 14-bit field of the navigation message
+  EXPECT_FALSE(zh::passesValidation(tooSteep));
   zh::NavWriteOptions w;
   w.hasFitEnd = true;
   w.fitEnd = o.fitEnd;
@@ -250,6 +222,7 @@ TEST(PipelineTest, PreciseOrbitPredictionOfGpsAndBeidou) {
     EXPECT_LT(p.sampleRms, c.sampleRms);
     ASSERT_FALSE(p.predicted.empty());
     for (zh::Ephemeris const& e : p.predicted) {
+      EXPECT_TRUE(zh::passesValidation(e));
       if (c.sat.system == 'C') {
         EXPECT_EQ(e.beidou.toe.third % 3600u, 0u) << "whole BDT hours";
       } else {

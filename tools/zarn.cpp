@@ -410,9 +410,30 @@ int runPredict(Arguments const& args) {
   writeOptions.comments.push_back(std::string("PREDICTED FROM ") +
                                   (sp3 ? "SP3 ORBITS" : "BROADCAST EPHEMERIDES"));
   writeRinexNav(out, writeOptions, gps, beidou);
+
+  // The file must give back exactly what was written, and every record must
+  // pass the broadcast-range checks as read.
+  NavData const back = readRinexNav(out);
+  bool same = back.gps.size() == gps.size() && back.beidou.size() == beidou.size();
+  std::size_t invalid = 0;
+  for (std::size_t i = 0; same && i < gps.size(); ++i) {
+    same = back.gps[i].eph == gps[i];
+    invalid += passesValidation(fromGps(back.gps[i].eph)) ? 0 : 1;
+  }
+  for (std::size_t i = 0; same && i < beidou.size(); ++i) {
+    same = back.beidou[i].eph == beidou[i];
+    invalid += passesValidation(fromBeidou(back.beidou[i].eph)) ? 0 : 1;
+  }
+  if (!same || invalid > 0) {
+    std::fprintf(stderr, "zarn predict: %s does not read back as written (%zu records fail validation)\n",
+                 out.c_str(), invalid);
+    return kExitFailure;
+  }
   std::printf(
       "wrote %zu GPS and %zu BeiDou ephemerides of %zu satellites to %s (fit end %s GPST, %zu skipped)\n",
       gps.size(), beidou.size(), predictedSats, out.c_str(), formatGpsTime(options.fitEnd).c_str(), skipped);
+  std::printf("read back: %zu records identical to those written, all within the broadcast ranges\n",
+              gps.size() + beidou.size());
   std::printf("CPU time in the pipeline: %.3f s\n", cpu);
   if (options.checkFit) std::printf("largest fit residual of a written ephemeris: %.3f m\n", worstFit);
   return 0;

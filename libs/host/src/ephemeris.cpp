@@ -8,6 +8,7 @@
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
+#include "zarn/support/validation.hpp"
 
 namespace zarn {
 namespace host {
@@ -69,6 +70,41 @@ void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::
 
 double sqrtSemiMajorAxis(Ephemeris const& eph) {
   return (eph.sat.system == 'C' ? eph.beidou.sqrtA : eph.gps.sqrtA) * kSqrtALsb;
+}
+
+support::Vec validationVector(Ephemeris const& eph) {
+  namespace lsb = support::broadcast;
+  bool const bds = eph.sat.system == 'C';
+  core::BeidouEphemeris const& b = eph.beidou;
+  core::GpsEphemeris const& g = eph.gps;
+  double const angle = bds ? lsb::beidouHarmonicAngle : lsb::gpsHarmonicAngle;
+  double const radius = bds ? lsb::beidouHarmonicRadius : lsb::gpsHarmonicRadius;
+  double const week = std::floor(eph.toe / kSecondsPerWeek);
+  std::vector<double> const v = {(bds ? b.sqrtA : g.sqrtA) * lsb::sqrtA,
+                                 (bds ? b.e : g.e) * lsb::eccentricity,
+                                 (bds ? b.i0 : g.i0) * lsb::angle,
+                                 (bds ? b.omega0 : g.omega0) * lsb::angle,
+                                 (bds ? b.omega : g.omega) * lsb::angle,
+                                 (bds ? b.m0 : g.m0) * lsb::angle,
+                                 (bds ? b.deltaN : g.deltaN) * lsb::rate,
+                                 (bds ? b.iDot : g.iDot) * lsb::rate,
+                                 (bds ? b.omegaDot : g.omegaDot) * lsb::rate,
+                                 (bds ? b.cuc : g.cuc) * angle,
+                                 (bds ? b.cus : g.cus) * angle,
+                                 (bds ? b.crc : g.crc) * radius,
+                                 (bds ? b.crs : g.crs) * radius,
+                                 (bds ? b.cic : g.cic) * angle,
+                                 (bds ? b.cis : g.cis) * angle,
+                                 eph.toe - week * kSecondsPerWeek,
+                                 week};
+  support::Vec out(v.size());
+  for (std::size_t i = 0; i < v.size(); ++i) out(i) = v[i];
+  return out;
+}
+
+bool passesValidation(Ephemeris const& eph) {
+  support::Vec const v = validationVector(eph);
+  return eph.sat.system == 'C' ? support::validBeidouEphemeris(v) : support::validGpsEphemeris(v);
 }
 
 support::BeidouSvType svType(Ephemeris const& eph) {

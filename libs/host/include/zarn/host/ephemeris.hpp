@@ -52,6 +52,11 @@ Ephemeris fromBeidou(core::BeidouEphemeris const& eph, std::string origin = "");
 void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::Vec& vel);
 // Square root of the semi-major axis, m^1/2.
 double sqrtSemiMajorAxis(Ephemeris const& eph);
+// The 17-element validation vector of the record (kepler elements from its
+// integers, then toe as seconds and week of GPS time), and whether it passes
+// validGpsEphemeris or validBeidouEphemeris.
+support::Vec validationVector(Ephemeris const& eph);
+bool passesValidation(Ephemeris const& eph);
 // BeiDou orbit type of the record; UNDEFINED_SAT_TYPE for GPS.
 support::BeidouSvType svType(Ephemeris const& eph);
 
