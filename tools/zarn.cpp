@@ -414,19 +414,27 @@ int runPredict(Arguments const& args) {
   // The file must give back exactly what was written, and every record must
   // pass the broadcast-range checks as read.
   NavData const back = readRinexNav(out);
-  bool same = back.gps.size() == gps.size() && back.beidou.size() == beidou.size();
+  std::string mismatch;
+  if (back.gps.size() != gps.size() || back.beidou.size() != beidou.size()) {
+    mismatch = std::to_string(back.gps.size() + back.beidou.size()) + " records read, " +
+               std::to_string(gps.size() + beidou.size()) + " written";
+  }
   std::size_t invalid = 0;
-  for (std::size_t i = 0; same && i < gps.size(); ++i) {
-    same = back.gps[i].eph == gps[i];
+  auto differs = [&](Ephemeris const& e) {
+    if (mismatch.empty())
+      mismatch = "the record of " + toString(e.sat) + " with toe " + formatGpsTime(e.toe) + " differs";
+  };
+  for (std::size_t i = 0; i < gps.size() && i < back.gps.size(); ++i) {
+    if (!(back.gps[i].eph == gps[i])) differs(fromGps(gps[i]));
     invalid += passesValidation(fromGps(back.gps[i].eph)) ? 0 : 1;
   }
-  for (std::size_t i = 0; same && i < beidou.size(); ++i) {
-    same = back.beidou[i].eph == beidou[i];
+  for (std::size_t i = 0; i < beidou.size() && i < back.beidou.size(); ++i) {
+    if (!(back.beidou[i].eph == beidou[i])) differs(fromBeidou(beidou[i]));
     invalid += passesValidation(fromBeidou(back.beidou[i].eph)) ? 0 : 1;
   }
-  if (!same || invalid > 0) {
-    std::fprintf(stderr, "zarn predict: %s does not read back as written (%zu records fail validation)\n",
-                 out.c_str(), invalid);
+  if (!mismatch.empty() || invalid > 0) {
+    std::fprintf(stderr, "zarn predict: %s does not read back as written: %s; %zu records fail validation\n",
+                 out.c_str(), mismatch.empty() ? "all records equal" : mismatch.c_str(), invalid);
     return kExitFailure;
   }
   std::printf(

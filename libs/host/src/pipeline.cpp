@@ -297,6 +297,7 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
       eph.health = 0;
       eph.aode = static_cast<std::uint8_t>(issue);
       eph.aodc = static_cast<std::int16_t>(issue);
+      eph.iodc = static_cast<std::uint8_t>(issue);  // RINEX carries one age of data clock: the two agree
       eph.uraIndex = static_cast<std::int8_t>(support::metersToUraIndex(ura, gnss));
       e = fromBeidou(eph);
     } else {
