@@ -13,6 +13,7 @@
 #include "zarn/support/log.hpp"
 #include "zarn/support/math.hpp"
 #include "zarn/support/numerical_integration.hpp"
+#include "zarn/support/prediction.hpp"
 #include "zarn/support/serialization.hpp"
 #include "zarn/support/time_conversion.hpp"
 #include "zarn/support/utility.hpp"

@@ -153,8 +153,8 @@ ZARN_EXPORT void glonassAlmanacToEcef(core::GlonassAlmanac const& alm, double t,
 // column, ITRS); tSat: N continuous GPS seconds, increasing. The reference
 // time is the middle sample (number ceil(N/2), counting from 1) rounded to the
 // nearest 16 s (GPS) or 8 s of BeiDou time (BeiDou); the velocity of that
-// sample only seeds the iteration. BeiDou GEO orbits are fitted with the GEO
-// model of keplerianEphemerisToEcef.
+// sample only seeds the iteration (for a BeiDou orbit below 0.5 rad of
+// inclination in the frame of the GEO model of keplerianEphemerisToEcef).
 // kepler (out): the 17-element vector, angles i0, Omega0, omega, M0 in
 // [-pi, pi) and e >= 0; it is written for any N > 0, also on failure. Returns
 // true when the iteration stopped before its limit of 40 with every position
@@ -177,7 +177,8 @@ ZARN_EXPORT bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat
 //   4  the elements are not an ellipse (sqrtA <= 0, |e| >= 1, or not finite):
 //      every residual is NaN,
 //   5  a residual is not finite.
-// Every failure logs the inputs at level 4 under "EphemerisConversion".
+// Every failure logs the inputs at level 4 under "EphemerisConversion" (x: the
+// elements divided by the normalisation constants of the solve).
 ZARN_EXPORT int optfun(core::GnssType gnss, Vec const& kepler, Vec const& times, Mat const& states,
                        double toe, Vec& residual);
 

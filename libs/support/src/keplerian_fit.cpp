@@ -66,15 +66,19 @@ constexpr int gnssCode = 3;
 constexpr int notEllipseCode = 4;
 constexpr int notFiniteCode = 5;
 
-enum Angle : unsigned {
+// Indices in the kepler vector.
+enum Element : unsigned {
   sqrtAIndex = 0,
   eIndex = 1,
   i0Index = 2,
   omega0Index = 3,
   omegaIndex = 4,
-  m0Index = 5
+  m0Index = 5,
+  deltaNIndex = 6,
+  omegaDotIndex = 8,
+  cusIndex = 10,
+  crcIndex = 11
 };
-enum Seed : unsigned { deltaNIndex = 6, omegaDotIndex = 8, cusIndex = 10, crcIndex = 11 };
 
 // Into [-pi, pi): the broadcast angle words are signed.
 double wrap(double angle) {
@@ -157,8 +161,8 @@ double largestAbs(Vec const& f) {
 // the broadcast model of keplerianEphemerisToEcef (IS-GPS-200 20.3.3.4.3,
 // BDS-SIS-ICD-B1I 5.2.4.12), evaluated here sample by sample so that each
 // perturbed element recomputes only what depends on it: Kepler's equation for
-// sqrtA, e, M0 and deltaN, the harmonic terms for omega, one rotation for the
-// others. The normal equations are accumulated directly.
+// sqrtA, e, M0 and deltaN, the harmonic terms for omega, one angle or the
+// radius for the others. The normal equations are accumulated directly.
 
 struct ModelConstants {
   double gm;         // m^3/s^2
@@ -174,6 +178,7 @@ constexpr double geoTilt = -0.08726646259971647;  // rad, -5 deg
 struct Orbit {
   double tk;
   double nu;       // true anomaly
+  double phi;      // argument of latitude before the corrections
   double radius0;  // a (1 - e cos E)
   double cu, su;   // argument of latitude
   double r;        // corrected radius
@@ -209,16 +214,22 @@ class JacobianModel {
 
   // From the argument of perigee on.
   void harmonics(double const* k, Orbit& o) const {
-    double const phi = o.nu + k[4];
-    o.s2 = std::sin(2.0 * phi);
-    o.c2 = std::cos(2.0 * phi);
-    double const u = phi + k[9] * o.c2 + k[10] * o.s2;
-    o.cu = std::cos(u);
-    o.su = std::sin(u);
-    o.r = o.radius0 + k[11] * o.c2 + k[12] * o.s2;
+    o.phi = o.nu + k[4];
+    o.s2 = std::sin(2.0 * o.phi);
+    o.c2 = std::cos(2.0 * o.phi);
+    argument(k, o);
+    radius(k, o);
     inclination(k, o);
     node(k, o);
   }
+
+  void argument(double const* k, Orbit& o) const {
+    double const u = o.phi + k[9] * o.c2 + k[10] * o.s2;
+    o.cu = std::cos(u);
+    o.su = std::sin(u);
+  }
+
+  void radius(double const* k, Orbit& o) const { o.r = o.radius0 + k[11] * o.c2 + k[12] * o.s2; }
 
   void inclination(double const* k, Orbit& o) const {
     o.i = k[2] + k[13] * o.c2 + k[14] * o.s2 + k[7] * o.tk;
@@ -293,11 +304,17 @@ int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, 
           model.full(k, times(s), p, moved);
           break;
         case 4:  // omega
+          model.harmonics(k, p);
+          model.position(k, p, moved);
+          break;
         case 9:  // cuc, cus
         case 10:
+          model.argument(k, p);
+          model.position(k, p, moved);
+          break;
         case 11:  // crc, crs
         case 12:
-          model.harmonics(k, p);
+          model.radius(k, p);
           model.position(k, p, moved);
           break;
         case 2:  // i0, iDot, cic, cis
