@@ -157,8 +157,9 @@ ZARN_EXPORT void glonassAlmanacToEcef(core::GlonassAlmanac const& alm, double t,
 // inclination in the frame of the GEO model of keplerianEphemerisToEcef).
 // kepler (out): the 17-element vector, angles i0, Omega0, omega, M0 in
 // [-pi, pi) and e >= 0; it is written for any N > 0, also on failure. Returns
-// true when the iteration stopped before its limit of 40 with every position
-// residual within 5 m; false otherwise, and without iterating for fewer than
+// true when every position residual is within 5 m at the end, also when the
+// iteration ran into its limit of 40 (it then still creeps along a flat cost
+// valley with a usable solution); false otherwise, and without iterating for fewer than
 // 5 samples (kepler then holds the seed elements). A level-4 line under
 // "EphemerisConversion" says why.
 // rSat or vSat not 3 x N, or a GnssType other than GPS and BEIDOU, is fatal.
