@@ -32,6 +32,7 @@ constexpr char kSource[] = "libs/support/src/force_model";
 constexpr double kGm = 3.986004418e14;
 constexpr double kRadius = 6378136.3;
 
+using boost::numeric::ublas::subrange;
 using test::vec3;
 
 Vec geodetic(double radius, double latDeg, double lonDeg) {
@@ -656,8 +657,7 @@ TEST(ForceModel, PartialsMatchFiniteDifferences) {
         double const step = srpOn ? 0.01 : 1e-6;
         Vec const ap = withParameterShift(model, srpOn, c, step, [&] { return force(r); });
         Vec const am = withParameterShift(model, srpOn, c, -step, [&] { return force(r); });
-        double colScale = 0.0;
-        for (int i = 0; i < 3; ++i) colScale = std::max(colScale, std::fabs(P(i, c)));
+        double const colScale = norm_inf(column(P, c));
         EXPECT_GT(colScale, 0.0);
         for (int i = 0; i < 3; ++i)
           EXPECT_NEAR(P(i, c), (ap(i) - am(i)) / (2 * step), 1e-6 * colScale) << "column " << c;
@@ -676,8 +676,8 @@ void gpsState(Vec& r, Vec& v) {
 
 Vec variationalState(Vec const& r, Vec const& v, AssistanceData const& data) {
   Vec x = boost::numeric::ublas::zero_vector<double>(72);
-  boost::numeric::ublas::subrange(x, 0, 3) = r;
-  boost::numeric::ublas::subrange(x, 3, 6) = v;
+  subrange(x, 0, 3) = r;
+  subrange(x, 3, 6) = v;
   x(6) = data.srp[0];
   x(7) = data.srp[1];
   for (int i = 0; i < 8; ++i) x(8 + 9 * i) = 1.0;
@@ -747,8 +747,7 @@ TEST(ForceModelAdapters, TransitionMatrixMatchesFiniteDifferencesOverOneHour) {
         minus = withParameterShift(model, srpOn, j, -step, [&] { return propagate(x0); });
       }
       for (int block = 0; block < 2; ++block) {
-        double scale = 0.0;
-        for (int i = 3 * block; i < 3 * block + 3; ++i) scale = std::max(scale, std::fabs(x(8 + 8 * j + i)));
+        double const scale = norm_inf(subrange(x, 8 + 8 * j + 3 * block, 11 + 8 * j + 3 * block));
         ASSERT_GT(scale, 0.0) << "column " << j;
         for (int i = 3 * block; i < 3 * block + 3; ++i) {
           double const fd = (plus(i) - minus(i)) / (2 * step);
@@ -783,7 +782,6 @@ TEST(ForceModelAdapters, GaussJacksonAgreesWithRkf78OverSevenDays) {
   OdeFunRkf78 rkfRhs(model);
   Vec x = variationalState(r, v, model.getAssistanceData());
   ASSERT_GT(rkf78(rkfRhs, x, kT, kT + steps * 300.0, 300.0, 1e-13), 0);
-  using boost::numeric::ublas::subrange;
   double const dr = norm_2(column(R, 0) - subrange(x, 0, 3)), dv = norm_2(column(V, 0) - subrange(x, 3, 6));
   std::printf("gj8 (300 s) - rkf78 after 7 days: %.3f m, %.2e m/s\n", dr, dv);
   EXPECT_LT(dr, 0.05);
