@@ -11,6 +11,7 @@
 #include <string>
 
 #include "support/test_support.hpp"
+#include "support/vectors.hpp"
 #include "zarn/support/utility.hpp"
 
 #ifdef ZARN_HAVE_ERFA
@@ -27,13 +28,7 @@ using core::GLONASS;
 using core::GnssType;
 using core::GPS;
 
-Vec vec3(double x, double y, double z) {
-  Vec v(3);
-  v(0) = x;
-  v(1) = y;
-  v(2) = z;
-  return v;
-}
+using test::vec3;
 
 // ---------------------------------------------------------------------------
 // Default tables
@@ -55,26 +50,14 @@ TEST(DefaultAssistance, TunedFirstRows) {
   AssistanceData const gps = AssistanceDataFile::defaultAssistance(GPS, 1);
   EXPECT_EQ(gps.gnssType, GPS);
   EXPECT_EQ(gps.svId, 1);
-  EXPECT_EQ(gps.srp[0], 1.55667);
-  EXPECT_EQ(gps.srp[1], 0.0384716);
-  EXPECT_EQ(gps.antPhase[0], 0.301460335686);
-  EXPECT_EQ(gps.antPhase[1], -0.006090886982);
-  EXPECT_EQ(gps.antPhase[2], 1.092374686083);
-
+  EXPECT_EQ(gps.srp, (Srp{{1.55667, 0.0384716}}));
+  EXPECT_EQ(gps.antPhase, (AntennaPhase{{0.301460335686, -0.006090886982, 1.092374686083}}));
   AssistanceData const glo = AssistanceDataFile::defaultAssistance(GLONASS, 1);
-  EXPECT_EQ(glo.srp[0], 2.16433);
-  EXPECT_EQ(glo.srp[1], 0.112063);
-  EXPECT_EQ(glo.antPhase[0], -0.465170834085);
-  EXPECT_EQ(glo.antPhase[1], 0.027058357401);
-  EXPECT_EQ(glo.antPhase[2], 2.051609220407);
-  EXPECT_EQ(glo.errorParams[0], 3e-12);
-  EXPECT_EQ(glo.errorParams[1], 1.9658356e-05);
-  EXPECT_EQ(glo.errorParams[2], 3.455121095089);
+  EXPECT_EQ(glo.srp, (Srp{{2.16433, 0.112063}}));
+  EXPECT_EQ(glo.antPhase, (AntennaPhase{{-0.465170834085, 0.027058357401, 2.051609220407}}));
+  EXPECT_EQ(glo.errorParams, (PredictionErrorParams{{3e-12, 1.9658356e-05, 3.455121095089}}));
   for (int k = 1; k <= 3; ++k) EXPECT_EQ(glo.clockModelParams[k], 0.0);
-
-  AssistanceData const bds = AssistanceDataFile::defaultAssistance(BEIDOU, 1);
-  EXPECT_EQ(bds.srp[0], 1.52657605931);
-  EXPECT_EQ(bds.srp[1], -0.139998837815);
+  EXPECT_EQ(AssistanceDataFile::defaultAssistance(BEIDOU, 1).srp, (Srp{{1.52657605931, -0.139998837815}}));
 }
 
 // Every row stays inside the ranges of the stored file and describes a real
@@ -181,10 +164,7 @@ TEST(ApcOffset, MovesAlongTheYawSteeringAxes) {
     Vec const eY =
         vec3(eZ(1) * eX(2) - eZ(2) * eX(1), eZ(2) * eX(0) - eZ(0) * eX(2), eZ(0) * eX(1) - eZ(1) * eX(0));
 
-    AntennaPhase offset;
-    offset[0] = 0.3;
-    offset[1] = -0.2;
-    offset[2] = 1.5;
+    AntennaPhase const offset{{0.3, -0.2, 1.5}};
     Vec const moved = addApcOffset(pos, offset, t, leap);
     Vec const expected = pos + 0.3 * eX - 0.2 * eY + 1.5 * eZ;
     // The series Sun is within 0.1 deg of ERFA's here.
@@ -200,13 +180,11 @@ TEST(ApcOffset, MovesAlongTheYawSteeringAxes) {
 TEST(ApcOffsetDeathTest, PositionsMustBeThreeDimensional) {
   AntennaPhase offset{};
   Vec const bad(4, 1.0e7);
+  std::string const path = "libs/support/src/assistance_data";
   EXPECT_DEATH(addApcOffset(bad, offset, 0.0, 18),
-               zarn::test::fatalPattern("std::invalid_argument(\"addApcOffset: invalid size pos\")",
-                                        "libs/support/src/assistance_data"));
+               test::fatalArgument("addApcOffset: invalid size pos", path));
   EXPECT_DEATH(removeApcOffset(bad, offset, 0.0, 18),
-               zarn::test::fatalPattern(
-                   "std::invalid_argument(\"removeApcOffset: Position vector is not 3 dimensional.\")",
-                   "libs/support/src/assistance_data"));
+               test::fatalArgument("removeApcOffset: Position vector is not 3 dimensional.", path));
 }
 
 }  // namespace

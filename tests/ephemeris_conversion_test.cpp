@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/test_support.hpp"
+#include "support/vectors.hpp"
 #include "zarn/host/rinex_nav.hpp"
 #include "zarn/host/sp3.hpp"
 #include "zarn/support/time_conversion.hpp"
@@ -28,33 +29,14 @@ double const icdPi = 3.1415926535898;
 double const week = 604800.0;
 double const bdsOffset = 820108814.0;  // BeiDou seconds + offset = GPS seconds
 
-Vec vec3(double x, double y, double z) {
-  Vec v(3);
-  v(0) = x;
-  v(1) = y;
-  v(2) = z;
-  return v;
-}
+using zarn::test::vec3;
 
 // GPS PRN 1 from brdc2510.16n: toe 2016-09-07 00:00 GPS (week 1913, 259200 s).
 zc::GpsEphemeris gpsPrn1() {
   zc::GpsEphemeris e;
-  e.svId = 1;
-  e.toe = zc::Toc{1, 1913 - 1024, 259200};
-  e.sqrtA = 2702023377u;
-  e.e = 50330158u;
-  e.i0 = 659722593;
-  e.omega0 = 1534438970;
-  e.omega = 371831259;
-  e.m0 = -439496445;
-  e.deltaN = 13254;
-  e.omegaDot = -23108;
-  e.iDot = 636;
-  e.cuc = -100;
-  e.cus = 2975;
-  e.crc = 8791;
-  e.crs = -209;
-  e.cic = 42;
+  e.svId = 1, e.toe = zc::Toc{1, 1913 - 1024, 259200}, e.sqrtA = 2702023377u, e.e = 50330158u;
+  e.i0 = 659722593, e.omega0 = 1534438970, e.omega = 371831259, e.m0 = -439496445, e.deltaN = 13254;
+  e.omegaDot = -23108, e.iDot = 636, e.cuc = -100, e.cus = 2975, e.crc = 8791, e.crs = -209, e.cic = 42;
   e.cis = 17;
   return e;
 }
@@ -112,18 +94,21 @@ zc::GpsAlmanac almanacOf(Vec const& k, double toe, double gm, double& toa) {
 
 // Five-point central difference of a position function (m/s).
 Vec velocityByDifferences(std::function<Vec(double)> const& pos, double t, double h) {
-  Vec const d = (pos(t - 2 * h) - 8.0 * pos(t - h) + 8.0 * pos(t + h) - pos(t + 2 * h)) / (12.0 * h);
-  return d;
+  return (pos(t - 2 * h) - 8.0 * pos(t - h) + 8.0 * pos(t + h) - pos(t + 2 * h)) / (12.0 * h);
+}
+
+// The position part of a state function state(t, pos, vel).
+template <class State>
+std::function<Vec(double)> positionOf(State state) {
+  return [state](double t) {
+    Vec p(3), v(3);
+    state(t, p, v);
+    return p;
+  };
 }
 
 Vec gpsPosition(zc::GpsEphemeris const& e, double t) {
-  Vec p(3), v(3);
-  zs::gpsEphemerisToEcef(e, t, p, v);
-  return p;
-}
-
-double maxAbs(Vec const& v) {
-  return norm_inf(v);
+  return positionOf([&](double s, Vec& p, Vec& v) { zs::gpsEphemerisToEcef(e, s, p, v); })(t);
 }
 
 }  // namespace
@@ -140,7 +125,7 @@ TEST(KeplerianEphemeris, GpsRecordAgreesWithPreciseOrbit) {
   }
 }
 
-TEST(KeplerianEphemeris, RecordScalingAndTimeScales) {
+TEST(KeplerianEphemeris, RecordScalingTimeScalesAndVelocity) {
   zc::GpsEphemeris const gps = gpsPrn1();
   Vec const kepler = prn1Kepler();
   Vec eph(16);
@@ -149,32 +134,23 @@ TEST(KeplerianEphemeris, RecordScalingAndTimeScales) {
 
   // BeiDou record of the same orbit: 2^-31 rad and 2^-6 m harmonics, toe on BDT.
   zc::BeidouEphemeris bds;
-  bds.toe = zs::secsToBeidou(prn1Toe - bdsOffset);
-  bds.sqrtA = gps.sqrtA;
-  bds.e = gps.e;
-  bds.i0 = gps.i0;
-  bds.omega0 = gps.omega0;
-  bds.omega = gps.omega;
-  bds.m0 = gps.m0;
-  bds.deltaN = gps.deltaN;
-  bds.omegaDot = gps.omegaDot;
-  bds.iDot = gps.iDot;
-  bds.cuc = 4 * gps.cuc;
-  bds.cus = 4 * gps.cus;
-  bds.crc = 2 * gps.crc;
-  bds.crs = 2 * gps.crs;
-  bds.cic = 4 * gps.cic;
-  bds.cis = 4 * gps.cis;
+  bds.toe = zs::secsToBeidou(prn1Toe - bdsOffset), bds.sqrtA = gps.sqrtA, bds.e = gps.e, bds.i0 = gps.i0;
+  bds.omega0 = gps.omega0, bds.omega = gps.omega, bds.m0 = gps.m0, bds.deltaN = gps.deltaN;
+  bds.omegaDot = gps.omegaDot, bds.iDot = gps.iDot, bds.cuc = 4 * gps.cuc, bds.cus = 4 * gps.cus;
+  bds.crc = 2 * gps.crc, bds.crs = 2 * gps.crs, bds.cic = 4 * gps.cic, bds.cis = 4 * gps.cis;
 
-  for (double dt : {-7200.0, 0.0, 3000.0}) {
+  for (double dt : {-7200.0, 0.0, 3000.0, 5000.0}) {
     double const t = prn1Toe + dt;
     Vec p1(3), v1(3), p2(3), v2(3), p3(3), v3(3);
     zs::gpsEphemerisToEcef(gps, t, p1, v1);
     zs::gpsEphemerisToEcef(kepler, gps.toe, t, p2, v2);
     zs::keplerianEphemerisToEcef(zc::GPS, eph, t, p3, v3);
-    EXPECT_LT(maxAbs(p1 - p3), 1e-6);
-    EXPECT_LT(maxAbs(p2 - p3), 1e-6);
-    EXPECT_LT(maxAbs(v1 - v3), 1e-9);
+    EXPECT_LT(norm_inf(p1 - p3), 1e-6);
+    EXPECT_LT(norm_inf(p2 - p3), 1e-6);
+    EXPECT_LT(norm_inf(v1 - v3), 1e-9);
+    // The velocity is the derivative of the position.
+    Vec const fd = velocityByDifferences([&](double s) { return gpsPosition(gps, s); }, t, 1.0);
+    EXPECT_LT(norm_inf(v1 - fd), 1e-6) << dt;
 
     // BeiDou entries take GPS seconds and evaluate at the BDT equivalent.
     Vec bdsEph = eph;
@@ -182,23 +158,12 @@ TEST(KeplerianEphemeris, RecordScalingAndTimeScales) {
     zs::beidouEphemerisToEcef(bds, t, p1, v1);
     zs::beidouEphemerisToEcef(kepler, bds.toe, t, p2, v2);
     zs::keplerianEphemerisToEcef(zc::BEIDOU, bdsEph, t - bdsOffset, p3, v3);
-    EXPECT_LT(maxAbs(p1 - p3), 1e-6);
-    EXPECT_LT(maxAbs(p2 - p3), 1e-6);
-    EXPECT_LT(maxAbs(v1 - v3), 1e-9);
+    EXPECT_LT(norm_inf(p1 - p3), 1e-6);
+    EXPECT_LT(norm_inf(p2 - p3), 1e-6);
+    EXPECT_LT(norm_inf(v1 - v3), 1e-9);
   }
   // A week later the orbit is not folded back to the reference week.
   EXPECT_GT(norm_2(gpsPosition(gps, prn1Toe + week) - gpsPosition(gps, prn1Toe)), 1e6);
-}
-
-TEST(KeplerianEphemeris, VelocityIsTheDerivativeOfPosition) {
-  zc::GpsEphemeris const gps = gpsPrn1();
-  for (double dt : {-7000.0, 0.0, 5000.0}) {
-    double const t = prn1Toe + dt;
-    Vec p(3), v(3);
-    zs::gpsEphemerisToEcef(gps, t, p, v);
-    Vec const fd = velocityByDifferences([&](double s) { return gpsPosition(gps, s); }, t, 1.0);
-    EXPECT_LT(maxAbs(v - fd), 1e-6) << dt;
-  }
 }
 
 TEST(KeplerianEphemeris, GeostationaryModelRotatesPositionOnly) {
@@ -214,13 +179,10 @@ TEST(KeplerianEphemeris, GeostationaryModelRotatesPositionOnly) {
   eph(3) = tilt;
   eph(4) = icdPi + earthRate * std::fmod(toe, week);
   eph(6) = u0;
-  auto position = [&](double t) {
-    Vec p(3), v(3);
-    zs::keplerianEphemerisToEcef(zc::BEIDOU, eph, t, p, v);
-    return p;
-  };
+  auto const position =
+      positionOf([&](double t, Vec& p, Vec& v) { zs::keplerianEphemerisToEcef(zc::BEIDOU, eph, t, p, v); });
   Vec const fixed = vec3(a * std::cos(u0 + icdPi), a * std::sin(u0 + icdPi), 0.0);
-  for (double dt : {-3600.0, 0.0, 1800.0}) EXPECT_LT(maxAbs(position(toe + dt) - fixed), 1e-4) << dt;
+  for (double dt : {-3600.0, 0.0, 1800.0}) EXPECT_LT(norm_inf(position(toe + dt) - fixed), 1e-4) << dt;
 
   // The velocity is that of the unrotated frame P = Rx(-5)^T Rz(wE tk)^T r,
   // taken relative to axes turning at wE about that frame's z axis.
@@ -238,7 +200,7 @@ TEST(KeplerianEphemeris, GeostationaryModelRotatesPositionOnly) {
   Vec expected = velocityByDifferences(modelFrame, t, 1.0);
   expected(0) += earthRate * q(1);
   expected(1) -= earthRate * q(0);
-  EXPECT_LT(maxAbs(v - expected), 1e-6);
+  EXPECT_LT(norm_inf(v - expected), 1e-6);
   EXPECT_GT(norm_2(v), 100.0);  // not the (zero) Earth-fixed velocity
 }
 
@@ -258,11 +220,9 @@ TEST(BeidouSvType, ClassifiedFromInclinationThenAxis) {
   e.i0 = -e.i0;
   EXPECT_EQ(zs::getBeidouSvType(e), zs::IGSO);
 
-  EXPECT_EQ(zs::toString(static_cast<zs::BeidouSvType>(0)), "UNDEFINED SAT TYPE");
-  EXPECT_EQ(zs::toString(zs::GEO), "GEO");
-  EXPECT_EQ(zs::toString(zs::IGSO), "IGSO");
-  EXPECT_EQ(zs::toString(zs::MEO), "MEO");
-  EXPECT_EQ(zs::toString(static_cast<zs::BeidouSvType>(4)), "UNKNOWN SAT TYPE");
+  char const* const names[] = {"UNDEFINED SAT TYPE", "GEO", "IGSO", "MEO", "UNKNOWN SAT TYPE"};
+  for (int type = 0; type < 5; ++type)
+    EXPECT_EQ(zs::toString(static_cast<zs::BeidouSvType>(type)), names[type]);
 
   e.svId = 8;
   e.crs = -131072;
@@ -283,13 +243,9 @@ TEST(KeplerianAlmanac, AgreesWithEphemerisAndDifferentiates) {
     zs::gpsAlmanacToEcef(alm, t, p, v);
     EXPECT_LT(norm_2(p - gpsPosition(gpsPrn1(), t)), 2000.0) << h;
     zs::almanacToEcef(alm, t, pOnly);
-    EXPECT_EQ(maxAbs(p - pOnly), 0.0);
-    auto position = [&](double s) {
-      Vec q(3);
-      zs::almanacToEcef(alm, s, q);
-      return q;
-    };
-    EXPECT_LT(maxAbs(v - velocityByDifferences(position, t, 1.0)), 1e-6);
+    EXPECT_EQ(norm_inf(p - pOnly), 0.0);
+    auto const position = positionOf([&](double s, Vec& q, Vec&) { zs::almanacToEcef(alm, s, q); });
+    EXPECT_LT(norm_inf(v - velocityByDifferences(position, t, 1.0)), 1e-6);
   }
 
   // Only the broadcast 8-bit week: resolved to the week nearest t.
@@ -299,7 +255,7 @@ TEST(KeplerianAlmanac, AgreesWithEphemerisAndDifferentiates) {
   Vec p1(3), p2(3);
   zs::almanacToEcef(alm, prn1Toe + 86400.0, p1);
   zs::almanacToEcef(weekOnly, prn1Toe + 86400.0, p2);
-  EXPECT_EQ(maxAbs(p1 - p2), 0.0);
+  EXPECT_EQ(norm_inf(p1 - p2), 0.0);
 }
 
 TEST(KeplerianAlmanac, ReferenceInclinationByOrbitType) {
@@ -312,21 +268,15 @@ TEST(KeplerianAlmanac, ReferenceInclinationByOrbitType) {
   // BeiDou GEO measures deltaI from the equator, every other case from 54 deg.
   zs::keplerianAlmanacToEcef(zc::BEIDOU, alm, 90000.0, p1, v1, zs::GEO);
   zs::keplerianAlmanacToEcef(zc::BEIDOU, shifted, 90000.0, p2, v2, zs::IGSO);
-  EXPECT_LT(maxAbs(p1 - p2), 1e-6);
+  EXPECT_LT(norm_inf(p1 - p2), 1e-6);
   zs::keplerianAlmanacToEcef(zc::GPS, alm, 90000.0, p1, v1, zs::GEO);
   zs::keplerianAlmanacToEcef(zc::GPS, alm, 90000.0, p2, v2, zs::MEO);
-  EXPECT_EQ(maxAbs(p1 - p2), 0.0);
+  EXPECT_EQ(norm_inf(p1 - p2), 0.0);
 
   // The BeiDou record wrapper: 2^-11, 2^-21, 2^-23 / 2^-19 / 2^-38 semicircle LSBs, BDT toa.
   zc::BeidouAlmanac b;
-  b.toa = zc::Toc{0, 557, 86400};
-  b.sqrtA = 13298432u;
-  b.e = 2097u;
-  b.omega0 = 2670177;
-  b.omega = 1335088;
-  b.m0 = -4194304;
-  b.deltaI = 3338;
-  b.omegaDot = -2500;
+  b.toa = zc::Toc{0, 557, 86400}, b.sqrtA = 13298432u, b.e = 2097u, b.omega0 = 2670177, b.omega = 1335088;
+  b.m0 = -4194304, b.deltaI = 3338, b.omegaDot = -2500;
   double const sc = icdPi * std::ldexp(1.0, -23);
   double const expected[8] = {557 * week + 86400.0,
                               13298432.0 / 2048,
@@ -340,8 +290,8 @@ TEST(KeplerianAlmanac, ReferenceInclinationByOrbitType) {
   double const tBdt = 557 * week + 90000.0;
   zs::beidouAlmanacToEcef(b, tBdt + bdsOffset, p1, v1, zs::IGSO);
   zs::keplerianAlmanacToEcef(zc::BEIDOU, alm, tBdt, p2, v2, zs::IGSO);
-  EXPECT_LT(maxAbs(p1 - p2), 1e-6);
-  EXPECT_LT(maxAbs(v1 - v2), 1e-9);
+  EXPECT_LT(norm_inf(p1 - p2), 1e-6);
+  EXPECT_LT(norm_inf(v1 - v2), 1e-9);
 }
 
 namespace {
@@ -355,14 +305,8 @@ zc::GlonassEphemeris glonassR01(bool second) {
   std::int32_t const s[2][9] = {{30108669, 29161854, -31189192, -1969394, -955730, -2792230, 2, 1, 2},
                                 {21920773, 25973794, -39673404, -2659049, -818500, -2002983, 1, 0, 2}};
   std::int32_t const* v = s[second ? 1 : 0];
-  e.x = v[0];
-  e.y = v[1];
-  e.z = v[2];
-  e.vx = v[3];
-  e.vy = v[4];
-  e.vz = v[5];
-  e.ax = static_cast<std::int8_t>(v[6]);
-  e.ay = static_cast<std::int8_t>(v[7]);
+  e.x = v[0], e.y = v[1], e.z = v[2], e.vx = v[3], e.vy = v[4], e.vz = v[5];
+  e.ax = static_cast<std::int8_t>(v[6]), e.ay = static_cast<std::int8_t>(v[7]);
   e.az = static_cast<std::int8_t>(v[8]);
   return e;
 }
@@ -382,9 +326,9 @@ TEST(GlonassEphemeris, IntegratesToTheNextBroadcastState) {
   EXPECT_EQ(v(0), -1969394 * 1000.0 / 1048576);
   Vec p0 = p;
   glonassState(first, t0 + 0.4, p, v);
-  EXPECT_EQ(maxAbs(p - p0), 0.0);  // rounds to zero steps
+  EXPECT_EQ(norm_inf(p - p0), 0.0);  // rounds to zero steps
   glonassState(first, t0 - 0.6, p, v);
-  EXPECT_GT(maxAbs(p - p0), 1.0);
+  EXPECT_GT(norm_inf(p - p0), 1.0);
 
   // Thirty minutes ahead the integration meets the next broadcast state.
   glonassState(first, t0 + 1800.0, p, v);
@@ -392,28 +336,17 @@ TEST(GlonassEphemeris, IntegratesToTheNextBroadcastState) {
   EXPECT_LT(norm_2(p - pNext), 10.0);
   EXPECT_LT(norm_2(v - vNext), 0.01);
 
-  auto position = [&](double t) {
-    Vec q(3), w(3);
-    glonassState(first, t, q, w);
-    return q;
-  };
+  auto const position = positionOf([&](double t, Vec& q, Vec& w) { glonassState(first, t, q, w); });
   glonassState(first, t0 + 600.0, p, v);
-  EXPECT_LT(maxAbs(v - velocityByDifferences(position, t0 + 600.0, 2.0)), 1e-4);
+  EXPECT_LT(norm_inf(v - velocityByDifferences(position, t0 + 600.0, 2.0)), 1e-4);
 }
 
 TEST(GlonassAlmanac, IcdWorkedExample) {
   // GLONASS CDMA ICD (2016) Appendix M example in the edition 5.1 form
   // (integers of the FDMA almanac fields), evaluated on day 1453 at 51300 s.
   zc::GlonassAlmanac a;
-  a.time = zc::Toc{5, 0, 0};
-  a.na = 1452;
-  a.lambda = -308247;
-  a.tLambda = 1074292;
-  a.deltaT = -1359862;
-  a.deltaTDot = 1;
-  a.epsilon = 454;
-  a.omega = 18962;
-  a.deltaI = 10350;
+  a.time = zc::Toc{5, 0, 0}, a.na = 1452, a.lambda = -308247, a.tLambda = 1074292, a.deltaT = -1359862;
+  a.deltaTDot = 1, a.epsilon = 454, a.omega = 18962, a.deltaI = 10350;
   double const t = zs::glonassSecsToGpsSecs(zs::glonassToSecs(zc::Toc{5, 1452, 51300}), {});
   Vec p(3), v(3);
   zs::glonassAlmanacToEcef(a, t, p, v, {});
@@ -426,13 +359,10 @@ TEST(GlonassAlmanac, IcdWorkedExample) {
   a.time.second = 1451;
   Vec p2(3), v2(3);
   zs::glonassAlmanacToEcef(a, t, p2, v2, {});
-  EXPECT_EQ(maxAbs(p - p2), 0.0);
-  auto position = [&](double s) {
-    Vec q(3), w(3);
-    zs::glonassAlmanacToEcef(a, s, q, w, {});
-    return q;
-  };
-  EXPECT_LT(maxAbs(v - velocityByDifferences(position, t, 10.0)), 1e-3);
+  EXPECT_EQ(norm_inf(p - p2), 0.0);
+  auto const position =
+      positionOf([&](double s, Vec& q, Vec& w) { zs::glonassAlmanacToEcef(a, s, q, w, {}); });
+  EXPECT_LT(norm_inf(v - velocityByDifferences(position, t, 10.0)), 1e-3);
 }
 
 TEST(EphemerisConversionDeathTest, PreconditionTexts) {
@@ -552,142 +482,117 @@ void compareDataset(Dataset const& set, Results& out) {
   for (char const* f : set.precise) addSp3(truth, dir + f);
   std::vector<zs::LeapInfo> const leaps = leapTable();
   Vec p(3), v(3);
-  auto samples = [&](char system, int prn) -> std::map<double, Vec> const* {
-    auto it = truth.find({system, prn});
-    return it == truth.end() ? nullptr : &it->second;
-  };
-  // A record more than 1 km off at its own reference epoch is a broadcast blunder
-  // (corrupted record, wrong time tag), not a conversion error: listed, then skipped.
-  auto blunder = [&](std::map<double, Vec> const& track, double ref,
-                     std::function<Vec(double)> const& position, char const* file, int line, char system,
-                     int prn) {
+  // The precise track of a healthy record that is not a broadcast blunder, else null. A record
+  // more than 1 km off at its own reference epoch is a blunder (corrupted record, wrong time
+  // tag), not a conversion error: listed, then skipped.
+  auto trackOf = [&](int health, char system, int prn, double ref, std::function<Vec(double)> const& position,
+                     char const* file, int line) -> std::map<double, Vec> const* {
+    if (health != 0) {
+      ++out.unhealthy;
+      return nullptr;
+    }
+    auto found = truth.find({system, prn});
+    if (found == truth.end()) return nullptr;
     ++out.records;
-    auto it = track.lower_bound(ref);
-    if (it == track.end() || it->first - ref > 900.0) return false;
+    auto it = found->second.lower_bound(ref);
+    if (it == found->second.end() || it->first - ref > 900.0) return &found->second;
     double const d = norm_2(position(it->first) - it->second);
-    if (d <= 1000.0) return false;
+    if (d <= 1000.0) return &found->second;
     char text[160];
     std::snprintf(text, sizeof text, "%s/%s:%d %c%02d %.0f m", set.directory, file, line, system, prn, d);
     out.blunders.push_back(text);
-    return true;
+    return nullptr;
+  };
+  // Calls sample(t, precise position) at the precise epochs within halfSpan of ref.
+  auto within = [](std::map<double, Vec> const& track, double ref, double halfSpan, auto&& sample) {
+    for (auto it = track.lower_bound(ref - halfSpan); it != track.end() && it->first <= ref + halfSpan;
+         ++it) {
+      sample(it->first, it->second);
+    }
   };
 
   for (char const* f : set.navigation) {
     zh::NavData const nav = zh::readRinexNav(dir + f);
     for (zh::GpsNavRecord const& r : nav.gps) {
       zc::GpsEphemeris const& e = r.eph;
-      if (e.health != 0) {
-        ++out.unhealthy;
-        continue;
-      }
-      auto const* track = samples('G', e.svId);
-      if (track == nullptr) continue;
       double const toe = zs::gpsToGpsSecs(e.toe);
-      auto position = [&](double s) {
-        Vec q(3), w(3);
-        zs::gpsEphemerisToEcef(e, s, q, w);
-        return q;
-      };
-      if (blunder(*track, toe, position, f, r.line, 'G', e.svId)) continue;
+      auto const position = positionOf([&](double t, Vec& q, Vec& w) { zs::gpsEphemerisToEcef(e, t, q, w); });
+      auto const* track = trackOf(e.health, 'G', e.svId, toe, position, f, r.line);
+      if (track == nullptr) continue;
       double toa = 0.0;
       zc::GpsAlmanac almanac = almanacOf(keplerOf(e, std::ldexp(1.0, -29), 1.0 / 32), toe, 3.986005e14, toa);
       almanac.toa = zs::gpsSecsToGps(toa);
-      for (auto it = track->lower_bound(toe - gpsHalfSpan);
-           it != track->end() && it->first <= toe + gpsHalfSpan; ++it) {
-        zs::gpsEphemerisToEcef(e, it->first, p, v);
-        double const d = norm_2(p - it->second);
-        out.gps.add(d);
+      within(*track, toe, gpsHalfSpan, [&](double t, Vec const& precise) {
+        zs::gpsEphemerisToEcef(e, t, p, v);
+        out.gps.add(norm_2(p - precise));
         if (!zs::validGpsSatCoordinates(p, v, true)) ++out.invalid;
         Vec pa(3);
-        zs::almanacToEcef(almanac, it->first, pa);
+        zs::almanacToEcef(almanac, t, pa);
         out.gpsAlmanac.add(norm_2(pa - p));
-      }
+      });
       zs::gpsEphemerisToEcef(e, toe + 1000.0, p, v);
       out.worstVelocity[zc::GPS] = std::max(out.worstVelocity[zc::GPS],
-                                            maxAbs(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
+                                            norm_inf(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
     }
 
     for (zh::BeidouNavRecord const& r : nav.beidou) {
       zc::BeidouEphemeris const& e = r.eph;
-      if (e.health != 0) {
-        ++out.unhealthy;
-        continue;
-      }
-      auto const* track = samples('C', e.svId);
-      if (track == nullptr) continue;
       zs::BeidouSvType const type = zs::getBeidouSvType(e);
       double const toe = zs::beidouSecsToGpsSecs(zs::beidouToSecs(e.toe));
-      auto position = [&](double s) {
-        Vec q(3), w(3);
-        zs::beidouEphemerisToEcef(e, s, q, w);
-        return q;
-      };
-      if (blunder(*track, toe, position, f, r.line, 'C', e.svId)) continue;
+      auto const position =
+          positionOf([&](double t, Vec& q, Vec& w) { zs::beidouEphemerisToEcef(e, t, q, w); });
+      auto const* track = trackOf(e.health, 'C', e.svId, toe, position, f, r.line);
+      if (track == nullptr) continue;
       // A BeiDou almanac of MEO and IGSO orbits, on the BDT scale; the GEO model's frame differs.
       double toa = 0.0;
       zc::BeidouAlmanac almanac;
       if (type != zs::GEO) {
         zc::GpsAlmanac const g = almanacOf(keplerOf(e, std::ldexp(1.0, -31), 1.0 / 64),
                                            zs::beidouToSecs(e.toe), 3.986004418e14, toa);
-        almanac.sqrtA = g.sqrtA;
-        almanac.e = g.e;
-        almanac.deltaI = g.deltaI;
-        almanac.omega0 = g.omega0;
-        almanac.omega = g.omega;
-        almanac.m0 = g.m0;
-        almanac.omegaDot = g.omegaDot;
+        almanac.sqrtA = g.sqrtA, almanac.e = g.e, almanac.deltaI = g.deltaI, almanac.omega0 = g.omega0;
+        almanac.omega = g.omega, almanac.m0 = g.m0, almanac.omegaDot = g.omegaDot;
         almanac.toa = zs::secsToBeidou(toa);
       }
-      for (auto it = track->lower_bound(toe - beidouHalfSpan);
-           it != track->end() && it->first <= toe + beidouHalfSpan; ++it) {
-        zs::beidouEphemerisToEcef(e, it->first, p, v);
-        double const d = norm_2(p - it->second);
-        out.beidou[type].add(d);
+      within(*track, toe, beidouHalfSpan, [&](double t, Vec const& precise) {
+        zs::beidouEphemerisToEcef(e, t, p, v);
+        out.beidou[type].add(norm_2(p - precise));
         if (type == zs::GEO) {
           // The GEO velocity is not Earth-fixed; the checks take the one of the positions.
           ++out.geoStates;
           if (!zs::validBeidouSatCoordinates(p, v, type, true)) ++out.geoRawVelocityInvalid;
-          v = velocityByDifferences(position, it->first, 1.0);
+          v = velocityByDifferences(position, t, 1.0);
         } else {
           Vec pa(3), va(3);
-          zs::beidouAlmanacToEcef(almanac, it->first, pa, va, type);
+          zs::beidouAlmanacToEcef(almanac, t, pa, va, type);
           out.beidouAlmanac.add(norm_2(pa - p));
         }
         if (!zs::validBeidouSatCoordinates(p, v, type, true)) ++out.invalid;
-      }
+      });
       if (type != zs::GEO) {
         zs::beidouEphemerisToEcef(e, toe + 1000.0, p, v);
         out.worstVelocity[zc::BEIDOU] = std::max(
-            out.worstVelocity[zc::BEIDOU], maxAbs(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
+            out.worstVelocity[zc::BEIDOU], norm_inf(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
       }
     }
 
     for (zh::GlonassNavRecord const& r : nav.glonass) {
       zc::GlonassEphemeris const& e = r.eph;
-      if (e.health != 0) {
-        ++out.unhealthy;
-        continue;
-      }
-      auto const* track = samples('R', e.svId);
-      if (track == nullptr) continue;
       double const t0 = zs::glonassSecsToGpsSecs(zs::glonassToSecs(e.time), leaps);
-      EXPECT_NEAR(t0, r.raw.toc, 0.5) << f << " R" << e.svId;
-      auto position = [&](double s) {
-        Vec q(3), w(3);
-        zs::glonassEphemerisToEcef(e, s, q, w, leaps);
-        return q;
-      };
-      if (blunder(*track, t0, position, f, r.line, 'R', e.svId)) continue;
-      for (auto it = track->lower_bound(t0 - glonassHalfSpan);
-           it != track->end() && it->first <= t0 + glonassHalfSpan; ++it) {
-        zs::glonassEphemerisToEcef(e, it->first, p, v, leaps);
-        double const d = norm_2(p - it->second);
-        out.glonass.add(d);
-        if (!zs::validGlonassSatCoordinates(p, v, true)) ++out.invalid;
+      if (e.health == 0 && truth.count({'R', e.svId})) {
+        EXPECT_NEAR(t0, r.raw.toc, 0.5) << f << " R" << e.svId;
       }
+      auto const position =
+          positionOf([&](double t, Vec& q, Vec& w) { zs::glonassEphemerisToEcef(e, t, q, w, leaps); });
+      auto const* track = trackOf(e.health, 'R', e.svId, t0, position, f, r.line);
+      if (track == nullptr) continue;
+      within(*track, t0, glonassHalfSpan, [&](double t, Vec const& precise) {
+        zs::glonassEphemerisToEcef(e, t, p, v, leaps);
+        out.glonass.add(norm_2(p - precise));
+        if (!zs::validGlonassSatCoordinates(p, v, true)) ++out.invalid;
+      });
       zs::glonassEphemerisToEcef(e, t0 + 600.0, p, v, leaps);
-      out.worstVelocity[zc::GLONASS] = std::max(out.worstVelocity[zc::GLONASS],
-                                                maxAbs(v - velocityByDifferences(position, t0 + 600.0, 2.0)));
+      out.worstVelocity[zc::GLONASS] = std::max(
+          out.worstVelocity[zc::GLONASS], norm_inf(v - velocityByDifferences(position, t0 + 600.0, 2.0)));
     }
   }
 }

@@ -5,14 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <map>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -22,106 +19,25 @@
 #include "zarn/support/time_conversion.hpp"
 
 namespace zh = zarn::host;
-
-namespace {
-
-std::string readAll(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// One SP3 row of SOURCES.md: "SP3-c (P) GFZ; 288 epochs ...; sats G:31, R:22".
-struct Sp3Source {
-  std::string path;
-  char version;
-  char posVel;
-  int epochs;
-  std::map<char, int> satellites;
-};
-
-// (path, content) of every file row of the data set's SOURCES.md tables.
-std::vector<std::pair<std::string, std::string>> sourceRows() {
-  std::vector<std::pair<std::string, std::string>> rows;
-  std::istringstream in(readAll(zarn::test::sharedDir() + "/data/SOURCES.md"));
-  std::string dir;
-  std::string line;
-  auto trimmed = [](std::string s) {
-    s.erase(0, s.find_first_not_of(' '));
-    s.erase(s.find_last_not_of(' ') + 1);
-    return s;
-  };
-  while (std::getline(in, line)) {
-    if (line.rfind("### `", 0) == 0) dir = line.substr(5, line.find("/`") - 5);
-    if (line.rfind("| ", 0) != 0 || dir.empty()) continue;
-    std::vector<std::string> cells;
-    std::istringstream row(line);
-    for (std::string cell; std::getline(row, cell, '|');) cells.push_back(trimmed(cell));
-    if (cells.size() < 6 || cells[1] == "file") continue;
-    rows.emplace_back(zarn::test::sharedDir() + "/data/" + dir + "/" + cells[1], cells[4]);
-  }
-  return rows;
-}
-
-// The numbers of every "X:123" (and "X:123eph/45sv") in `text`, by letter.
-std::map<char, std::pair<int, int>> letterCounts(std::string const& text) {
-  std::map<char, std::pair<int, int>> out;
-  for (std::size_t i = 0; i + 2 < text.size(); ++i) {
-    if (text[i] < 'A' || text[i] > 'Z' || text[i + 1] != ':' ||
-        !std::isdigit(static_cast<unsigned char>(text[i + 2]))) {
-      continue;
-    }
-    std::size_t end = 0;
-    int const first = std::stoi(text.substr(i + 2), &end);
-    int second = 0;
-    std::size_t const next = i + 2 + end;
-    if (text.compare(next, 4, "eph/") == 0) second = std::stoi(text.substr(next + 4));
-    out[text[i]] = {first, second};
-  }
-  return out;
-}
-
-std::vector<Sp3Source> sp3Sources() {
-  std::vector<Sp3Source> rows;
-  for (auto const& row : sourceRows()) {
-    std::string const& c = row.second;  // "SP3-c (P) GFZ; 288 epochs ...; sats G:31, R:22"
-    if (c.rfind("SP3-", 0) != 0 || c.size() < 9) continue;
-    std::size_t const epochs = c.find(" epochs");
-    std::size_t const count = c.rfind("; ", epochs) + 2;
-    Sp3Source s{row.first, c[4], c[7], std::stoi(c.substr(count, epochs - count)), {}};
-    for (auto const& entry : letterCounts(c.substr(c.find("sats "))))
-      s.satellites[entry.first] = entry.second.first;
-    rows.push_back(s);
-  }
-  return rows;
-}
-
-double norm(double const v[3]) {
-  return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-}
-
-}  // namespace
+namespace zt = zarn::test;
 
 TEST(Sp3, EveryFileMatchesItsSourceAndItsOwnHeader) {
   ZARN_SHARED_FILE_OR_SKIP(sources, "data/SOURCES.md");
   int checked = 0;
-  for (Sp3Source const& source : sp3Sources()) {
-    if (!zarn::test::fileExists(source.path)) {
-      std::printf("[  SKIP    ] absent: %s\n", source.path.c_str());
+  for (auto const& row : zt::sourceRows()) {
+    std::string const& c = row.second;  // "SP3-c (P) GFZ; 288 epochs ...; sats G:31, R:22"
+    if (c.rfind("SP3-", 0) != 0 || c.size() < 9 || !zt::sampleReadable(row.first, zh::gzipSupported()))
       continue;
-    }
-    if (source.path.size() > 3 && source.path.substr(source.path.size() - 3) == ".gz" &&
-        !zh::gzipSupported()) {
-      std::printf("[  SKIP    ] built without zlib: %s\n", source.path.c_str());
-      continue;
-    }
-    SCOPED_TRACE(source.path);
-    zh::Sp3Data const d = zh::readSp3(source.path);
-    EXPECT_EQ(d.header.version, source.version);
-    EXPECT_EQ(d.header.posVel, source.posVel);
-    EXPECT_EQ(static_cast<int>(d.epochs.size()), source.epochs);
-    EXPECT_EQ(d.stats.satellites, source.satellites);
+    SCOPED_TRACE(row.first);
+    std::size_t const epochs = c.find(" epochs"), count = c.rfind("; ", epochs) + 2;
+    std::map<char, int> satellites;
+    for (auto const& entry : zt::letterCounts(c.substr(c.find("sats "))))
+      satellites[entry.first] = entry.second.first;
+    zh::Sp3Data const d = zh::readSp3(row.first);
+    EXPECT_EQ(d.header.version, c[4]);
+    EXPECT_EQ(d.header.posVel, c[7]);
+    EXPECT_EQ(static_cast<int>(d.epochs.size()), std::stoi(c.substr(count, epochs - count)));
+    EXPECT_EQ(d.stats.satellites, satellites);
     EXPECT_EQ(d.stats.skippedMalformed + d.stats.skippedUnknown, 0)
         << (d.stats.warnings.empty() ? std::string() : d.stats.warnings.front());
     ASSERT_FALSE(d.epochs.empty());
@@ -139,7 +55,7 @@ TEST(Sp3, EveryFileMatchesItsSourceAndItsOwnHeader) {
     // to the apogee of QZSS (45300 km).
     for (zh::Sp3Epoch const& epoch : d.epochs) {
       for (zh::Sp3Entry const& e : epoch.entries) {
-        double const r = norm(e.position);
+        double const r = std::hypot(e.position[0], e.position[1], e.position[2]);
         ASSERT_TRUE(r > 1.7e7 && r < 4.6e7) << e.system << e.prn << " r=" << r;
       }
     }
@@ -283,7 +199,7 @@ TEST(Sp3BadInput, TruncatedAndMutatedFilesGiveErrorsOrPartialResults) {
   ZARN_SHARED_FILE_OR_SKIP(mixed, "data/2023-008_instinct/GFZ0MGXRAP_20230080000_01D_05M_ORB.SP3");
   std::mt19937 random(97u);
   for (std::string const& path : {velocities, mixed}) {
-    std::string text = readAll(path);
+    std::string text = zt::readFile(path);
     text = text.substr(0, text.find("\n*", 40000) + 1) + "EOF\n";  // a few epochs
     std::map<int, int> epochLineOf;
     zh::Sp3Data const clean = zh::parseSp3(text, "fuzz.sp3");
@@ -291,9 +207,6 @@ TEST(Sp3BadInput, TruncatedAndMutatedFilesGiveErrorsOrPartialResults) {
     ASSERT_EQ(clean.stats.skippedMalformed, 0);
     std::map<int, EntryKey> const original = entriesByLine(clean, &epochLineOf);
     int const headerLines = clean.epochs.front().line - 1;
-    auto lineOf = [&](std::size_t pos) {
-      return static_cast<int>(std::count(text.begin(), text.begin() + pos, '\n')) + 1;
-    };
     // An entry may change or vanish when damage falls between its epoch line and its velocity line.
     // With `onlyCut` (text removed, nothing changed) every entry read at all is the original,
     // though it may have lost its velocity line.
@@ -320,39 +233,23 @@ TEST(Sp3BadInput, TruncatedAndMutatedFilesGiveErrorsOrPartialResults) {
       }
       EXPECT_EQ(d.stats.warnings.size(), std::min(d.stats.warningCount, 100));
     };
-    for (int k = 0; k < 120; ++k) {
-      std::size_t const cut = std::uniform_int_distribution<std::size_t>(0, text.size())(random);
+    for (zt::Damage const& cut : zt::truncations(text, 120, random)) {
       try {
-        zh::Sp3Data const d = zh::parseSp3(text.substr(0, cut), "fuzz.sp3");
-        std::set<int> damaged;
-        for (int l = lineOf(cut); l <= lineOf(text.size()) + 1; ++l) damaged.insert(l);
-        compare(d, damaged, true);
-        if (cut < text.size() - 4) {
-          EXPECT_FALSE(d.stats.sawEof);
-        }
+        zh::Sp3Data const d = zh::parseSp3(cut.text, "fuzz.sp3");
+        compare(d, cut.lines, true);
+        EXPECT_TRUE(cut.cut >= text.size() - 4 || !d.stats.sawEof);
       } catch (zh::FormatError const& e) {
         EXPECT_EQ(std::string(e.what()).rfind("fuzz.sp3", 0), 0u);
-        EXPECT_LE(lineOf(cut), headerLines) << e.what();
+        EXPECT_LE(zt::lineOf(text, cut.cut), headerLines) << e.what();
       }
     }
-    char const alphabet[] = " 0123456789-+.*PVGRCX\t\x01\xff";
-    for (int k = 0; k < 120; ++k) {
-      std::string mutated = text;
-      std::set<int> damaged;
-      for (int n = 0; n < 3; ++n) {
-        std::size_t const pos = std::uniform_int_distribution<std::size_t>(0, text.size() - 1)(random);
-        if (mutated[pos] == '\n') continue;
-        mutated[pos] = alphabet[std::uniform_int_distribution<std::size_t>(0, sizeof(alphabet) - 2)(random)];
-        damaged.insert(lineOf(pos));
-      }
+    for (zt::Damage const& m : zt::mutations(text, 120, random, " 0123456789-+.*PVGRCX\t\x01\xff")) {
       try {
-        zh::Sp3Data const d = zh::parseSp3(mutated, "fuzz.sp3");
-        if (!damaged.empty() && *damaged.begin() > headerLines) {
-          compare(d, damaged, false);
-        }
+        zh::Sp3Data const d = zh::parseSp3(m.text, "fuzz.sp3");
+        if (!m.lines.empty() && *m.lines.begin() > headerLines) compare(d, m.lines, false);
       } catch (zh::FormatError const& e) {
         EXPECT_EQ(std::string(e.what()).rfind("fuzz.sp3", 0), 0u);
-        EXPECT_LE(*damaged.begin(), headerLines) << e.what();
+        EXPECT_LE(*m.lines.begin(), headerLines) << e.what();
       }
     }
   }

@@ -9,6 +9,7 @@
 #include <random>
 
 #include "support/test_support.hpp"
+#include "support/vectors.hpp"
 
 namespace zs = zarn::support;
 namespace zc = zarn::core;
@@ -18,11 +19,7 @@ using zs::Vec;
 namespace {
 
 Vec vec(double x, double y, double z) {
-  Vec v(3);
-  v(0) = x;
-  v(1) = y;
-  v(2) = z;
-  return v;
+  return zarn::test::vec3(x, y, z);
 }
 
 zs::AssistanceData withOutages(std::vector<zs::TocPeriod> outages) {
@@ -116,9 +113,7 @@ TEST(Ura, PublishedTablesAndTheirEdges) {
 
 TEST(Errors, DistanceAndSisre) {
   Vec a(4, 9.0);
-  a(0) = 1.0;
-  a(1) = 2.0;
-  a(2) = 3.0;
+  subrange(a, 0, 3) = vec(1.0, 2.0, 3.0);
   EXPECT_EQ(zs::distance(a, vec(4.0, 6.0, 3.0)), 5.0);  // the fourth component is ignored
 
   EXPECT_DOUBLE_EQ(zs::sisreError(vec(1.0, 7.0, 0.0), 0.0, zc::GPS, zs::UNDEFINED_SAT_TYPE), std::sqrt(2.0));
@@ -131,11 +126,7 @@ TEST(Errors, DistanceAndSisre) {
   EXPECT_DOUBLE_EQ(zs::sisreError(vec(1.0, 0.0, 0.0), 0.0, zc::BEIDOU, zs::UNDEFINED_SAT_TYPE), 0.98);
   EXPECT_EQ(zs::sisreError(vec(3.0, 4.0, 5.0), 1.0, zc::GALILEO, zs::MEO), 0.0);
 
-  zs::PredictionErrorParams p;
-  p[0] = 1e-10;
-  p[1] = 2e-5;
-  p[2] = 3.0;
-  EXPECT_DOUBLE_EQ(zs::estimateSisreError(p, 1e4), 3.21);
+  EXPECT_DOUBLE_EQ(zs::estimateSisreError(zs::PredictionErrorParams{{1e-10, 2e-5, 3.0}}, 1e4), 3.21);
 }
 
 TEST(Errors, PredictionRtnOfAnInclinedOrbit) {
@@ -167,11 +158,9 @@ TEST(UtilityDeathTest, WrongVectorSizesAreFatal) {
   Vec const three(3, 1.0);
   Vec const two(2, 1.0);
   char const* path = "libs/support/src/utility";
-  EXPECT_DEATH(zs::distance(two, three),
-               zarn::test::fatalPattern("std::invalid_argument(\"distance: invalid size\")", path));
+  EXPECT_DEATH(zs::distance(two, three), zarn::test::fatalArgument("distance: invalid size", path));
   EXPECT_DEATH(zs::sisreError(two, 0.0, zc::GPS, zs::MEO),
-               zarn::test::fatalPattern("std::invalid_argument(\"sisreError: invalid size rtn\")", path));
-  EXPECT_DEATH(
-      zs::predictionRtn(three, two, three),
-      zarn::test::fatalPattern("std::invalid_argument(\"predictionRtn: invalid size velocity\")", path));
+               zarn::test::fatalArgument("sisreError: invalid size rtn", path));
+  EXPECT_DEATH(zs::predictionRtn(three, two, three),
+               zarn::test::fatalArgument("predictionRtn: invalid size velocity", path));
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "support/test_support.hpp"
+#include "support/vectors.hpp"
 #include "zarn/support/time_conversion.hpp"
 
 namespace zs = zarn::support;
@@ -28,13 +29,7 @@ Vec gpsVector() {
   return k;
 }
 
-Vec vec3(double x, double y, double z) {
-  Vec v(3);
-  v(0) = x;
-  v(1) = y;
-  v(2) = z;
-  return v;
-}
+using zarn::test::vec3;
 
 struct Log {
   Log() { testing::internal::CaptureStderr(); }

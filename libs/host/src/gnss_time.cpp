@@ -39,6 +39,12 @@ CalendarTime calendarFromDaySeconds(std::int64_t epochDays, double seconds) {
   return c;
 }
 
+// The inverse: seconds of c since the day `epochDays` began.
+double daySecondsFromCalendar(std::int64_t epochDays, CalendarTime const& c) {
+  return static_cast<double>(daysFromCivil(c.year, c.month, c.day) - epochDays) * kSecondsPerDay +
+         secondsOfDay(c);
+}
+
 }  // namespace
 
 // H. Hinnant's civil-from-days algorithms (proleptic Gregorian, 400-year eras).
@@ -76,8 +82,7 @@ bool validCalendar(CalendarTime const& c) {
 }
 
 double gpsSecondsFromCalendar(CalendarTime const& c) {
-  return static_cast<double>(daysFromCivil(c.year, c.month, c.day) - kGpsEpochDays) * kSecondsPerDay +
-         secondsOfDay(c);
+  return daySecondsFromCalendar(kGpsEpochDays, c);
 }
 
 CalendarTime calendarFromGpsSeconds(double gpsSeconds) {
@@ -85,8 +90,7 @@ CalendarTime calendarFromGpsSeconds(double gpsSeconds) {
 }
 
 double bdtSecondsFromCalendar(CalendarTime const& c) {
-  return static_cast<double>(daysFromCivil(c.year, c.month, c.day) - kBdtEpochDays) * kSecondsPerDay +
-         secondsOfDay(c);
+  return daySecondsFromCalendar(kBdtEpochDays, c);
 }
 
 CalendarTime calendarFromBdtSeconds(double bdtSeconds) {

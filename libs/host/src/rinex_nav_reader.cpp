@@ -187,6 +187,45 @@ bool whole(double value, T& out, char const* name, std::string& why) {
   return scaled(value, 1.0, out, name, why);
 }
 
+bool svIdOf(int prn, std::uint16_t& svId, std::string& why) {
+  if (prn < 1 || prn > std::numeric_limits<std::uint16_t>::max()) {
+    why = "bad satellite number";
+    return false;
+  }
+  svId = static_cast<std::uint16_t>(prn);
+  return true;
+}
+
+bool toeInWeek(double toe, std::string& why) {
+  if (toe >= 0.0 && toe <= kSecondsPerWeek) return true;
+  why = "toe outside the week";
+  return false;
+}
+
+// The orbit words of a GPS LNAV or BeiDou D1/D2 record, sqrtA to Cis; the
+// harmonic corrections differ only in their LSBs.
+template <class Raw, class Record>
+bool scaledOrbit(Raw const& raw, double angleLsb, double radiusLsb, Record& e, std::string& why) {
+  using namespace detail;
+  return scaled(raw.sqrtA, kGpsSqrtALsb, e.sqrtA, "sqrtA", why) && scaled(raw.e, kGpsELsb, e.e, "e", why) &&
+         scaled(raw.i0, kSemicircle31Lsb, e.i0, "i0", why) &&
+         scaled(raw.omega0, kSemicircle31Lsb, e.omega0, "OMEGA0", why) &&
+         scaled(raw.omega, kSemicircle31Lsb, e.omega, "omega", why) &&
+         scaled(raw.m0, kSemicircle31Lsb, e.m0, "M0", why) &&
+         scaled(raw.deltaN, kSemicircle43Lsb, e.deltaN, "deltaN", why) &&
+         scaled(raw.omegaDot, kSemicircle43Lsb, e.omegaDot, "OMEGA DOT", why) &&
+         scaled(raw.iDot, kSemicircle43Lsb, e.iDot, "IDOT", why) &&
+         scaled(raw.cuc, angleLsb, e.cuc, "Cuc", why) && scaled(raw.cus, angleLsb, e.cus, "Cus", why) &&
+         scaled(raw.crc, radiusLsb, e.crc, "Crc", why) && scaled(raw.crs, radiusLsb, e.crs, "Crs", why) &&
+         scaled(raw.cic, angleLsb, e.cic, "Cic", why) && scaled(raw.cis, angleLsb, e.cis, "Cis", why);
+}
+
+// The values of a record in file order.
+template <std::size_t N>
+void assign(double* const (&targets)[N], std::vector<double> const& values) {
+  for (std::size_t i = 0; i < N; ++i) *targets[i] = values[i];
+}
+
 bool weekOf(double value, double& week, std::string& why) {
   if (!(value >= 0.0 && value < 1e5 && value == std::floor(value))) {
     why = "bad week number";
@@ -379,34 +418,33 @@ class Reader {
       return;
     }
     try {
-      std::string why;
       if (gps) {
-        Fields const f = readFields(block, version2, system, kGpsLayout);
-        GpsNavRecord r;
-        r.line = block[0].number;
-        r.raw = gpsRaw(f);
-        if (!encodeGps(r.raw, f.prn, r.eph, why)) throw RecordError(block[0].number, why);
-        data_.gps.push_back(r);
+        convert(block, version2, system, kGpsLayout, gpsRaw, encodeGps, data_.gps);
       } else if (beidou) {
-        Fields const f = readFields(block, version2, system, kBeidouLayout);
-        BeidouNavRecord r;
-        r.line = block[0].number;
-        r.messageType = message;
-        r.raw = beidouRaw(f);
-        if (!encodeBeidou(r.raw, f.prn, r.eph, why)) throw RecordError(block[0].number, why);
-        data_.beidou.push_back(r);
+        convert(block, version2, system, kBeidouLayout, beidouRaw, encodeBeidou, data_.beidou).messageType =
+            message;
       } else {
-        Fields const f = readFields(block, version2, system, kGlonassLayout);
-        GlonassNavRecord r;
-        r.line = block[0].number;
-        r.raw = glonassRaw(f);
-        if (!encodeGlonass(r.raw, f.prn, r.eph, why)) throw RecordError(block[0].number, why);
-        data_.glonass.push_back(r);
+        convert(block, version2, system, kGlonassLayout, glonassRaw, encodeGlonass, data_.glonass);
       }
       ++data_.stats.converted;
     } catch (RecordError const& e) {
       skipMalformed(e.line(), e.reason());
     }
+  }
+
+  // Reads, scales and keeps one record; a failure throws RecordError.
+  template <class Record, class Raw, class Eph>
+  static Record& convert(std::vector<Line> const& block, bool version2, char system, Layout const& layout,
+                         Raw (*raw)(Fields const&), bool (*encode)(Raw const&, int, Eph&, std::string&),
+                         std::vector<Record>& out) {
+    Fields const f = readFields(block, version2, system, layout);
+    Record r;
+    r.line = block[0].number;
+    r.raw = raw(f);
+    std::string why;
+    if (!encode(r.raw, f.prn, r.eph, why)) throw RecordError(block[0].number, why);
+    out.push_back(r);
+    return out.back();
   }
 
   static GpsNavRaw gpsRaw(Fields const& f) {
@@ -420,7 +458,7 @@ class Reader {
         &r.cis,        &r.i0,      &r.crc,      &r.omega,  &r.omegaDot, &r.iDot,   &r.codesOnL2,
         &r.week,       &r.l2pFlag, &r.accuracy, &r.health, &r.tgd,      &r.iodc,   &r.transmissionTime,
         &r.fitInterval};
-    for (std::size_t i = 0; i < sizeof(targets) / sizeof(targets[0]); ++i) *targets[i] = v[i];
+    assign(targets, v);
     return r;
   }
 
@@ -436,7 +474,7 @@ class Reader {
         &r.cis,  &r.i0,  &r.crc,      &r.omega, &r.omegaDot, &r.iDot,   &spare,
         &r.week, &spare, &r.accuracy, &r.satH1, &r.tgd1,     &r.tgd2,   &r.transmissionTime,
         &r.aodc};
-    for (std::size_t i = 0; i < sizeof(targets) / sizeof(targets[0]); ++i) *targets[i] = v[i];
+    assign(targets, v);
     return r;
   }
 
@@ -464,7 +502,7 @@ class Reader {
                                &r.groupDelayL1L2,
                                &r.urai,
                                &r.healthFlags};
-    for (std::size_t i = 0; i < sizeof(targets) / sizeof(targets[0]); ++i) *targets[i] = v[i];
+    assign(targets, v);
     return r;
   }
 
@@ -489,11 +527,7 @@ class Reader {
 bool encodeGps(GpsNavRaw const& raw, int prn, core::GpsEphemeris& eph, std::string& why) {
   using namespace detail;
   core::GpsEphemeris e;
-  if (prn < 1 || prn > std::numeric_limits<std::uint16_t>::max()) {
-    why = "bad satellite number";
-    return false;
-  }
-  e.svId = static_cast<std::uint16_t>(prn);
+  if (!svIdOf(prn, e.svId, why)) return false;
   if (!(raw.toc >= 0.0)) {
     why = "epoch before the GPS epoch";
     return false;
@@ -505,29 +539,14 @@ bool encodeGps(GpsNavRaw const& raw, int prn, core::GpsEphemeris& eph, std::stri
   if (week < kWeeksPerGpsCycle && tocWeek >= kWeeksPerGpsCycle) {
     week += kWeeksPerGpsCycle * std::round((tocWeek - week) / kWeeksPerGpsCycle);
   }
-  if (!(raw.toe >= 0.0 && raw.toe <= kSecondsPerWeek)) {
-    why = "toe outside the week";
-    return false;
-  }
+  if (!toeInWeek(raw.toe, why)) return false;
   e.toe = support::gpsSecsToGps(week * kSecondsPerWeek + raw.toe);
   e.toc = support::gpsSecsToGps(raw.toc);
   e.uraIndex = static_cast<std::int8_t>(uraIndexFromMetres(raw.accuracy));
   bool const ok =
       whole(raw.iodc, e.iodc, "IODC", why) && whole(raw.health, e.health, "health", why) &&
-      whole(raw.iode, e.iode, "IODE", why) && scaled(raw.sqrtA, kGpsSqrtALsb, e.sqrtA, "sqrtA", why) &&
-      scaled(raw.e, kGpsELsb, e.e, "e", why) && scaled(raw.i0, kSemicircle31Lsb, e.i0, "i0", why) &&
-      scaled(raw.omega0, kSemicircle31Lsb, e.omega0, "OMEGA0", why) &&
-      scaled(raw.omega, kSemicircle31Lsb, e.omega, "omega", why) &&
-      scaled(raw.m0, kSemicircle31Lsb, e.m0, "M0", why) &&
-      scaled(raw.deltaN, kSemicircle43Lsb, e.deltaN, "deltaN", why) &&
-      scaled(raw.omegaDot, kSemicircle43Lsb, e.omegaDot, "OMEGA DOT", why) &&
-      scaled(raw.iDot, kSemicircle43Lsb, e.iDot, "IDOT", why) &&
-      scaled(raw.cuc, kGpsHarmonicAngleLsb, e.cuc, "Cuc", why) &&
-      scaled(raw.cus, kGpsHarmonicAngleLsb, e.cus, "Cus", why) &&
-      scaled(raw.crc, kGpsHarmonicRadiusLsb, e.crc, "Crc", why) &&
-      scaled(raw.crs, kGpsHarmonicRadiusLsb, e.crs, "Crs", why) &&
-      scaled(raw.cic, kGpsHarmonicAngleLsb, e.cic, "Cic", why) &&
-      scaled(raw.cis, kGpsHarmonicAngleLsb, e.cis, "Cis", why) &&
+      whole(raw.iode, e.iode, "IODE", why) &&
+      scaledOrbit(raw, kGpsHarmonicAngleLsb, kGpsHarmonicRadiusLsb, e, why) &&
       scaled(raw.af0, kGpsAf0Lsb, e.af0, "af0", why) && scaled(raw.af1, kGpsAf1Lsb, e.af1, "af1", why) &&
       scaled(raw.af2, kGpsAf2Lsb, e.af2, "af2", why) && scaled(raw.tgd, kGpsTgdLsb, e.tgd, "TGD", why);
   if (!ok) return false;
@@ -538,11 +557,7 @@ bool encodeGps(GpsNavRaw const& raw, int prn, core::GpsEphemeris& eph, std::stri
 bool encodeBeidou(BeidouNavRaw const& raw, int prn, core::BeidouEphemeris& eph, std::string& why) {
   using namespace detail;
   core::BeidouEphemeris e;
-  if (prn < 1 || prn > std::numeric_limits<std::uint16_t>::max()) {
-    why = "bad satellite number";
-    return false;
-  }
-  e.svId = static_cast<std::uint16_t>(prn);
+  if (!svIdOf(prn, e.svId, why)) return false;
   double const tocBdt = raw.toc - kBdtEpochInGpsSeconds;
   if (!(tocBdt >= 0.0)) {
     why = "epoch before the BeiDou epoch";
@@ -550,33 +565,17 @@ bool encodeBeidou(BeidouNavRaw const& raw, int prn, core::BeidouEphemeris& eph, 
   }
   double week = 0;
   if (!weekOf(raw.week, week, why)) return false;
-  if (!(raw.toe >= 0.0 && raw.toe <= kSecondsPerWeek)) {
-    why = "toe outside the week";
-    return false;
-  }
+  if (!toeInWeek(raw.toe, why)) return false;
   e.toe = support::secsToBeidou(week * kSecondsPerWeek + raw.toe);
   e.toc = support::secsToBeidou(tocBdt);
   e.uraIndex = static_cast<std::int8_t>(uraIndexFromMetres(raw.accuracy));
-  bool const ok =
-      whole(raw.aodc, e.aodc, "AODC", why) && whole(raw.aodc, e.iodc, "AODC", why) &&
-      whole(raw.satH1, e.health, "SatH1", why) && whole(raw.aode, e.aode, "AODE", why) &&
-      scaled(raw.sqrtA, kGpsSqrtALsb, e.sqrtA, "sqrtA", why) && scaled(raw.e, kGpsELsb, e.e, "e", why) &&
-      scaled(raw.i0, kSemicircle31Lsb, e.i0, "i0", why) &&
-      scaled(raw.omega0, kSemicircle31Lsb, e.omega0, "OMEGA0", why) &&
-      scaled(raw.omega, kSemicircle31Lsb, e.omega, "omega", why) &&
-      scaled(raw.m0, kSemicircle31Lsb, e.m0, "M0", why) &&
-      scaled(raw.deltaN, kSemicircle43Lsb, e.deltaN, "deltaN", why) &&
-      scaled(raw.omegaDot, kSemicircle43Lsb, e.omegaDot, "OMEGA DOT", why) &&
-      scaled(raw.iDot, kSemicircle43Lsb, e.iDot, "IDOT", why) &&
-      scaled(raw.cuc, kBdsHarmonicAngleLsb, e.cuc, "Cuc", why) &&
-      scaled(raw.cus, kBdsHarmonicAngleLsb, e.cus, "Cus", why) &&
-      scaled(raw.crc, kBdsHarmonicRadiusLsb, e.crc, "Crc", why) &&
-      scaled(raw.crs, kBdsHarmonicRadiusLsb, e.crs, "Crs", why) &&
-      scaled(raw.cic, kBdsHarmonicAngleLsb, e.cic, "Cic", why) &&
-      scaled(raw.cis, kBdsHarmonicAngleLsb, e.cis, "Cis", why) &&
-      scaled(raw.a0, kBdsA0Lsb, e.a0, "a0", why) && scaled(raw.a1, kBdsA1Lsb, e.a1, "a1", why) &&
-      scaled(raw.a2, kBdsA2Lsb, e.a2, "a2", why) && scaled(raw.tgd1, kBdsTgdLsb, e.tgd1, "TGD1", why) &&
-      scaled(raw.tgd2, kBdsTgdLsb, e.tgd2, "TGD2", why);
+  bool const ok = whole(raw.aodc, e.aodc, "AODC", why) && whole(raw.aodc, e.iodc, "AODC", why) &&
+                  whole(raw.satH1, e.health, "SatH1", why) && whole(raw.aode, e.aode, "AODE", why) &&
+                  scaledOrbit(raw, kBdsHarmonicAngleLsb, kBdsHarmonicRadiusLsb, e, why) &&
+                  scaled(raw.a0, kBdsA0Lsb, e.a0, "a0", why) && scaled(raw.a1, kBdsA1Lsb, e.a1, "a1", why) &&
+                  scaled(raw.a2, kBdsA2Lsb, e.a2, "a2", why) &&
+                  scaled(raw.tgd1, kBdsTgdLsb, e.tgd1, "TGD1", why) &&
+                  scaled(raw.tgd2, kBdsTgdLsb, e.tgd2, "TGD2", why);
   if (!ok) return false;
   eph = e;
   return true;
@@ -585,11 +584,7 @@ bool encodeBeidou(BeidouNavRaw const& raw, int prn, core::BeidouEphemeris& eph, 
 bool encodeGlonass(GlonassNavRaw const& raw, int slot, core::GlonassEphemeris& eph, std::string& why) {
   using namespace detail;
   core::GlonassEphemeris e;
-  if (slot < 1 || slot > std::numeric_limits<std::uint16_t>::max()) {
-    why = "bad satellite number";
-    return false;
-  }
-  e.svId = static_cast<std::uint16_t>(slot);
+  if (!svIdOf(slot, e.svId, why)) return false;
   if (!validCalendar(raw.tocCalendar) || !glonassTocFromUtc(raw.tocCalendar, e.time)) {
     why = "epoch before the GLONASS epoch";
     return false;

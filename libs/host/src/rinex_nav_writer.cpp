@@ -74,6 +74,39 @@ std::string fitEndComment(double gpsSeconds) {
                 std::round(c.second * 1000.0) / 1000.0);
 }
 
+// The orbit values of a GPS LNAV or BeiDou D1/D2 record, sqrtA to Cis and toe;
+// the harmonic corrections differ only in their LSBs.
+template <class Record, class Raw>
+void decodeOrbit(Record const& e, double angleLsb, double radiusLsb, Raw& r) {
+  using namespace detail;
+  r.sqrtA = e.sqrtA * kGpsSqrtALsb;
+  r.e = e.e * kGpsELsb;
+  r.i0 = e.i0 * kSemicircle31Lsb;
+  r.omega0 = e.omega0 * kSemicircle31Lsb;
+  r.omega = e.omega * kSemicircle31Lsb;
+  r.m0 = e.m0 * kSemicircle31Lsb;
+  r.deltaN = e.deltaN * kSemicircle43Lsb;
+  r.omegaDot = e.omegaDot * kSemicircle43Lsb;
+  r.iDot = e.iDot * kSemicircle43Lsb;
+  r.cuc = e.cuc * angleLsb;
+  r.cus = e.cus * angleLsb;
+  r.crc = e.crc * radiusLsb;
+  r.crs = e.crs * radiusLsb;
+  r.cic = e.cic * angleLsb;
+  r.cis = e.cis * angleLsb;
+  r.toe = e.toe.third;
+  r.accuracy = uraMetres(e.uraIndex);
+  r.transmissionTime = e.toe.third;
+}
+
+// Broadcast orbits 1-5, alike in both records but for the issue of data (IODE or AODE) in front.
+template <class Raw>
+std::string orbitLines(Raw const& r, double issue) {
+  return valuesLine({issue, r.crs, r.deltaN, r.m0}) + valuesLine({r.cuc, r.e, r.cus, r.sqrtA}) +
+         valuesLine({r.toe, r.cic, r.omega0, r.cis}) + valuesLine({r.i0, r.crc, r.omega, r.omegaDot}) +
+         valuesLine({r.iDot, 0.0, r.week, 0.0});
+}
+
 }  // namespace
 
 GpsNavRaw decodeGps(core::GpsEphemeris const& e) {
@@ -85,28 +118,11 @@ GpsNavRaw decodeGps(core::GpsEphemeris const& e) {
   r.af1 = e.af1 * kGpsAf1Lsb;
   r.af2 = e.af2 * kGpsAf2Lsb;
   r.iode = e.iode;
-  r.crs = e.crs * kGpsHarmonicRadiusLsb;
-  r.deltaN = e.deltaN * kSemicircle43Lsb;
-  r.m0 = e.m0 * kSemicircle31Lsb;
-  r.cuc = e.cuc * kGpsHarmonicAngleLsb;
-  r.e = e.e * kGpsELsb;
-  r.cus = e.cus * kGpsHarmonicAngleLsb;
-  r.sqrtA = e.sqrtA * kGpsSqrtALsb;
-  r.toe = e.toe.third;
-  r.cic = e.cic * kGpsHarmonicAngleLsb;
-  r.omega0 = e.omega0 * kSemicircle31Lsb;
-  r.cis = e.cis * kGpsHarmonicAngleLsb;
-  r.i0 = e.i0 * kSemicircle31Lsb;
-  r.crc = e.crc * kGpsHarmonicRadiusLsb;
-  r.omega = e.omega * kSemicircle31Lsb;
-  r.omegaDot = e.omegaDot * kSemicircle43Lsb;
-  r.iDot = e.iDot * kSemicircle43Lsb;
+  decodeOrbit(e, kGpsHarmonicAngleLsb, kGpsHarmonicRadiusLsb, r);
   r.week = static_cast<double>(e.toe.first) * kWeeksPerGpsCycle + e.toe.second;
-  r.accuracy = uraMetres(e.uraIndex);
   r.health = e.health;
   r.tgd = e.tgd * kGpsTgdLsb;
   r.iodc = e.iodc;
-  r.transmissionTime = e.toe.third;
   return r;
 }
 
@@ -120,29 +136,12 @@ BeidouNavRaw decodeBeidou(core::BeidouEphemeris const& e) {
   r.a1 = e.a1 * kBdsA1Lsb;
   r.a2 = e.a2 * kBdsA2Lsb;
   r.aode = e.aode;
-  r.crs = e.crs * kBdsHarmonicRadiusLsb;
-  r.deltaN = e.deltaN * kSemicircle43Lsb;
-  r.m0 = e.m0 * kSemicircle31Lsb;
-  r.cuc = e.cuc * kBdsHarmonicAngleLsb;
-  r.e = e.e * kGpsELsb;
-  r.cus = e.cus * kBdsHarmonicAngleLsb;
-  r.sqrtA = e.sqrtA * kGpsSqrtALsb;
-  r.toe = e.toe.third;
-  r.cic = e.cic * kBdsHarmonicAngleLsb;
-  r.omega0 = e.omega0 * kSemicircle31Lsb;
-  r.cis = e.cis * kBdsHarmonicAngleLsb;
-  r.i0 = e.i0 * kSemicircle31Lsb;
-  r.crc = e.crc * kBdsHarmonicRadiusLsb;
-  r.omega = e.omega * kSemicircle31Lsb;
-  r.omegaDot = e.omegaDot * kSemicircle43Lsb;
-  r.iDot = e.iDot * kSemicircle43Lsb;
+  decodeOrbit(e, kBdsHarmonicAngleLsb, kBdsHarmonicRadiusLsb, r);
   r.week = static_cast<double>(e.toe.first) * (support::BEIDOU_CYCLE_SECONDS / support::SECONDS_PER_WEEK) +
            e.toe.second;
-  r.accuracy = uraMetres(e.uraIndex);
   r.satH1 = e.health;
   r.tgd1 = e.tgd1 * kBdsTgdLsb;
   r.tgd2 = e.tgd2 * kBdsTgdLsb;
-  r.transmissionTime = e.toe.third;
   r.aodc = e.aodc;
   return r;
 }
@@ -165,23 +164,13 @@ std::string formatRinexNav(NavWriteOptions const& options, std::vector<core::Gps
 
   for (core::GpsEphemeris const& e : gps) {
     GpsNavRaw const r = decodeGps(e);
-    out += epochLine('G', e.svId, r.tocCalendar, r.af0, r.af1, r.af2);
-    out += valuesLine({r.iode, r.crs, r.deltaN, r.m0});
-    out += valuesLine({r.cuc, r.e, r.cus, r.sqrtA});
-    out += valuesLine({r.toe, r.cic, r.omega0, r.cis});
-    out += valuesLine({r.i0, r.crc, r.omega, r.omegaDot});
-    out += valuesLine({r.iDot, 0.0, r.week, 0.0});
+    out += epochLine('G', e.svId, r.tocCalendar, r.af0, r.af1, r.af2) + orbitLines(r, r.iode);
     out += valuesLine({r.accuracy, r.health, r.tgd, r.iodc});
     out += valuesLine({r.transmissionTime, options.gpsFitIntervalHours});
   }
   for (core::BeidouEphemeris const& e : beidou) {
     BeidouNavRaw const r = decodeBeidou(e);
-    out += epochLine('C', e.svId, r.tocCalendar, r.a0, r.a1, r.a2);
-    out += valuesLine({r.aode, r.crs, r.deltaN, r.m0});
-    out += valuesLine({r.cuc, r.e, r.cus, r.sqrtA});
-    out += valuesLine({r.toe, r.cic, r.omega0, r.cis});
-    out += valuesLine({r.i0, r.crc, r.omega, r.omegaDot});
-    out += valuesLine({r.iDot, 0.0, r.week, 0.0});
+    out += epochLine('C', e.svId, r.tocCalendar, r.a0, r.a1, r.a2) + orbitLines(r, r.aode);
     out += valuesLine({r.accuracy, r.satH1, r.tgd1, r.tgd2});
     out += valuesLine({r.transmissionTime, r.aodc});
   }

@@ -1,7 +1,7 @@
 #include "zarn/support/time_conversion.hpp"
 
-#include <cstddef>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 
 #include "zarn/support/log.hpp"
@@ -86,11 +86,33 @@ Toc splitWeeks(double t, double cycle) {
   return toc;
 }
 
+// Continuous seconds of a week-counting Toc (cycle, week, seconds of week).
+double weekTocToSecs(Toc const& toc, double cycleSeconds) {
+  return static_cast<double>(toc.second) * SECONDS_PER_WEEK + static_cast<double>(toc.first) * cycleSeconds +
+         toc.third;
+}
+
+unsigned weekTocToSlp(Toc const& toc, std::uint32_t weeksPerCycle) {
+  std::uint32_t const days =
+      DAYS_PER_WEEK * (toc.second + weeksPerCycle * toc.first) + toc.third / SECONDS_PER_DAY;
+  return packSlp(days, toc.third % SECONDS_PER_DAY);
+}
+
+// The SLP day count holds at most 2^15 days, fewer than a BeiDou cycle of weeks.
+Toc slpToWeekToc(unsigned word, std::uint32_t weeksPerCycle) {
+  std::uint32_t const days = word >> SLP_DAY_SHIFT;
+  std::uint32_t const week = days / DAYS_PER_WEEK;
+  Toc toc;
+  toc.first = week / weeksPerCycle;
+  toc.second = week % weeksPerCycle;
+  toc.third = (word & SLP_SECONDS_MASK) + (days % DAYS_PER_WEEK) * SECONDS_PER_DAY;
+  return toc;
+}
+
 }  // namespace
 
 double gpsToGpsSecs(Toc const& toc) {
-  return static_cast<double>(toc.second) * SECONDS_PER_WEEK +
-         static_cast<double>(toc.first) * GPS_CYCLE_SECONDS + toc.third;
+  return weekTocToSecs(toc, GPS_CYCLE_SECONDS);
 }
 
 Toc gpsSecsToGps(double t) {
@@ -99,24 +121,15 @@ Toc gpsSecsToGps(double t) {
 }
 
 unsigned gpsToSlp(Toc const& toc) {
-  std::uint32_t const days =
-      DAYS_PER_WEEK * (toc.second + GPS_WEEKS_PER_CYCLE * toc.first) + toc.third / SECONDS_PER_DAY;
-  return packSlp(days, toc.third % SECONDS_PER_DAY);
+  return weekTocToSlp(toc, GPS_WEEKS_PER_CYCLE);
 }
 
 Toc slpToGps(unsigned word) {
-  std::uint32_t const days = word >> SLP_DAY_SHIFT;
-  std::uint32_t const week = days / DAYS_PER_WEEK;
-  Toc toc;
-  toc.first = week / GPS_WEEKS_PER_CYCLE;
-  toc.second = week % GPS_WEEKS_PER_CYCLE;
-  toc.third = (word & SLP_SECONDS_MASK) + (days % DAYS_PER_WEEK) * SECONDS_PER_DAY;
-  return toc;
+  return slpToWeekToc(word, GPS_WEEKS_PER_CYCLE);
 }
 
 double beidouToSecs(Toc const& toc) {
-  return static_cast<double>(toc.second) * SECONDS_PER_WEEK +
-         static_cast<double>(toc.first) * static_cast<double>(BEIDOU_CYCLE_SECONDS) + toc.third;
+  return weekTocToSecs(toc, static_cast<double>(BEIDOU_CYCLE_SECONDS));
 }
 
 Toc secsToBeidou(double t) {
@@ -133,17 +146,11 @@ double gpsSecsToBeidouSecs(double t) {
 }
 
 unsigned beidouToSlp(Toc const& toc) {
-  std::uint32_t const days =
-      DAYS_PER_WEEK * (toc.second + BEIDOU_WEEKS_PER_CYCLE * toc.first) + toc.third / SECONDS_PER_DAY;
-  return packSlp(days, toc.third % SECONDS_PER_DAY);
+  return weekTocToSlp(toc, BEIDOU_WEEKS_PER_CYCLE);
 }
 
 Toc slpToBeidou(unsigned word) {
-  std::uint32_t const days = word >> SLP_DAY_SHIFT;
-  Toc toc;
-  toc.second = days / DAYS_PER_WEEK;
-  toc.third = (word & SLP_SECONDS_MASK) + (days % DAYS_PER_WEEK) * SECONDS_PER_DAY;
-  return toc;
+  return slpToWeekToc(word, BEIDOU_WEEKS_PER_CYCLE);
 }
 
 double glonassToSecs(Toc const& toc) {

@@ -22,10 +22,9 @@ char const tag[] = "Validation";
 constexpr unsigned keplerSize = 17;
 constexpr unsigned toeIndex = 15;
 constexpr unsigned weekIndex = 16;
-constexpr std::int64_t gpsToeStep = 16;      // s, LSB of the LNAV toe field
-constexpr std::int64_t beidouToeStep = 8;    // s, LSB of the D1/D2 toe field
-constexpr std::int64_t gpsToeSteps = 37800;  // toe steps per week
-constexpr std::int64_t beidouToeSteps = 75600;
+constexpr std::int64_t gpsToeStep = 16;    // s, LSB of the LNAV toe field
+constexpr std::int64_t beidouToeStep = 8;  // s, LSB of the D1/D2 toe field
+constexpr std::int64_t secondsPerWeek = 604800;
 constexpr unsigned weeksPerGpsCycle = 1024;
 // Earth rate for making an Earth-fixed velocity inertial: the rate of Greenwich
 // sidereal time (rotation plus precession in right ascension, Vallado 2013 3.5),
@@ -39,77 +38,52 @@ struct Field {
   std::int64_t max;
 };
 
-constexpr std::int64_t u32Max = 4294967295LL;
-constexpr std::int64_t s32Min = -2147483648LL;
-constexpr std::int64_t s32Max = 2147483647LL;
-constexpr std::int64_t s16Min = -32768;
-constexpr std::int64_t s16Max = 32767;
-constexpr std::int64_t s14Min = -8192;
-constexpr std::int64_t s14Max = 8191;
-constexpr std::int64_t s24Min = -8388608;
-constexpr std::int64_t s24Max = 8388607;
-constexpr std::int64_t s18Min = -131072;
-constexpr std::int64_t s18Max = 131071;
-constexpr std::int64_t s27Min = -67108864;
-constexpr std::int64_t s27Max = 67108863;
-constexpr std::int64_t s22Min = -2097152;
-constexpr std::int64_t s22Max = 2097151;
-constexpr std::int64_t s11Min = -1024;
-constexpr std::int64_t s11Max = 1023;
-constexpr std::int64_t s5Min = -16;
-constexpr std::int64_t s5Max = 15;
+// A two's-complement or an unsigned field of `bits` bits.
+constexpr Field signedField(char const* name, double lsb, int bits) {
+  return {name, lsb, -(std::int64_t{1} << (bits - 1)), (std::int64_t{1} << (bits - 1)) - 1};
+}
+constexpr Field unsignedField(char const* name, double lsb, int bits) {
+  return {name, lsb, 0, (std::int64_t{1} << bits) - 1};
+}
 
 namespace bc = broadcast;
 
-// Kepler elements 0-14 in index order; the harmonic rows differ per constellation.
-Field const gpsFields[] = {
-    {"sqrtA", bc::sqrtA, 0, u32Max},
-    {"eccentricity", bc::eccentricity, 0, u32Max},
-    {"i0", bc::angle, s32Min, s32Max},
-    {"omega0", bc::angle, s32Min, s32Max},
-    {"omega", bc::angle, s32Min, s32Max},
-    {"m0", bc::angle, s32Min, s32Max},
-    {"deltaN", bc::rate, s16Min, s16Max},
-    {"iDot", bc::rate, s14Min, s14Max},
-    {"omegaDot", bc::rate, s24Min, s24Max},
-    {"cuc", bc::gpsHarmonicAngle, s16Min, s16Max},
-    {"cus", bc::gpsHarmonicAngle, s16Min, s16Max},
-    {"crc", bc::gpsHarmonicRadius, s16Min, s16Max},
-    {"crs", bc::gpsHarmonicRadius, s16Min, s16Max},
-    {"cic", bc::gpsHarmonicAngle, s16Min, s16Max},
-    {"cis", bc::gpsHarmonicAngle, s16Min, s16Max},
+// Kepler elements 0-8, alike in GPS LNAV and BeiDou D1/D2.
+constexpr Field keplerFields[] = {
+    unsignedField("sqrtA", bc::sqrtA, 32), unsignedField("eccentricity", bc::eccentricity, 32),
+    signedField("i0", bc::angle, 32),      signedField("omega0", bc::angle, 32),
+    signedField("omega", bc::angle, 32),   signedField("m0", bc::angle, 32),
+    signedField("deltaN", bc::rate, 16),   signedField("iDot", bc::rate, 14),
+    signedField("omegaDot", bc::rate, 24),
 };
 
-Field const beidouFields[] = {
-    {"sqrtA", bc::sqrtA, 0, u32Max},
-    {"eccentricity", bc::eccentricity, 0, u32Max},
-    {"i0", bc::angle, s32Min, s32Max},
-    {"omega0", bc::angle, s32Min, s32Max},
-    {"omega", bc::angle, s32Min, s32Max},
-    {"m0", bc::angle, s32Min, s32Max},
-    {"deltaN", bc::rate, s16Min, s16Max},
-    {"iDot", bc::rate, s14Min, s14Max},
-    {"omegaDot", bc::rate, s24Min, s24Max},
-    {"cuc", bc::beidouHarmonicAngle, s18Min, s18Max},
-    {"cus", bc::beidouHarmonicAngle, s18Min, s18Max},
-    {"crc", bc::beidouHarmonicRadius, s18Min, s18Max},
-    {"crs", bc::beidouHarmonicRadius, s18Min, s18Max},
-    {"cic", bc::beidouHarmonicAngle, s18Min, s18Max},
-    {"cis", bc::beidouHarmonicAngle, s18Min, s18Max},
+// Elements 9-14, the harmonic corrections: 16-bit in LNAV, 18-bit in D1/D2.
+struct Harmonics {
+  double angleLsb, radiusLsb;
+  int bits;
+};
+constexpr Harmonics gpsHarmonics{bc::gpsHarmonicAngle, bc::gpsHarmonicRadius, 16};
+constexpr Harmonics beidouHarmonics{bc::beidouHarmonicAngle, bc::beidouHarmonicRadius, 18};
+
+Field keplerField(unsigned k, Harmonics const& h) {
+  if (k < 9) return keplerFields[k];
+  char const* const names[] = {"cuc", "cus", "crc", "crs", "cic", "cis"};
+  bool const radius = k == 11 || k == 12;
+  return signedField(names[k - 9], radius ? h.radiusLsb : h.angleLsb, h.bits);
+}
+
+constexpr Field glonassClockFields[] = {
+    signedField("tau", bc::glonassTau, 22),
+    signedField("gamma", bc::glonassGamma, 11),
+    signedField("deltaTau", bc::glonassDeltaTau, 5),
 };
 
-Field const glonassClockFields[] = {
-    {"tau", bc::glonassTau, s22Min, s22Max},
-    {"gamma", bc::glonassGamma, s11Min, s11Max},
-    {"deltaTau", bc::glonassDeltaTau, s5Min, s5Max},
-};
-
-Field const glonassStateFields[] = {
-    {"x", bc::glonassPosition, s27Min, s27Max},      {"y", bc::glonassPosition, s27Min, s27Max},
-    {"z", bc::glonassPosition, s27Min, s27Max},      {"xVel", bc::glonassVelocity, s24Min, s24Max},
-    {"yVel", bc::glonassVelocity, s24Min, s24Max},   {"zVel", bc::glonassVelocity, s24Min, s24Max},
-    {"xAcc", bc::glonassAcceleration, s5Min, s5Max}, {"yAcc", bc::glonassAcceleration, s5Min, s5Max},
-    {"zAcc", bc::glonassAcceleration, s5Min, s5Max},
+constexpr Field glonassStateFields[] = {
+    signedField("x", bc::glonassPosition, 27),       signedField("y", bc::glonassPosition, 27),
+    signedField("z", bc::glonassPosition, 27),       signedField("xVel", bc::glonassVelocity, 24),
+    signedField("yVel", bc::glonassVelocity, 24),    signedField("zVel", bc::glonassVelocity, 24),
+    signedField("xAcc", bc::glonassAcceleration, 5), signedField("yAcc", bc::glonassAcceleration, 5),
+    signedField("zAcc", bc::glonassAcceleration, 5),
 };
 
 // The transmitted integer: value / lsb rounded half away from zero. Values
@@ -232,54 +206,53 @@ bool validCoordinates(Vec const& rSat, Vec const& vSat, bool ecef, Bounds const&
 
 }  // namespace
 
-bool validGpsEphemeris(Vec const& kepler) {
+namespace {
+
+// Size, field ranges and reference time of a 17-element Kepler vector, logged
+// under `function`. `toeOf` gives the record's seconds of week, a multiple of `toeStep`.
+bool validKepler(Vec const& kepler, char const* function, Harmonics const& harmonics,
+                 int (*toeOf)(Vec const&), std::int64_t toeStep) {
   if (kepler.size() != keplerSize) {
-    log::printFormatted(log::ERROR, tag, "validGpsEphemeris: invalid number of keplerian elements: %s",
+    log::printFormatted(log::ERROR, tag, "%s: invalid number of keplerian elements: %s", function,
                         format(kepler, 6).c_str());
     return false;
   }
+  std::string const prefix = std::string(function) + ": keplerian element out of range";
   bool ok = true;
-  for (unsigned k = 0; k < 15; ++k) {
-    ok = inRange(gpsFields[k], kepler(k), "validGpsEphemeris: keplerian element out of range") && ok;
-  }
-  int const toe = truncatedInt(kepler(toeIndex));
-  if (toe % gpsToeStep != 0) {
-    log::printFormatted(log::ERROR, tag, "validGpsEphemeris: invalid toe %d (not multiple of 16)", toe);
+  for (unsigned k = 0; k < 15; ++k) ok = inRange(keplerField(k, harmonics), kepler(k), prefix.c_str()) && ok;
+  int const toe = toeOf(kepler);
+  if (toe % toeStep != 0) {
+    log::printFormatted(log::ERROR, tag, "%s: invalid toe %d (not multiple of %d)", function, toe,
+                        static_cast<int>(toeStep));
     ok = false;
   }
-  std::int64_t const step = toe / gpsToeStep;
-  if (step < 0 || step >= gpsToeSteps) {
-    log::printFormatted(log::ERROR, tag, "validGpsEphemeris: invalid keplerian element toe=%d", toe);
+  std::int64_t const step = toe / toeStep;
+  if (step < 0 || step >= secondsPerWeek / toeStep) {
+    log::printFormatted(log::ERROR, tag, "%s: invalid keplerian element toe=%d", function, toe);
     return false;
   }
   return ok;
 }
 
-bool validBeidouEphemeris(Vec const& kepler) {
-  if (kepler.size() != keplerSize) {
-    log::printFormatted(log::ERROR, tag, "validBeidouEphemeris: invalid number of keplerian elements: %s",
-                        format(kepler, 6).c_str());
-    return false;
-  }
-  bool ok = true;
-  for (unsigned k = 0; k < 15; ++k) {
-    ok = inRange(beidouFields[k], kepler(k), "validBeidouEphemeris: keplerian element out of range") && ok;
-  }
-  // The reference time arrives on the GPS scale; the field is BeiDou seconds of week.
+int gpsToe(Vec const& kepler) {
+  return truncatedInt(kepler(toeIndex));
+}
+
+// The reference time arrives on the GPS scale; the field is BeiDou seconds of week.
+int beidouToe(Vec const& kepler) {
   std::uint32_t const week = truncatedUint(kepler(weekIndex));
   core::Toc const gpsToe{week / weeksPerGpsCycle, week % weeksPerGpsCycle, truncatedUint(kepler(toeIndex))};
-  core::Toc const beidouToe = secsToBeidou(gpsSecsToBeidouSecs(gpsToGpsSecs(gpsToe)));
-  int const toe = static_cast<int>(beidouToe.third);
-  if (toe % beidouToeStep != 0) {
-    log::printFormatted(log::ERROR, tag, "validBeidouEphemeris: invalid toe %d (not multiple of 8)", toe);
-    ok = false;
-  }
-  std::int64_t const step = toe / beidouToeStep;
-  if (step < 0 || step >= beidouToeSteps) {
-    log::printFormatted(log::ERROR, tag, "validBeidouEphemeris: invalid keplerian element toe=%d", toe);
-    return false;
-  }
-  return ok;
+  return static_cast<int>(secsToBeidou(gpsSecsToBeidouSecs(gpsToGpsSecs(gpsToe))).third);
+}
+
+}  // namespace
+
+bool validGpsEphemeris(Vec const& kepler) {
+  return validKepler(kepler, "validGpsEphemeris", gpsHarmonics, gpsToe, gpsToeStep);
+}
+
+bool validBeidouEphemeris(Vec const& kepler) {
+  return validKepler(kepler, "validBeidouEphemeris", beidouHarmonics, beidouToe, beidouToeStep);
 }
 
 bool validGlonassEphemeris(double tau, double gamma, double deltaTau) {
