@@ -160,8 +160,8 @@ void BM_PipelineStageFitAndEncode7Days(benchmark::State& state) {
       double const t = toe - (n / 2 - 1) * o.sampleStep + i * o.sampleStep;
       std::size_t const col = static_cast<std::size_t>((t - stages.start()) / o.sampleStep) - 1;
       zs::Vec r(3), v(3);
-      zs::toEcef(boost::numeric::ublas::column(R, col), boost::numeric::ublas::column(V, col), t, frame.tRef, model.getEopInfo().eop,
-                 frame.ut1MinusUtc, leap, r, v);
+      zs::toEcef(boost::numeric::ublas::column(R, col), boost::numeric::ublas::column(V, col), t, frame.tRef,
+                 model.getEopInfo().eop, frame.ut1MinusUtc, leap, r, v);
       boost::numeric::ublas::column(wr, static_cast<std::size_t>(i)) =
           zs::addApcOffset(r, model.getAssistanceData().antPhase, t, leap);
       boost::numeric::ublas::column(wv, static_cast<std::size_t>(i)) = v;

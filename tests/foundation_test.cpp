@@ -33,7 +33,9 @@ TEST(Log, LevelsMapToAndroidPriorities) {
 
 namespace {
 int const failLine = __LINE__ + 1;
-void fail() { ZARN_THROW(std::invalid_argument("demo: invalid size r")); }
+void fail() {
+  ZARN_THROW(std::invalid_argument("demo: invalid size r"));
+}
 }  // namespace
 
 TEST(FatalPathDeathTest, LogsExpressionRepoPathAndLineThenAborts) {

@@ -99,9 +99,15 @@ TEST(Math, DeterminantOfPermutationAndTriangularMatrices) {
 
 TEST(Math, ZeroPivotGivesZeroDeterminantButNoThresholdOtherwise) {
   Mat s(3, 3);
-  s(0, 0) = 1; s(0, 1) = 2; s(0, 2) = 3;
-  s(1, 0) = 2; s(1, 1) = 4; s(1, 2) = 6;
-  s(2, 0) = 0; s(2, 1) = 1; s(2, 2) = 1;
+  s(0, 0) = 1;
+  s(0, 1) = 2;
+  s(0, 2) = 3;
+  s(1, 0) = 2;
+  s(1, 1) = 4;
+  s(1, 2) = 6;
+  s(2, 0) = 0;
+  s(2, 1) = 1;
+  s(2, 2) = 1;
   EXPECT_EQ(zs::determinant(s), 0.0);
   Mat near = ublas::identity_matrix<double>(3);
   near(2, 2) = 1e-300;
@@ -183,7 +189,7 @@ TEST(MathDeathTest, FatalCasesAbortWithTheirTexts) {
   EXPECT_DEATH(zs::vectorToMatrix(Vec(5), 2, 3, true),
                zarn::test::fatalPattern(text("MATRIX_AND_VECTOR_DIMENSIONS_MISMATCH"), path));
   double const c[2] = {1.0, 2.0};
-  EXPECT_DEATH(zs::prod(rect, c),
-               zarn::test::fatalPattern("std::invalid_argument(\"Matrix and array dimensions do not agree.\")",
-                                        "zarn/support/math.ipp"));
+  EXPECT_DEATH(zs::prod(rect, c), zarn::test::fatalPattern(
+                                      "std::invalid_argument(\"Matrix and array dimensions do not agree.\")",
+                                      "zarn/support/math.ipp"));
 }

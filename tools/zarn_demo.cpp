@@ -22,11 +22,13 @@ void showTime(double gpsSeconds, std::vector<zs::LeapInfo> const& leaps) {
   zc::Toc const bds = zs::secsToBeidou(zs::gpsSecsToBeidouSecs(gpsSeconds));
   zc::Toc const glo = zs::gpsToGlonass(gps, leaps);
   zs::Mjd const mjd = zs::gpsSecsToMJD(gpsSeconds);
-  std::printf("GPS seconds       %.0f (GPS-UTC %d s)\n", gpsSeconds, zs::leapSeconds(gpsSeconds, true, leaps));
+  std::printf("GPS seconds       %.0f (GPS-UTC %d s)\n", gpsSeconds,
+              zs::leapSeconds(gpsSeconds, true, leaps));
   std::printf("GPS Toc           cycle %u, week %u, %u s of week (full week %u)\n", gps.first, gps.second,
               gps.third, gps.first * 1024 + gps.second);
   std::printf("BeiDou Toc        week %u, %u s of week\n", bds.second, bds.third);
-  std::printf("GLONASS Toc       period %u, day %u, %u s of day (Moscow)\n", glo.first, glo.second, glo.third);
+  std::printf("GLONASS Toc       period %u, day %u, %u s of day (Moscow)\n", glo.first, glo.second,
+              glo.third);
   std::printf("MJD               %u + %.6f\n", mjd.day, mjd.fraction);
 }
 
@@ -66,7 +68,8 @@ int main() {
   bool const decoded = zs::deserialize(opened, index, back);
   int position = static_cast<int>(index);
   std::uint32_t const crcBack = zs::getUint32(opened, position);
-  bool const intact = decoded && crcBack == zs::computeCrc32(opened.data(), opened.data() + index) && back == data;
+  bool const intact =
+      decoded && crcBack == zs::computeCrc32(opened.data(), opened.data() + index) && back == data;
   std::printf("record            %s svId %u, %zu outage(s)\n", zs::toString(data.gnssType).c_str(), data.svId,
               data.outages.size());
   std::printf("container         %u bytes of record, CRC-32 %08X, %zu bytes enciphered\n", count, crc,

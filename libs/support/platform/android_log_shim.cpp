@@ -7,13 +7,20 @@ namespace {
 
 char const* priorityName(int prio) {
   switch (prio) {
-    case ANDROID_LOG_VERBOSE: return "VERBOSE";
-    case ANDROID_LOG_DEBUG: return "DEBUG";
-    case ANDROID_LOG_INFO: return "INFO";
-    case ANDROID_LOG_WARN: return "WARN";
-    case ANDROID_LOG_ERROR: return "ERROR";
-    case ANDROID_LOG_FATAL: return "FATAL";
-    default: return "UNKNOWN";
+    case ANDROID_LOG_VERBOSE:
+      return "VERBOSE";
+    case ANDROID_LOG_DEBUG:
+      return "DEBUG";
+    case ANDROID_LOG_INFO:
+      return "INFO";
+    case ANDROID_LOG_WARN:
+      return "WARN";
+    case ANDROID_LOG_ERROR:
+      return "ERROR";
+    case ANDROID_LOG_FATAL:
+      return "FATAL";
+    default:
+      return "UNKNOWN";
   }
 }
 

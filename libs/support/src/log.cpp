@@ -42,11 +42,16 @@ void writeFormatted(int prio, char const* tag, char const* format, ...) {
 
 int priority(Level level) {
   switch (level) {
-    case DEBUG: return ANDROID_LOG_DEBUG;
-    case INFO: return ANDROID_LOG_INFO;
-    case WARNING: return ANDROID_LOG_WARN;
-    case ERROR: return ANDROID_LOG_ERROR;
-    case FATAL: return ANDROID_LOG_FATAL;
+    case DEBUG:
+      return ANDROID_LOG_DEBUG;
+    case INFO:
+      return ANDROID_LOG_INFO;
+    case WARNING:
+      return ANDROID_LOG_WARN;
+    case ERROR:
+      return ANDROID_LOG_ERROR;
+    case FATAL:
+      return ANDROID_LOG_FATAL;
   }
   return ANDROID_LOG_UNKNOWN;
 }

@@ -34,9 +34,13 @@ void mutex::lock() {
   ZARN_THROW(lock_error("Failed to lock mutex."));
 }
 
-bool mutex::try_lock() { return pthread_mutex_trylock(&block_->handle) == 0; }
+bool mutex::try_lock() {
+  return pthread_mutex_trylock(&block_->handle) == 0;
+}
 
-void mutex::unlock() { pthread_mutex_unlock(&block_->handle); }
+void mutex::unlock() {
+  pthread_mutex_unlock(&block_->handle);
+}
 
 }  // namespace utility
 }  // namespace support
