@@ -32,7 +32,7 @@ TEST(Log, LevelsMapToAndroidPriorities) {
 }
 
 namespace {
-int const failLine = __LINE__ + 1;
+int const failLine = __LINE__ + 2;
 void fail() {
   ZARN_THROW(std::invalid_argument("demo: invalid size r"));
 }
