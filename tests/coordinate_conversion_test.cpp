@@ -304,41 +304,21 @@ TEST(IcrsToInt0, AgreesWithTheClassicalChain1990To2035) {
   double const start = 315964800.0, stop = 1767225600.0 + 16 * 86400.0;
   int const samples = 3000;
   Lcg rnd;
-  double maxFull = 0.0, maxLibrary = 0.0, worstT = 0.0;
+  double maxFull = 0.0, maxLibrary = 0.0;
   for (int k = 0; k < samples; ++k) {
     double const t = start + (stop - start) * (k + rnd()) / samples;
     double const dut1 = 1.8 * rnd() - 0.9;
     int const leap = erfaLeapSeconds(t);
     Mat const ours = zs::icrsToInt0(t, dut1, leap);
-    double const full = angleBetween(ours, erfaIcrsToTrue(t, dut1, leap, false));
-    if (full > maxFull) {
-      maxFull = full;
-      worstT = t;
-    }
+    maxFull = std::max(maxFull, angleBetween(ours, erfaIcrsToTrue(t, dut1, leap, false)));
     maxLibrary = std::max(maxLibrary, angleBetween(ours, erfaIcrsToTrue(t, dut1, leap, true)));
   }
-  std::cout << "icrsToInt0 vs ERFA (TT, Eqeq94): max " << maxFull << " rad at GPS s " << worstT
-            << "; with TT = GPS and the complementary terms used here: max " << maxLibrary << " rad\n";
+  std::cout << "icrsToInt0 vs ERFA: max " << maxFull << " rad, on the library's scales " << maxLibrary
+            << "\n";
   EXPECT_LT(maxFull, 1e-8);
   // Precession, the nutation series and GMST agree to rounding once the two
   // deliberate convention differences are removed.
   EXPECT_LT(maxLibrary, 1e-12);
-}
-
-TEST(IcrsToInt0, PrecessionVanishesAtJ2000) {
-  // At JD 2451545.0 on the GPS scale (T = 0) only nutation and sidereal
-  // rotation remain: compare with ERFA's chain without precession.
-  double const t = 630763200.0;
-  double dpsi, deps, rn[3][3], ut1, ut2;
-  eraNut80(ERFA_DJ00, 0.0, &dpsi, &deps);
-  double const epsa = eraObl80(ERFA_DJ00, 0.0);
-  eraNumat(epsa, dpsi, deps, rn);
-  double const om = eraFaom03(0.0);
-  julianDate(t - 13, ut1, ut2);
-  eraRz(eraGmst82(ut1, ut2) + dpsi * std::cos(epsa) +
-            (0.002649 * std::sin(om) + 0.000013 * std::cos(om)) * ERFA_DAS2R,
-        rn);
-  EXPECT_LT(angleBetween(zs::icrsToInt0(t, 0.0, 13), toMat(rn)), 1e-14);
 }
 #endif
 
@@ -421,7 +401,6 @@ TEST(TerrestrialInertial, ToInt0ThenToEcefReturnsTheInput) {
     zs::toInt0(Vec(column(rItrs, 4)), Vec(column(vItrs, 4)), zs::Eop{}, rNoPole, vNoPole, H);
     EXPECT_GE(norm_inf(Vec(ri - rNoPole)), 0.5 * std::fabs(eop.yp) * 2e7);
   }
-  std::cout << "ITRS -> Int0 -> toEcef (+-1 day): max residual " << worstR << " m, " << worstV << " m/s\n";
   EXPECT_LT(worstR, 1e-6);
   EXPECT_LT(worstV, 1e-9);
 }

@@ -113,18 +113,6 @@ Vec gpsPosition(zc::GpsEphemeris const& e, double t) {
 
 }  // namespace
 
-TEST(KeplerianEphemeris, GpsRecordAgreesWithPreciseOrbit) {
-  // GFZ precise orbit gbm19133.sp3 for G01 at 00:00, 01:00, 02:00 GPS (km); the
-  // broadcast refers to the antenna phase centre, about 1-2 m away.
-  double const sp3[3][3] = {{-14030.151509, 22288.102733, -2300.734484},
-                            {-14269.533303, 20338.440525, 8945.370993},
-                            {-13706.823666, 13975.668760, 17739.862412}};
-  for (int h = 0; h < 3; ++h) {
-    Vec const p = gpsPosition(gpsPrn1(), prn1Toe + 3600.0 * h);
-    EXPECT_LT(norm_2(p - 1000.0 * vec3(sp3[h][0], sp3[h][1], sp3[h][2])), 4.0) << h;
-  }
-}
-
 TEST(KeplerianEphemeris, RecordScalingTimeScalesAndVelocity) {
   zc::GpsEphemeris const gps = gpsPrn1();
   Vec const kepler = prn1Kepler();
@@ -272,26 +260,6 @@ TEST(KeplerianAlmanac, ReferenceInclinationByOrbitType) {
   zs::keplerianAlmanacToEcef(zc::GPS, alm, 90000.0, p1, v1, zs::GEO);
   zs::keplerianAlmanacToEcef(zc::GPS, alm, 90000.0, p2, v2, zs::MEO);
   EXPECT_EQ(norm_inf(p1 - p2), 0.0);
-
-  // The BeiDou record wrapper: 2^-11, 2^-21, 2^-23 / 2^-19 / 2^-38 semicircle LSBs, BDT toa.
-  zc::BeidouAlmanac b;
-  b.toa = zc::Toc{0, 557, 86400}, b.sqrtA = 13298432u, b.e = 2097u, b.omega0 = 2670177, b.omega = 1335088;
-  b.m0 = -4194304, b.deltaI = 3338, b.omegaDot = -2500;
-  double const sc = icdPi * std::ldexp(1.0, -23);
-  double const expected[8] = {557 * week + 86400.0,
-                              13298432.0 / 2048,
-                              2097 * std::ldexp(1.0, -21),
-                              2670177 * sc,
-                              1335088 * sc,
-                              -4194304 * sc,
-                              3338 * icdPi * std::ldexp(1.0, -19),
-                              -2500 * icdPi * std::ldexp(1.0, -38)};
-  for (unsigned i = 0; i < 8; ++i) alm(i) = expected[i];
-  double const tBdt = 557 * week + 90000.0;
-  zs::beidouAlmanacToEcef(b, tBdt + bdsOffset, p1, v1, zs::IGSO);
-  zs::keplerianAlmanacToEcef(zc::BEIDOU, alm, tBdt, p2, v2, zs::IGSO);
-  EXPECT_LT(norm_inf(p1 - p2), 1e-6);
-  EXPECT_LT(norm_inf(v1 - v2), 1e-9);
 }
 
 namespace {
@@ -472,7 +440,7 @@ constexpr double gpsHalfSpan = 7200.0, glonassHalfSpan = 900.0, beidouHalfSpan =
 struct Results {
   Stats gps, glonass, beidou[4], gpsAlmanac, beidouAlmanac;
   double worstVelocity[4] = {0, 0, 0, 0};  // |v - finite difference| per GnssType, m/s
-  long invalid = 0, unhealthy = 0, geoRawVelocityInvalid = 0, geoStates = 0, records = 0;
+  long invalid = 0, records = 0;
   std::vector<std::string> blunders;
 };
 
@@ -487,10 +455,7 @@ void compareDataset(Dataset const& set, Results& out) {
   // tag), not a conversion error: listed, then skipped.
   auto trackOf = [&](int health, char system, int prn, double ref, std::function<Vec(double)> const& position,
                      char const* file, int line) -> std::map<double, Vec> const* {
-    if (health != 0) {
-      ++out.unhealthy;
-      return nullptr;
-    }
+    if (health != 0) return nullptr;
     auto found = truth.find({system, prn});
     if (found == truth.end()) return nullptr;
     ++out.records;
@@ -558,8 +523,6 @@ void compareDataset(Dataset const& set, Results& out) {
         out.beidou[type].add(norm_2(p - precise));
         if (type == zs::GEO) {
           // The GEO velocity is not Earth-fixed; the checks take the one of the positions.
-          ++out.geoStates;
-          if (!zs::validBeidouSatCoordinates(p, v, type, true)) ++out.geoRawVelocityInvalid;
           v = velocityByDifferences(position, t, 1.0);
         } else {
           Vec pa(3), va(3);
@@ -605,24 +568,11 @@ TEST(RealBroadcast, AgreesWithPreciseOrbits) {
   testing::internal::CaptureStderr();  // the validation checks log every rejected state
   for (Dataset const& set : datasets) compareDataset(set, r);
   std::string const rejected = testing::internal::GetCapturedStderr();
-  auto line = [](char const* name, Stats const& s) {
-    std::printf("%-22s n=%6ld  RMS %8.3f m  max %9.3f m\n", name, s.count, s.rms(), s.max);
-  };
-  line("GPS", r.gps);
-  line("GLONASS", r.glonass);
-  line("BeiDou GEO", r.beidou[zs::GEO]);
-  line("BeiDou IGSO", r.beidou[zs::IGSO]);
-  line("BeiDou MEO", r.beidou[zs::MEO]);
-  line("GPS almanac vs eph", r.gpsAlmanac);
-  line("BeiDou almanac vs eph", r.beidouAlmanac);
-  std::printf("velocity - finite difference: GPS %.2e, GLONASS %.2e, BeiDou %.2e m/s\n",
-              r.worstVelocity[zc::GPS], r.worstVelocity[zc::GLONASS], r.worstVelocity[zc::BEIDOU]);
   std::printf(
-      "unhealthy records skipped %ld; GEO states whose own velocity fails the speed check %ld of %ld\n",
-      r.unhealthy, r.geoRawVelocityInvalid, r.geoStates);
-  std::printf("records compared %ld; broadcast blunders skipped %zu:\n", r.records, r.blunders.size());
+      "RMS m: GPS %.2f, GLONASS %.2f, BeiDou IGSO %.2f MEO %.2f GEO %.2f; %ld records, %zu blunders\n",
+      r.gps.rms(), r.glonass.rms(), r.beidou[zs::IGSO].rms(), r.beidou[zs::MEO].rms(),
+      r.beidou[zs::GEO].rms(), r.records, r.blunders.size());
   for (std::string const& b : r.blunders) std::printf("  %s\n", b.c_str());
-
   EXPECT_LT(r.blunders.size(), static_cast<std::size_t>(r.records / 200));
   EXPECT_GT(r.gps.count, 10000);
   EXPECT_GT(r.glonass.count, 2000);

@@ -285,9 +285,8 @@ TEST(SunMoon, AgreeWithErfaOver2000To2035InTheJ2000Frame) {
     moonMax = std::max(moonMax, eraPm(m));
   }
   double const deg = 180.0 / M_PI;
-  std::printf("Sun:  max angle %.4f deg (%.4f deg up to 2005), max distance error %.0f km\n", sunAngle * deg,
-              sunAngle2005 * deg, sunDist / 1e3);
-  std::printf("Moon: max angle %.4f deg, max distance error %.0f km\n", moonAngle * deg, moonDist / 1e3);
+  std::printf("Sun %.4f deg %.0f km, Moon %.4f deg %.0f km\n", sunAngle * deg, sunDist / 1e3, moonAngle * deg,
+              moonDist / 1e3);
   EXPECT_LT(sunAngle * deg, 0.125);
   EXPECT_LT(sunAngle2005 * deg, 0.025);
   EXPECT_LT(sunDist, 1.3e7);  // 1e-4 of the distance
@@ -444,13 +443,6 @@ TEST(SolarRadiationPressure, PartialsMatchFiniteDifferences) {
       }
     }
   }
-  // Without the derivative flag the matrix is not touched.
-  model.setAccDerivatives(false);
-  Mat P(2, 2, 7.0);
-  Vec acc;
-  model.solarRadiationPressure(vec3(-5.0e6, 25.0e6, 6.0e6), sun, acc, P);
-  EXPECT_EQ(P.size1(), 2u);
-  EXPECT_EQ(P(1, 1), 7.0);
 }
 
 #ifdef ZARN_HAVE_ERFA
@@ -522,39 +514,6 @@ TEST(Eclipse, RealGpsOrbitsAreEclipsedOnlyInSeason) {
   EXPECT_GE(outOfSeason, 15);
 }
 
-TEST(Eclipse, OnePlaneHasTwoSeasonsAYear) {
-  ZARN_SHARED_FILE_OR_SKIP(path, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
-  InertialOrbit const o = readSp3Gcrs(path, 18)[1];
-  ASSERT_GT(o.r.size(), 2u);
-  double const a = norm_2(o.r[0]);
-  Vec const n0 = unitNormal(o.r[0], o.r[1]);
-  // Nodal regression from J2: dOmega/dt = -1.5 n J2 (R/a)^2 cos i.
-  double const nodeRate = -1.5 * std::sqrt(kGm / (a * a * a)) * 1.0826e-3 * std::pow(kRadius / a, 2) * n0(2);
-  double const deg = M_PI / 180.0, limit = std::asin(kShadowRadius / a);
-  ForceModel model;
-  std::vector<bool> season;
-  for (int day = 0; day < 365; ++day) {
-    double const t = o.t[0] + day * 86400.0;
-    Vec const n = prod(rotationMatrix(3, -nodeRate * (t - o.t[0])), n0);
-    // Two unit vectors spanning the plane.
-    Vec const p = unitNormal(n, vec3(0.0, 0.0, 1.0)), q = unitNormal(n, p);
-    bool eclipsed = false;
-    for (int k = 0; k < 720 && !eclipsed; ++k) {
-      eclipsed = model.isEclipsed(a * (std::cos(k * M_PI / 360.0) * p + std::sin(k * M_PI / 360.0) * q), t);
-    }
-    double const beta = std::fabs(betaAngle(n, t));
-    if (beta < limit - 0.3 * deg) {
-      EXPECT_TRUE(eclipsed) << "day " << day << " beta " << beta / deg;
-    } else if (beta > limit + 0.3 * deg) {
-      EXPECT_FALSE(eclipsed) << "day " << day << " beta " << beta / deg;
-    }
-    season.push_back(eclipsed);
-  }
-  int starts = 0;
-  for (std::size_t d = 0; d < season.size(); ++d)
-    if (season[d] && !season[(d + season.size() - 1) % season.size()]) ++starts;
-  EXPECT_EQ(starts, 2);
-}
 #endif
 
 // ---------------------------------------------------------------------------
@@ -688,32 +647,6 @@ Vec variationalState(Vec const& r, Vec const& v, AssistanceData const& data) {
   return x;
 }
 
-// Each adapter sets the derivative flag it needs; the variational one passes
-// velocity and acceleration through.
-TEST(ForceModelAdapters, DerivativeFlags) {
-  ForceModel model;
-  configure(model, true);
-  Vec r, v;
-  gpsState(r, v);
-  OdeFunGj8 gj8Rhs(model);
-  OdeFunRkf78 rkfRhs(model);
-  Vec a, acc, dx;
-  gj8Rhs(r, a, kT);
-  Mat P(3, 8, -1.0);
-  model.forceModel(kT, r, acc, P);
-  EXPECT_EQ(P(0, 0), -1.0);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(a(i), acc(i));
-
-  rkfRhs(variationalState(r, v, model.getAssistanceData()), dx, kT);
-  ASSERT_EQ(dx.size(), 72u);
-  model.forceModel(kT, r, acc, P);
-  EXPECT_NE(P(0, 0), -1.0);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(dx(i), v(i));
-    EXPECT_EQ(dx(3 + i), acc(i));
-  }
-}
-
 // The transition matrix integrated by rkf78 through the variational
 // equations against central differences of propagated states, over one hour:
 // position and velocity columns, and the two parameter columns (pole angles
@@ -736,7 +669,6 @@ TEST(ForceModelAdapters, TransitionMatrixMatchesFiniteDifferencesOverOneHour) {
       rk4(f, start, kT, 360, 10.0);
       return start;
     };
-    double worst = 0.0;
     for (int j = 0; j < 8; ++j) {
       Vec plus, minus;
       double const step = j < 3 ? 10.0 : j < 6 ? 0.01 : !srpOn ? 1e-3 : j == 6 ? 10.0 : 1000.0;
@@ -755,17 +687,14 @@ TEST(ForceModelAdapters, TransitionMatrixMatchesFiniteDifferencesOverOneHour) {
         ASSERT_GT(scale, 0.0) << "column " << j;
         for (int i = 3 * block; i < 3 * block + 3; ++i) {
           double const fd = (plus(i) - minus(i)) / (2 * step);
-          double const err = std::fabs(x(8 + 8 * j + i) - fd) / scale;
-          worst = std::max(worst, err);
-          EXPECT_LT(err, 1e-5) << "Phi(" << i << "," << j << ") " << x(8 + 8 * j + i) << " vs " << fd;
+          EXPECT_LT(std::fabs(x(8 + 8 * j + i) - fd) / scale, 1e-5)
+              << "Phi(" << i << "," << j << ") " << x(8 + 8 * j + i) << " vs " << fd;
         }
       }
       // The parameter rows stay those of the identity.
       EXPECT_EQ(x(8 + 8 * j + 6), j == 6 ? 1.0 : 0.0);
       EXPECT_EQ(x(8 + 8 * j + 7), j == 7 ? 1.0 : 0.0);
     }
-    std::printf("transition matrix over 1 h, SRP computation %s: worst relative difference %.2e\n",
-                srpOn ? "on" : "off", worst);
   }
 }
 
@@ -787,7 +716,6 @@ TEST(ForceModelAdapters, GaussJacksonAgreesWithRkf78OverSevenDays) {
   Vec x = variationalState(r, v, model.getAssistanceData());
   ASSERT_GT(rkf78(rkfRhs, x, kT, kT + steps * 300.0, 300.0, 1e-13), 0);
   double const dr = norm_2(column(R, 0) - subrange(x, 0, 3)), dv = norm_2(column(V, 0) - subrange(x, 3, 6));
-  std::printf("gj8 (300 s) - rkf78 after 7 days: %.3f m, %.2e m/s\n", dr, dv);
   EXPECT_LT(dr, 0.05);
   EXPECT_LT(dv, 1e-5);
 }
@@ -869,25 +797,9 @@ TEST(ForceModelSerialization, TruncatedOrGarbledBuffersLeaveTheModelUnchanged) {
   for (std::size_t length = 0; length < bytes.size(); ++length)
     ASSERT_TRUE(rejected(BinaryData(bytes.begin(), bytes.begin() + length))) << length;
 
-  // An impossible leap-second count, and a frame matrix of shape 1x9.
-  unsigned int count = 0;
-  BinaryData prefix;
-  serialize(true, prefix, count);
-  serialize(source.getAssistanceData(), prefix, count);
-  int frameRows = static_cast<int>(prefix.size()) + 2 * 12;  // after tRef and ut1MinusUtc
-  serialize(source.getInertialFrameInfo(), prefix, count);
-  serialize(source.getEopInfo(), prefix, count);
-  BinaryData garbled = bytes;
-  for (int i = 0; i < 4; ++i) garbled[prefix.size() + i] = 0xFF;
-  EXPECT_TRUE(rejected(garbled));
-  garbled = bytes;
-  replaceUint32(garbled, 1, frameRows);
-  replaceUint32(garbled, 9, frameRows);
-  EXPECT_TRUE(rejected(garbled));
-
   // Any single corrupted byte is either rejected or read completely.
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    garbled = bytes;
+    BinaryData garbled = bytes;
     garbled[i] ^= 0xA5;
     ForceModel probe;
     unsigned int position = 0;
