@@ -98,16 +98,10 @@ TEST(Math, DeterminantOfPermutationAndTriangularMatrices) {
 }
 
 TEST(Math, ZeroPivotGivesZeroDeterminantButNoThresholdOtherwise) {
+  double const rows[3][3] = {{1, 2, 3}, {2, 4, 6}, {0, 1, 1}};  // row 2 = 2 * row 1
   Mat s(3, 3);
-  s(0, 0) = 1;
-  s(0, 1) = 2;
-  s(0, 2) = 3;
-  s(1, 0) = 2;
-  s(1, 1) = 4;
-  s(1, 2) = 6;
-  s(2, 0) = 0;
-  s(2, 1) = 1;
-  s(2, 2) = 1;
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) s(i, j) = rows[i][j];
   EXPECT_EQ(zs::determinant(s), 0.0);
   Mat near = ublas::identity_matrix<double>(3);
   near(2, 2) = 1e-300;

@@ -22,13 +22,6 @@ namespace zh = zarn::host;
 
 namespace {
 
-std::string readAll(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 // build/zarn beside this test executable.
 std::string toolPath() {
   char buffer[4096];
@@ -59,8 +52,8 @@ class ToolTest : public ::testing::Test {
         toolPath() + " " + arguments + " >'" + dir_ + "/stdout' 2>'" + dir_ + "/stderr' </dev/null";
     int const raw = std::system(cmd.c_str());
     r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = readAll(dir_ + "/stdout");
-    r.err = readAll(dir_ + "/stderr");
+    r.out = zarn::test::readFile(dir_ + "/stdout");
+    r.err = zarn::test::readFile(dir_ + "/stderr");
     return r;
   }
   std::string file(std::string const& name) const { return dir_ + "/" + name; }
@@ -149,7 +142,7 @@ TEST_F(ToolTest, CorruptRecordIsLeftOutWithAMessage) {
 // are skipped or cleaned with one line each; the others are predicted.
 TEST_F(ToolTest, DamagedNavigationFileSkipsSatellitesWithAReason) {
   ZARN_SHARED_FILE_OR_SKIP(nav, "data/2016-251_252_smartloc/brdc2510.16n");
-  Rinex2Nav const in = splitRinex2(readAll(nav));
+  Rinex2Nav const in = splitRinex2(zarn::test::readFile(nav));
   ASSERT_GT(in.records.size(), 300u);
   std::string out = in.header;
   int g02 = 0;
@@ -212,11 +205,11 @@ TEST_F(ToolTest, PredictThenEvaluate) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("truth: SP3"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("truth: broadcast"), std::string::npos) << r.out;
-  std::string const json = readAll(file("summary.json"));
+  std::string const json = zarn::test::readFile(file("summary.json"));
   EXPECT_NE(json.find("\"truth\": \"SP3\", \"system\": \"GPS\", \"day\": 1, \"satellites\": 4"),
             std::string::npos)
       << json;
-  std::string const csv = readAll(file("errors.csv"));
+  std::string const csv = zarn::test::readFile(file("errors.csv"));
   EXPECT_EQ(csv.rfind("truth,satellite,group,toe,time,age_h,error_3d_m", 0), 0u);
   EXPECT_GT(std::count(csv.begin(), csv.end(), '\n'), 4 * 13 * 40);
 
