@@ -40,6 +40,8 @@ Usage: scripts/gen_assistance_default_table.py [reference_dir] [output]
 import os
 import sys
 
+from reference_tables import data_lines, literal, read_pco
+
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 DEFAULT_REFERENCE = os.path.join(ROOT, "..", "shared", "reference")
 DEFAULT_OUTPUT = os.path.join(ROOT, "libs", "support", "src", "tables", "assistance_default_table.cpp")
@@ -83,26 +85,8 @@ NOMINAL_BLOCK = {
 }
 
 
-def data_lines(path):
-    with open(path) as f:
-        for line in f:
-            line = line.rstrip("\n")
-            if line.strip():
-                yield line
 
 
-def read_pco(path):
-    """SVN -> (block, x, y, z, source) from the ionosphere-free columns."""
-    pco = {}
-    for line in data_lines(path):
-        if line.startswith("#"):
-            continue
-        f = line.split()
-        svn, block, x, y, z, src = f[2], f[4], float(f[7]), float(f[8]), float(f[9]), f[13]
-        if svn in pco and pco[svn][1:4] != (x, y, z):
-            sys.exit("inconsistent PCO for " + svn)
-        pco[svn] = (block, x, y, z, src)
-    return pco
 
 
 def read_summary(path):
@@ -167,9 +151,6 @@ def derive(sys_id, svid, pco, medians, nominal, forces, prns):
     return row
 
 
-def literal(x):
-    r = repr(float(x))
-    return r if ("e" in r or "." in r) else r + ".0"
 
 
 def emit(sys_id, name, count, rows):
