@@ -31,8 +31,10 @@ constexpr double kBeidouSpacing = 3600.0;  // s: BeiDou reference times on whole
 constexpr double kBeidouGridOffset = 14.0;
 constexpr double kSecondsPerDay = 86400.0;
 constexpr double kMaxDays = 14.0;
-constexpr int kMinimumRecords = 3;          // fewer usable ephemerides cannot carry a fit span
-constexpr double kToeTolerance = 1.0;       // s: the fitted toe must be the requested grid time
+constexpr int kMinimumRecords = 3;     // fewer usable ephemerides cannot carry a fit span
+constexpr double kToeTolerance = 1.0;  // s: the fitted toe must be the requested grid time
+constexpr int kRetryExtraSamples = 4;  // samples added to a refused window for its second fit     // samples
+                                       // added to a refused window for its second fit
 constexpr double kSampleRmsWarning = 10.0;  // m: a worse fit to the samples is reported
 
 // LNAV clock fields (IS-GPS-200 Table 20-III): LSB and width in bits.
@@ -252,30 +254,9 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   core::GpsEphemeris const gpsTemplate = templateRecord.gps;
   core::BeidouEphemeris const beidouTemplate = templateRecord.beidou;
   Vec dummy(3), kepler(17), positionOut(3), velocityOut(3);
-  int fitFailures = 0, refusals = 0;
-  double firstFailure = 0, firstRefusal = 0;
-  for (std::size_t i = 0; i < toes.size(); ++i) {
-    double const toe = toes[i];
-    support::ForceModel& m = *models[i % interleave];
-    double& tc = current[i % interleave];
-    double const t1 = toe + h;  // an even window's middle sample is one step before its target
-    bool const fresh = m.getGj8Integrator().getTotalSteps() == 0;
-    double const t0 = fresh ? tc : tc - (nw / 2) * h;
-    double epochOut = 0.0;
-    int const made = support::propagateSatellite(gnss, t0, t1, h, nw, dummy, dummy, m, kepler, positionOut,
-                                                 velocityOut, epochOut);
-    tc = t1 + (nw / 2 - 1) * h;
-    if (made == 0) {
-      // The integrator did not move: later windows would be mislabelled.
-      result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
-                             formatGpsTime(toe) + "; the prediction ends there");
-      break;
-    }
-    if (made < 0) {
-      if (fitFailures++ == 0) firstFailure = toe;
-      continue;
-    }
-    Ephemeris e;
+  // The fitted elements in `kepler` as the record of reference time toe; false when
+  // they leave the broadcast ranges.
+  auto encode = [&](double toe, Ephemeris& e) {
     bool valid = false;
     long long c0 = 0, c1 = 0, c2 = 0;
     double const dt = toe - clock.toc;
@@ -317,7 +298,46 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
       eph.uraIndex = static_cast<std::int8_t>(support::metersToUraIndex(ura, gnss));
       e = fromGps(eph);
     }
-    if (!valid || std::fabs(e.toe - toe) > kToeTolerance) {
+    return valid && std::fabs(e.toe - toe) <= kToeTolerance;
+  };
+  int fitFailures = 0, refusals = 0;
+  double firstFailure = 0, firstRefusal = 0;
+  for (std::size_t i = 0; i < toes.size(); ++i) {
+    double const toe = toes[i];
+    support::ForceModel& m = *models[i % interleave];
+    double& tc = current[i % interleave];
+    double const t1 = toe + h;  // an even window's middle sample is one step before its target
+    bool const fresh = m.getGj8Integrator().getTotalSteps() == 0;
+    double const t0 = fresh ? tc : tc - (nw / 2) * h;
+    double epochOut = 0.0;
+    int const made = support::propagateSatellite(gnss, t0, t1, h, nw, dummy, dummy, m, kepler, positionOut,
+                                                 velocityOut, epochOut);
+    tc = t1 + (nw / 2 - 1) * h;
+    if (made == 0) {
+      // The integrator did not move: later windows would be mislabelled.
+      result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
+                             formatGpsTime(toe) + "; the prediction ends there");
+      break;
+    }
+    Ephemeris e;
+    bool fitted = made > 0, kept = fitted && encode(toe, e);
+    if (!kept) {
+      // Over a short arc of a near-circular, near-equatorial orbit the along-track
+      // rates of deltaN and OmegaDot differ only by cos i, so their least-squares
+      // split is poorly determined and deltaN may leave its 16-bit field. A longer
+      // window around the same toe separates them; it comes from a fresh
+      // integrator so that the interleaved ones keep their place.
+      std::unique_ptr<support::ForceModel> retry = copyModel(bytes);
+      int const n = nw + kRetryExtraSamples;
+      fitted = support::propagateSatellite(gnss, tStart, t1, h, n, dummy, dummy, *retry, kepler, positionOut,
+                                           velocityOut, epochOut) > 0;
+      kept = fitted && encode(toe, e);
+    }
+    if (!fitted) {
+      if (fitFailures++ == 0) firstFailure = toe;
+      continue;
+    }
+    if (!kept) {
       if (refusals++ == 0) firstRefusal = toe;
       continue;
     }
