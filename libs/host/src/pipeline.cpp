@@ -31,10 +31,9 @@ constexpr double kBeidouSpacing = 3600.0;  // s: BeiDou reference times on whole
 constexpr double kBeidouGridOffset = 14.0;
 constexpr double kSecondsPerDay = 86400.0;
 constexpr double kMaxDays = 14.0;
-constexpr int kMinimumRecords = 3;     // fewer usable ephemerides cannot carry a fit span
-constexpr double kToeTolerance = 1.0;  // s: the fitted toe must be the requested grid time
-constexpr int kRetryExtraSamples = 4;  // samples added to a refused window for its second fit     // samples
-                                       // added to a refused window for its second fit
+constexpr int kMinimumRecords = 3;          // fewer usable ephemerides cannot carry a fit span
+constexpr double kToeTolerance = 1.0;       // s: the fitted toe must be the requested grid time
+constexpr int kRetryExtraSamples = 4;       // samples added to a refused window for its second fit
 constexpr double kSampleRmsWarning = 10.0;  // m: a worse fit to the samples is reported
 
 // LNAV clock fields (IS-GPS-200 Table 20-III): LSB and width in bits.
@@ -322,11 +321,11 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
     Ephemeris e;
     bool fitted = made > 0, kept = fitted && encode(toe, e);
     if (!kept) {
-      // Over a short arc of a near-circular, near-equatorial orbit the along-track
-      // rates of deltaN and OmegaDot differ only by cos i, so their least-squares
-      // split is poorly determined and deltaN may leave its 16-bit field. A longer
-      // window around the same toe separates them; it comes from a fresh
-      // integrator so that the interleaved ones keep their place.
+      // Over a short arc of a near-circular, near-equatorial orbit the mean motion
+      // is shared poorly between sqrtA (whose radius the harmonics absorb), deltaN
+      // and OmegaDot (whose along-track rates differ by cos i), so deltaN may leave
+      // its 16-bit field. A longer window around the same toe separates them
+      // better; it comes from a fresh integrator so the interleaved ones keep their place.
       std::unique_ptr<support::ForceModel> retry = copyModel(bytes);
       int const n = nw + kRetryExtraSamples;
       fitted = support::propagateSatellite(gnss, tStart, t1, h, n, dummy, dummy, *retry, kepler, positionOut,
