@@ -235,3 +235,18 @@ TEST(PipelineTest, PreciseOrbitPredictionOfGpsAndBeidou) {
     EXPECT_LT(rows[0].median, c.median);
   }
 }
+
+TEST(PipelineTest, RefusedGeoWindowsAreFittedAgainOverALongerArc) {
+  // Short arcs of a near-circular, near-equatorial orbit leave deltaN poorly
+  // separated from sqrtA; without the second fit C04 loses five windows here.
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  zh::Sp3Orbit const orbit({zh::readSp3(day1)});
+  zh::PipelineOptions o;
+  o.fitEnd = gpsTime("2019-04-07T23:45:00");
+  o.days = 9.0;
+  o.pole = zh::predictFromSp3(orbit, {'G', 7}, o).pole;
+  zh::SatellitePrediction const geo = zh::predictFromSp3(orbit, {'C', 4}, o);
+  ASSERT_TRUE(geo.skipReason.empty()) << geo.skipReason;
+  EXPECT_EQ(geo.svType, zarn::support::GEO);
+  EXPECT_EQ(geo.rejected, 0);
+}
