@@ -401,12 +401,6 @@ void addSp3(Truth& truth, std::string const& path) {
   }
 }
 
-// The library's built-in table ends with 2015-06-30; GPS-UTC became 18 s after 2016-12-31.
-std::vector<zs::LeapInfo> leapTable() {
-  zh::CalendarTime const c{2016, 12, 31, 23, 59, 59.0};
-  return {zs::LeapInfo{static_cast<std::uint64_t>(zh::gpsSecondsFromCalendar(c)), 18}};
-}
-
 struct Dataset {
   char const* directory;
   std::vector<char const*> navigation;
@@ -448,7 +442,7 @@ void compareDataset(Dataset const& set, Results& out) {
   std::string const dir = zarn::test::sharedDir() + "/data/" + set.directory + "/";
   Truth truth;
   for (char const* f : set.precise) addSp3(truth, dir + f);
-  std::vector<zs::LeapInfo> const leaps = leapTable();
+  std::vector<zs::LeapInfo> const leaps = zh::leapSecondTable();  // the built-in table ends in 2015
   Vec p(3), v(3);
   // The precise track of a healthy record that is not a broadcast blunder, else null. A record
   // more than 1 km off at its own reference epoch is a blunder (corrupted record, wrong time
