@@ -39,9 +39,6 @@ using namespace zarn::host;
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
-constexpr double kSecondsPerDay = 86400.0;
-constexpr double kMaxPredictionDays = 14.0;
-constexpr double kDefaultPredictionDays = 7.0;
 constexpr double kEvaluationStep = 300.0;  // s: every predicted ephemeris is sampled every 5 minutes
 constexpr char const* kBeidouIntervalComment = "BDS FIT INTERVAL";
 
@@ -215,10 +212,92 @@ class Progress {
 
 // ---- predict ---------------------------------------------------------------
 
-struct Job {
-  SatelliteId sat;
-  std::vector<Ephemeris> records;  // broadcast input
-};
+ConstellationOptions predictOptions(Arguments const& args) {
+  ConstellationOptions options;
+  PipelineOptions& pipeline = options.pipeline;
+  if (args.has("days")) pipeline.days = number(args.single("days"), "days");
+  if (args.has("fit-span")) pipeline.fitSpan = number(args.single("fit-span"), "fit-span") * 3600.0;
+  if (args.has("step")) pipeline.sampleStep = number(args.single("step"), "step");
+  if (args.has("window"))
+    pipeline.gpsWindowSamples = static_cast<int>(number(args.single("window"), "window"));
+  if (args.has("beidou-window")) {
+    pipeline.beidouWindowSamples = static_cast<int>(number(args.single("beidou-window"), "beidou-window"));
+  }
+  args.flag("no-antenna-offset");
+  args.flag("check");
+  pipeline.antennaOffset = !args.has("no-antenna-offset");
+  pipeline.checkFit = args.has("check");
+  std::string const problem = validate(pipeline);
+  if (!problem.empty()) throw UsageError(problem);
+
+  options.systems.clear();
+  for (std::string const& s : splitList(args.single("systems", "G,C"))) {
+    if (s != "G" && s != "C") throw UsageError("--systems takes G and/or C, not '" + s + "'");
+    options.systems.push_back(s[0]);
+  }
+  for (std::string const& name : splitList(args.single("satellites", ""))) {
+    // A name not written as toString writes it ("G01") matches no satellite.
+    SatelliteId sat{name.empty() ? '?' : name[0], std::atoi(name.c_str() + (name.empty() ? 0 : 1))};
+    if (toString(sat) != name) sat.prn = -1;
+    options.satellites.push_back(sat);
+  }
+  options.fitEndGiven = args.has("fit-end");
+  if (options.fitEndGiven && !parseGpsTime(args.single("fit-end"), pipeline.fitEnd)) {
+    throw UsageError("--fit-end: '" + args.single("fit-end") + "' is not a time like 2016-09-08T00:00:00");
+  }
+  options.threads = std::max(1u, std::thread::hardware_concurrency());
+  if (args.has("jobs")) {
+    double const j = number(args.single("jobs"), "jobs");
+    if (!(j >= 1.0)) throw UsageError("--jobs must be at least 1");
+    options.threads = static_cast<unsigned>(j);
+  }
+  return options;
+}
+
+std::map<SatelliteId, std::vector<Ephemeris>> readBroadcast(std::vector<std::string> const& files) {
+  std::vector<NavData> navs;
+  for (std::string const& f : files) {
+    navs.push_back(readRinexNav(f));
+    for (std::string const& w : navs.back().stats.warnings)
+      std::fprintf(stderr, "zarn predict: %s\n", w.c_str());
+  }
+  std::size_t glonass = 0;
+  for (NavData const& n : navs) glonass += n.glonass.size();
+  if (glonass > 0)
+    std::fprintf(stderr, "zarn predict: %zu GLONASS records not used (GPS and BeiDou only)\n", glonass);
+  return collectEphemerides(navs);
+}
+
+// Writes the predicted records and checks that the file gives back exactly
+// what was written, every record within the broadcast ranges. Empty on
+// success, otherwise what went wrong.
+std::string writeChecked(std::string const& out, NavWriteOptions const& writeOptions,
+                         std::vector<zarn::core::GpsEphemeris> const& gps,
+                         std::vector<zarn::core::BeidouEphemeris> const& beidou) {
+  writeRinexNav(out, writeOptions, gps, beidou);
+  NavData const back = readRinexNav(out);
+  std::string mismatch;
+  if (back.gps.size() != gps.size() || back.beidou.size() != beidou.size()) {
+    mismatch = std::to_string(back.gps.size() + back.beidou.size()) + " records read, " +
+               std::to_string(gps.size() + beidou.size()) + " written";
+  }
+  std::size_t invalid = 0;
+  auto differs = [&](Ephemeris const& e) {
+    if (mismatch.empty())
+      mismatch = "the record of " + toString(e.sat) + " with toe " + formatGpsTime(e.toe) + " differs";
+  };
+  for (std::size_t i = 0; i < gps.size() && i < back.gps.size(); ++i) {
+    if (!(back.gps[i].eph == gps[i])) differs(fromGps(gps[i]));
+    invalid += passesValidation(fromGps(back.gps[i].eph)) ? 0 : 1;
+  }
+  for (std::size_t i = 0; i < beidou.size() && i < back.beidou.size(); ++i) {
+    if (!(back.beidou[i].eph == beidou[i])) differs(fromBeidou(beidou[i]));
+    invalid += passesValidation(fromBeidou(back.beidou[i].eph)) ? 0 : 1;
+  }
+  if (mismatch.empty() && invalid == 0) return "";
+  return out + " does not read back as written: " + (mismatch.empty() ? "all records equal" : mismatch) +
+         "; " + std::to_string(invalid) + " records fail validation";
+}
 
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
@@ -232,140 +311,49 @@ int runPredict(Arguments const& args) {
   if (navFiles.empty() == sp3Files.empty()) throw UsageError("give either --nav FILE... or --sp3 FILE...");
   std::string const out = args.single("out");
   if (out.empty()) throw UsageError("--out FILE is required");
-  args.flag("no-antenna-offset");
-  args.flag("check");
+  ConstellationOptions options = predictOptions(args);
+  bool const fromSp3 = navFiles.empty();
 
-  PipelineOptions options;
-  options.days = number(args.single("days", "7"), "days");
-  if (!(options.days > 0.0) || options.days > kMaxPredictionDays) {
-    throw UsageError("--days must be above 0 and at most 14");
-  }
-  if (args.has("fit-span")) options.fitSpan = number(args.single("fit-span"), "fit-span") * 3600.0;
-  if (args.has("step")) options.sampleStep = number(args.single("step"), "step");
-  if (args.has("window"))
-    options.gpsWindowSamples = static_cast<int>(number(args.single("window"), "window"));
-  if (args.has("beidou-window")) {
-    options.beidouWindowSamples = static_cast<int>(number(args.single("beidou-window"), "beidou-window"));
-  }
-  options.antennaOffset = !args.has("no-antenna-offset");
-  options.checkFit = args.has("check");
-  std::string const problem = validate(options);
-  if (!problem.empty()) throw UsageError(problem);
-
-  std::vector<char> systems;
-  for (std::string const& s : splitList(args.single("systems", "G,C"))) {
-    if (s != "G" && s != "C") throw UsageError("--systems takes G and/or C, not '" + s + "'");
-    systems.push_back(s[0]);
-  }
-  std::vector<std::string> const only = splitList(args.single("satellites", ""));
-  auto wanted = [&](SatelliteId const& sat) {
-    if (std::find(systems.begin(), systems.end(), sat.system) == systems.end()) return false;
-    return only.empty() || std::find(only.begin(), only.end(), toString(sat)) != only.end();
+  std::unique_ptr<Progress> progress;
+  options.progress = [&](std::size_t done, std::size_t total) {
+    if (!progress) progress.reset(new Progress(total, "predicting"));
+    if (done > 0) progress->advance();
   };
-  bool const fitEndGiven = args.has("fit-end");
-  if (fitEndGiven && !parseGpsTime(args.single("fit-end"), options.fitEnd)) {
-    throw UsageError("--fit-end: '" + args.single("fit-end") + "' is not a time like 2016-09-08T00:00:00");
-  }
-  unsigned jobsWanted = std::max(1u, std::thread::hardware_concurrency());
-  if (args.has("jobs")) {
-    double const j = number(args.single("jobs"), "jobs");
-    if (!(j >= 1.0)) throw UsageError("--jobs must be at least 1");
-    jobsWanted = static_cast<unsigned>(j);
-  }
-
-  // Inputs.
-  std::vector<Job> jobs;
-  std::unique_ptr<Sp3Orbit> sp3;
-  double latest = -1.0;
-  if (!navFiles.empty()) {
-    std::vector<NavData> navs;
-    for (std::string const& f : navFiles) {
-      navs.push_back(readRinexNav(f));
-      for (std::string const& w : navs.back().stats.warnings)
-        std::fprintf(stderr, "zarn predict: %s\n", w.c_str());
-    }
-    std::size_t glonass = 0;
-    for (NavData const& n : navs) glonass += n.glonass.size();
-    if (glonass > 0)
-      std::fprintf(stderr, "zarn predict: %zu GLONASS records not used (GPS and BeiDou only)\n", glonass);
-    for (auto& entry : collectEphemerides(navs)) {
-      if (std::find(systems.begin(), systems.end(), entry.first.system) == systems.end()) continue;
-      for (Ephemeris const& e : entry.second) latest = std::max(latest, e.toe);
-      if (wanted(entry.first)) jobs.push_back({entry.first, std::move(entry.second)});
-    }
-  } else {
+  ConstellationPrediction prediction;
+  if (fromSp3) {
     std::vector<Sp3Data> files;
     for (std::string const& f : sp3Files) files.push_back(readSp3(f));
-    sp3.reset(new Sp3Orbit(files));
-    for (SatelliteId const& sat : sp3->satellites()) {
-      if (wanted(sat)) jobs.push_back({sat, {}});
-    }
-    latest = sp3->end();
+    prediction = predictConstellation(Sp3Orbit(files), options);
+  } else {
+    prediction = predictConstellation(readBroadcast(navFiles), options);
   }
-  if (jobs.empty()) {
+  if (prediction.satellites.empty()) {
     std::fprintf(stderr, "zarn predict: no %s satellite in the input\n",
                  args.single("systems", "G,C").c_str());
     return kExitFailure;
   }
-  // The fit ends at the last sample of the step grid. By default that is the
-  // grid instant nearest the latest reference time (a broadcast record is
-  // good for a while after its toe), or the last SP3 epoch.
-  double const h = options.sampleStep;
-  if (fitEndGiven) {
-    options.fitEnd = std::floor(options.fitEnd / h + 1e-9) * h;
-  } else {
-    options.fitEnd = sp3 ? std::floor(latest / h + 1e-9) * h : std::round(latest / h) * h;
-  }
-
-  // Predict, satellites in parallel; each worker builds its own force models.
-  // BeiDou GEO and IGSO satellites go last: they take the pole that the
-  // others estimated.
-  std::vector<SatellitePrediction> results(jobs.size());
-  std::vector<std::size_t> estimating, holding;
-  for (std::size_t i = 0; i < jobs.size(); ++i) {
-    zarn::support::BeidouSvType const type = sp3 ? sp3->svType(jobs[i].sat) : orbitType(jobs[i].records);
-    (holdsPole(type) ? holding : estimating).push_back(i);
-  }
-  Progress progress(jobs.size(), "predicting");
-  auto runAll = [&](std::vector<std::size_t> const& which, PipelineOptions const& o) {
-    std::atomic<std::size_t> next{0};
-    auto worker = [&]() {
-      for (std::size_t k = next++; k < which.size(); k = next++) {
-        std::size_t const i = which[k];
-        results[i] = sp3 ? predictFromSp3(*sp3, jobs[i].sat, o) : predictFromBroadcast(jobs[i].records, o);
-        progress.advance();
-      }
-    };
-    std::vector<std::thread> threads;
-    unsigned const count = std::min<unsigned>(jobsWanted, static_cast<unsigned>(which.size()));
-    for (unsigned i = 0; i < count; ++i) threads.emplace_back(worker);
-    for (std::thread& t : threads) t.join();
-  };
-  runAll(estimating, options);
-  PipelineOptions held = options;
-  held.pole = medianPole(results);
-  runAll(holding, held);
-  progress.finish();
-  if (!holding.empty()) {
+  progress->finish();
+  if (prediction.poleHolders > 0) {
     constexpr double kArcsecond = 4.84813681109536e-6;  // rad
-    if (held.pole.xp == 0.0 && held.pole.yp == 0.0) {
+    if (prediction.heldPole.xp == 0.0 && prediction.heldPole.yp == 0.0) {
       std::fprintf(stderr,
                    "zarn predict: no GPS or BeiDou MEO satellite to estimate the pole from; GEO and IGSO "
                    "satellites assume a zero pole\n");
     } else {
       std::printf(
           "pole estimated from GPS and BeiDou MEO orbits, held for GEO and IGSO: xp %.3f\", yp %.3f\"\n",
-          held.pole.xp / kArcsecond, held.pole.yp / kArcsecond);
+          prediction.heldPole.xp / kArcsecond, prediction.heldPole.yp / kArcsecond);
     }
   }
 
-  // Report and write.
+  // Report.
+  bool const checkFit = options.pipeline.checkFit;
   std::vector<zarn::core::GpsEphemeris> gps;
   std::vector<zarn::core::BeidouEphemeris> beidou;
   std::size_t predictedSats = 0, skipped = 0;
   double worstFit = 0.0;
   double cpu = 0.0;
-  for (SatellitePrediction const& r : results) {
+  for (SatellitePrediction const& r : prediction.satellites) {
     for (std::string const& note : r.notes) std::fprintf(stderr, "zarn predict: %s\n", note.c_str());
     cpu += r.cpuSeconds;
     if (!r.skipReason.empty()) {
@@ -388,7 +376,7 @@ int runPredict(Arguments const& args) {
                   r.predicted.size());
     line += text;
     if (r.rejected > 0) line += ", " + std::to_string(r.rejected) + " windows refused";
-    if (options.checkFit) {
+    if (checkFit) {
       std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
       line += text;
     }
@@ -399,51 +387,32 @@ int runPredict(Arguments const& args) {
     std::fprintf(stderr, "zarn predict: no satellite could be predicted; nothing written\n");
     return kExitFailure;
   }
+
+  // Write.
   NavWriteOptions writeOptions;
   writeOptions.hasFitEnd = true;
-  writeOptions.fitEnd = options.fitEnd;
-  writeOptions.leapSeconds = leapSecondsAt(options.fitEnd);
-  writeOptions.gpsFitIntervalHours = windowHours(options, 'G');
+  writeOptions.fitEnd = prediction.fitEnd;
+  writeOptions.leapSeconds = leapSecondsAt(prediction.fitEnd);
+  writeOptions.gpsFitIntervalHours = windowHours(options.pipeline, 'G');
   char comment[64];
-  std::snprintf(comment, sizeof comment, "%s %.4f H", kBeidouIntervalComment, windowHours(options, 'C'));
+  std::snprintf(comment, sizeof comment, "%s %.4f H", kBeidouIntervalComment,
+                windowHours(options.pipeline, 'C'));
   writeOptions.comments.push_back(comment);
   writeOptions.comments.push_back(std::string("PREDICTED FROM ") +
-                                  (sp3 ? "SP3 ORBITS" : "BROADCAST EPHEMERIDES"));
-  writeRinexNav(out, writeOptions, gps, beidou);
-
-  // The file must give back exactly what was written, and every record must
-  // pass the broadcast-range checks as read.
-  NavData const back = readRinexNav(out);
-  std::string mismatch;
-  if (back.gps.size() != gps.size() || back.beidou.size() != beidou.size()) {
-    mismatch = std::to_string(back.gps.size() + back.beidou.size()) + " records read, " +
-               std::to_string(gps.size() + beidou.size()) + " written";
-  }
-  std::size_t invalid = 0;
-  auto differs = [&](Ephemeris const& e) {
-    if (mismatch.empty())
-      mismatch = "the record of " + toString(e.sat) + " with toe " + formatGpsTime(e.toe) + " differs";
-  };
-  for (std::size_t i = 0; i < gps.size() && i < back.gps.size(); ++i) {
-    if (!(back.gps[i].eph == gps[i])) differs(fromGps(gps[i]));
-    invalid += passesValidation(fromGps(back.gps[i].eph)) ? 0 : 1;
-  }
-  for (std::size_t i = 0; i < beidou.size() && i < back.beidou.size(); ++i) {
-    if (!(back.beidou[i].eph == beidou[i])) differs(fromBeidou(beidou[i]));
-    invalid += passesValidation(fromBeidou(back.beidou[i].eph)) ? 0 : 1;
-  }
-  if (!mismatch.empty() || invalid > 0) {
-    std::fprintf(stderr, "zarn predict: %s does not read back as written: %s; %zu records fail validation\n",
-                 out.c_str(), mismatch.empty() ? "all records equal" : mismatch.c_str(), invalid);
+                                  (fromSp3 ? "SP3 ORBITS" : "BROADCAST EPHEMERIDES"));
+  std::string const problem = writeChecked(out, writeOptions, gps, beidou);
+  if (!problem.empty()) {
+    std::fprintf(stderr, "zarn predict: %s\n", problem.c_str());
     return kExitFailure;
   }
   std::printf(
       "wrote %zu GPS and %zu BeiDou ephemerides of %zu satellites to %s (fit end %s GPST, %zu skipped)\n",
-      gps.size(), beidou.size(), predictedSats, out.c_str(), formatGpsTime(options.fitEnd).c_str(), skipped);
+      gps.size(), beidou.size(), predictedSats, out.c_str(), formatGpsTime(prediction.fitEnd).c_str(),
+      skipped);
   std::printf("read back: %zu records identical to those written, all within the broadcast ranges\n",
               gps.size() + beidou.size());
   std::printf("CPU time in the pipeline: %.3f s\n", cpu);
-  if (options.checkFit) std::printf("largest fit residual of a written ephemeris: %.3f m\n", worstFit);
+  if (checkFit) std::printf("largest fit residual of a written ephemeris: %.3f m\n", worstFit);
   return 0;
 }
 

@@ -78,6 +78,19 @@ ZARN_EXPORT int propagateSatellite(core::GnssType gnss, double t0, double t1, do
                                    Vec const& position, Vec const& velocity, ForceModel& forceModel,
                                    Vec& keplerOut, Vec& positionOut, Vec& velocityOut, double& epochOut);
 
+// Int0 states of forceModel to ITRS, in place: column i of positions and
+// velocities (3 x epochs.size(); m, m/s) is the state at epochs(i) (GPS
+// seconds) and becomes rItrs = W B r, vItrs = W (B v - w x B r) with
+// B = icrsToInt0(epochs(i)) N^T, N and W the matrices of the force model's
+// InertialFrameInfo and EopInfo (the identity when unset) and one leapSeconds
+// count for every epoch: toEcef with the frame's own matrix, as the filter's
+// measurement model uses it. With antenna the positions are then moved to the
+// antenna phase centre of the force model's AssistanceData (addApcOffset), the
+// point broadcast ephemerides describe. propagateSatellite converts with this.
+// Aborts when either matrix is not 3 x epochs.size().
+ZARN_EXPORT void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapSeconds,
+                                  bool antenna, Mat& positions, Mat& velocities);
+
 }  // namespace support
 }  // namespace zarn
 

@@ -3,11 +3,14 @@
 #include <time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <thread>
 
+#include "zarn/host/gnss_time.hpp"
 #include "zarn/host/screening.hpp"
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
@@ -29,8 +32,6 @@ constexpr double kGpsSpacing = 7200.0;     // s: GPS reference times on even hou
 constexpr double kBeidouSpacing = 3600.0;  // s: BeiDou reference times on whole BDT hours
 // GPS seconds of BDT 0: BDT = GPS - 14 s, so whole BDT hours fall 14 s after whole GPS hours.
 constexpr double kBeidouGridOffset = 14.0;
-constexpr double kSecondsPerDay = 86400.0;
-constexpr double kMaxDays = 14.0;
 constexpr int kMinimumRecords = 3;          // fewer usable ephemerides cannot carry a fit span
 constexpr double kToeTolerance = 1.0;       // s: the fitted toe must be the requested grid time
 constexpr int kRetryExtraSamples = 4;       // samples added to a refused window for its second fit
@@ -127,20 +128,26 @@ void keepLastRun(std::vector<double>& t, std::vector<Vec>& pos, std::vector<bool
   pos.erase(pos.begin(), pos.begin() + static_cast<long>(first));
 }
 
+// A force model read back from its serialized form; null when the bytes do not
+// read back whole.
 std::unique_ptr<support::ForceModel> copyModel(support::BinaryData const& bytes) {
   std::unique_ptr<support::ForceModel> model(new support::ForceModel());
   unsigned int position = 0;
-  model->deserialize(bytes, position);
+  if (!model->deserialize(bytes, position) || position != bytes.size()) return nullptr;
   return model;
 }
 
-// Earth-fixed antenna-phase-centre position of an inertial state of `model` at t.
-Vec earthFixed(support::ForceModel& model, Vec const& r, Vec const& v, double t, int leap, bool antenna) {
-  support::InertialFrameInfo const frame = model.getInertialFrameInfo();
-  Vec rItrs(3), vItrs(3);
-  support::toEcef(r, v, t, frame.tRef, model.getEopInfo().eop, frame.ut1MinusUtc, leap, rItrs, vItrs);
-  if (!antenna) return rItrs;
-  return support::addApcOffset(rItrs, model.getAssistanceData().antPhase, t, leap);
+// Steps the model's integrator on from where it stands, one step per epoch, and
+// gives the Earth-fixed positions at `epochs` (the epochs of those steps, in
+// order); with antenna, of the antenna phase centre. False when it stops short.
+bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, bool antenna, Mat& positions) {
+  unsigned const steps = static_cast<unsigned>(epochs.size());
+  Mat velocities(3, steps);
+  positions.resize(3, steps, false);
+  support::OdeFunGj8 ode(model);
+  if (model.getGj8Integrator().gj8Propagate(ode, positions, velocities, steps) != steps) return false;
+  support::int0StatesToItrs(model, epochs, leap, antenna, positions, velocities);
+  return true;
 }
 
 // One estimation of the initial state from the samples with the given model
@@ -157,7 +164,6 @@ Estimation estimateFrom(Samples const& s, Vec const& times, Mat const& positions
                         support::AssistanceData const& assistance, support::BeidouSvType type,
                         PipelineOptions const& o, int leap) {
   std::size_t const n = s.t.size();
-  double const h = o.sampleStep;
   support::ForceModel model;
   model.setLeapInfo(leapSecondTable());
   model.setAssistanceData(assistance);
@@ -168,38 +174,235 @@ Estimation estimateFrom(Samples const& s, Vec const& times, Mat const& positions
   e.estimate = support::estimateInitialState(times, positions, velocities, o.pole, model, true, type);
   model.serialize(e.model);
 
+  e.rms = std::numeric_limits<double>::infinity();
   std::unique_ptr<support::ForceModel> back = copyModel(e.model);
+  if (!back) return e;
   support::OdeFunGj8 ode(*back);
   Vec r0(3), v0(3);
   for (std::size_t c = 0; c < 3; ++c) {
     r0(c) = e.estimate.state(c);
     v0(c) = e.estimate.state(c + 3);
   }
-  Mat R(3, n - 1), V(3, n - 1);
-  e.rms = std::numeric_limits<double>::infinity();
-  if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -h) == 0 &&
-      back->getGj8Integrator().gj8Propagate(ode, R, V, static_cast<unsigned>(n - 1)) == n - 1) {
-    double sum = 0.0;
-    for (std::size_t j = 0; j + 1 < n; ++j) {
-      std::size_t const k = n - 2 - j;  // the newest column is the earliest sample
-      Vec const p = earthFixed(*back, boost::numeric::ublas::column(R, j),
-                               boost::numeric::ublas::column(V, j), s.t[k], leap, false);
-      double const d = support::distance(p, s.position[k]);
-      sum += d * d;
-    }
-    e.rms = std::sqrt(sum / static_cast<double>(n - 1));
+  Vec epochs(n - 1);  // backwards from the last sample: the newest column is the earliest sample
+  for (std::size_t j = 0; j + 1 < n; ++j) epochs(j) = s.t[n - 2 - j];
+  Mat earthFixed;
+  if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -o.sampleStep) != 0 ||
+      !stepEarthFixed(*back, epochs, leap, false, earthFixed)) {
+    return e;
   }
+  double sum = 0.0;
+  for (std::size_t j = 0; j + 1 < n; ++j) {
+    double const d = support::distance(boost::numeric::ublas::column(earthFixed, j), s.position[n - 2 - j]);
+    sum += d * d;
+  }
+  e.rms = std::sqrt(sum / static_cast<double>(n - 1));
   return e;
 }
 
-// The whole prediction from centre-of-mass samples.
+// The reference times of one satellite's predicted ephemerides and the states
+// each is fitted to. The window of toe holds `samples` states one step apart,
+// centred on the target toe + step that propagateSatellite is given, so that
+// its middle state (samples / 2 - 1) falls on toe.
+struct WindowPlan {
+  double start = 0;  // GPS seconds: where the integrators of the estimated state start
+  double step = 0;   // s
+  int samples = 0;
+  std::vector<double> toes;
+  std::size_t interleave = 1;  // integrators that serve the windows in turn
+
+  double target(double toe) const { return toe + step; }
+  double first(double toe) const { return target(toe) - (samples / 2) * step; }
+  double last(double toe) const { return target(toe) + (samples / 2 - 1) * step; }
+  // Column of epoch t in a propagation from start (column 0: the first step).
+  long long column(double t) const { return std::llround((t - start) / step) - 1; }
+};
+
+WindowPlan planWindows(PipelineOptions const& o, char system, double start) {
+  WindowPlan plan;
+  plan.start = start;
+  plan.step = o.sampleStep;
+  plan.samples = windowSamples(o, system);
+  double const S = spacing(system);
+  double const off = gridOffset(system);
+  plan.interleave = static_cast<std::size_t>(std::ceil(plan.samples * plan.step / S - 1e-9));
+  for (double toe = std::ceil((o.fitEnd - off) / S - 1e-9) * S + off;
+       toe <= o.fitEnd + o.days * kSecondsPerDay + 1e-6; toe += S) {
+    // The first window must begin after the integrator's start.
+    if (plan.first(toe) < start + plan.step) continue;
+    plan.toes.push_back(toe);
+  }
+  return plan;
+}
+
+// What an encoded record carries besides the fitted orbit.
+struct RecordFields {
+  SatelliteId sat;
+  ClockModel clock;
+  Ephemeris templateRecord;              // fields that no prediction sets (spare, group delay)
+  support::PredictionErrorParams error;  // accuracy growth with prediction age
+  double fitEnd = 0;
+};
+
+bool fromKepler(Vec const& kepler, core::GpsEphemeris& eph) {
+  return support::keplerianToGpsEphemeris(kepler, eph);
+}
+bool fromKepler(Vec const& kepler, core::BeidouEphemeris& eph) {
+  return support::keplerianToBeidouEphemeris(kepler, eph);
+}
+// The clock polynomial at toe into the record's fields; false when a term leaves its field.
+bool setClock(double a0, double a1, double a2, core::GpsEphemeris& eph) {
+  long long c0 = 0, c1 = 0, c2 = 0;
+  bool const valid = scaleClock(a0, kGpsAf0Lsb, kGpsAf0Bits, c0) &&
+                     scaleClock(a1, kGpsAf1Lsb, kGpsAf1Bits, c1) &&
+                     scaleClock(a2, kGpsAf2Lsb, kGpsAf2Bits, c2);
+  eph.af0 = static_cast<std::int32_t>(c0);
+  eph.af1 = static_cast<std::int16_t>(c1);
+  eph.af2 = static_cast<std::int8_t>(c2);
+  return valid;
+}
+bool setClock(double a0, double a1, double a2, core::BeidouEphemeris& eph) {
+  long long c0 = 0, c1 = 0, c2 = 0;
+  bool const valid = scaleClock(a0, kBeidouA0Lsb, kBeidouA0Bits, c0) &&
+                     scaleClock(a1, kBeidouA1Lsb, kBeidouA1Bits, c1) &&
+                     scaleClock(a2, kBeidouA2Lsb, kBeidouA2Bits, c2);
+  eph.a0 = static_cast<std::int32_t>(c0);
+  eph.a1 = static_cast<std::int32_t>(c1);
+  eph.a2 = static_cast<std::int16_t>(c2);
+  return valid;
+}
+void setIssue(unsigned issue, core::GpsEphemeris& eph) {
+  eph.iode = static_cast<std::uint8_t>(issue);
+  eph.iodc = static_cast<std::int16_t>(issue);
+}
+void setIssue(unsigned issue, core::BeidouEphemeris& eph) {
+  eph.aode = static_cast<std::uint8_t>(issue);
+  eph.aodc = static_cast<std::int16_t>(issue);
+  eph.iodc = static_cast<std::uint8_t>(issue);  // RINEX carries one age of data clock: the two agree
+}
+Ephemeris toEphemeris(core::GpsEphemeris const& eph) {
+  return fromGps(eph);
+}
+Ephemeris toEphemeris(core::BeidouEphemeris const& eph) {
+  return fromBeidou(eph);
+}
+
+// The fitted elements as the GPS or BeiDou record of reference time toe; false
+// when they or the clock leave the broadcast ranges or the toe is not toe.
+template <typename Record>
+bool encodeAs(Record eph, Vec const& kepler, double toe, RecordFields const& f, Ephemeris& out) {
+  char const system = f.sat.system;
+  double const dt = toe - f.clock.toc;
+  double const a0 = f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt;
+  double const a1 = f.clock.a1 + 2.0 * f.clock.a2 * dt;
+  unsigned const issue =
+      static_cast<unsigned>(std::llround((toe - gridOffset(system)) / spacing(system))) & 0xFFu;
+  double const ura = support::estimateSisreError(f.error, toe - f.fitEnd);
+  bool const valid = fromKepler(kepler, eph) && setClock(a0, a1, f.clock.a2, eph);
+  eph.svId = static_cast<std::uint16_t>(f.sat.prn);
+  eph.toc = eph.toe;
+  eph.health = 0;
+  setIssue(issue, eph);
+  eph.uraIndex = static_cast<std::int8_t>(support::metersToUraIndex(ura, gnssType(system)));
+  out = toEphemeris(eph);
+  return valid && std::fabs(out.toe - toe) <= kToeTolerance;
+}
+
+bool encode(Vec const& kepler, double toe, RecordFields const& f, Ephemeris& out) {
+  return f.sat.system == 'C' ? encodeAs(f.templateRecord.beidou, kepler, toe, f, out)
+                             : encodeAs(f.templateRecord.gps, kepler, toe, f, out);
+}
+
+// An integrator that windows are dealt to, and the last epoch it reached.
+struct Lane {
+  std::unique_ptr<support::ForceModel> model;
+  double reached = 0;
+};
+
+enum class WindowOutcome { kept, fitFailed, refused, stalled };
+
+// Fits and encodes the window of toe from the lane's integrator. A refused
+// window is fitted once more over a longer arc around the same toe: over a
+// short arc of a near-circular, near-equatorial orbit the mean motion is
+// shared poorly between sqrtA (whose radius the harmonics absorb), deltaN and
+// OmegaDot (whose along-track rates differ by cos i), so deltaN may leave its
+// 16-bit field; a longer arc separates them better. It comes from a fresh
+// integrator so the interleaved ones keep their place.
+WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support::BinaryData const& estimated,
+                        RecordFields const& fields, Ephemeris& out) {
+  core::GnssType const gnss = gnssType(fields.sat.system);
+  double const h = plan.step;
+  Vec unused(3), kepler(17), position(3), velocity(3);
+  double epoch = 0.0;
+  bool const fresh = lane.model->getGj8Integrator().getTotalSteps() == 0;
+  double const t0 = fresh ? lane.reached : lane.reached - (plan.samples / 2) * h;
+  int const made = support::propagateSatellite(gnss, t0, plan.target(toe), h, plan.samples, unused, unused,
+                                               *lane.model, kepler, position, velocity, epoch);
+  lane.reached = plan.last(toe);
+  if (made == 0) return WindowOutcome::stalled;
+  bool fitted = made > 0;
+  if (fitted && encode(kepler, toe, fields, out)) return WindowOutcome::kept;
+
+  std::unique_ptr<support::ForceModel> retry = copyModel(estimated);
+  fitted = retry && support::propagateSatellite(gnss, plan.start, plan.target(toe), h,
+                                                plan.samples + kRetryExtraSamples, unused, unused, *retry,
+                                                kepler, position, velocity, epoch) > 0;
+  if (!fitted) return WindowOutcome::fitFailed;
+  return encode(kepler, toe, fields, out) ? WindowOutcome::kept : WindowOutcome::refused;
+}
+
+// The largest distance (m) between a written ephemeris and the states of its
+// window, from an independent continuous propagation of the same estimate;
+// infinite when that propagation fails.
+double maxFitResidual(std::vector<Ephemeris> const& predicted, WindowPlan const& plan,
+                      support::BinaryData const& estimated, int leap, bool antenna) {
+  std::unique_ptr<support::ForceModel> check = copyModel(estimated);
+  long long const steps = plan.column(plan.last(plan.toes.back())) + 1;
+  if (!check || steps <= 0) return std::numeric_limits<double>::infinity();
+  // A fresh integrator's first steps are its start-up points; propagateSatellite
+  // drives it the same way.
+  Vec epochs(static_cast<std::size_t>(steps));
+  for (std::size_t j = 0; j < epochs.size(); ++j)
+    epochs(j) = plan.start + static_cast<double>(j + 1) * plan.step;
+  Mat reference;
+  if (!stepEarthFixed(*check, epochs, leap, antenna, reference))
+    return std::numeric_limits<double>::infinity();
+  double worst = 0.0;
+  Vec pos(3), vel(3);
+  for (Ephemeris const& e : predicted) {
+    for (int i = 0; i < plan.samples; ++i) {
+      double const t = plan.first(e.toe) + i * plan.step;
+      long long const col = plan.column(t);
+      if (col < 0 || col >= steps) continue;
+      ephemerisState(e, t, pos, vel);
+      worst = std::max(worst, support::distance(pos, boost::numeric::ublas::column(
+                                                         reference, static_cast<std::size_t>(col))));
+    }
+  }
+  return worst;
+}
+
+// One line on the windows that were not written.
+std::string refusalNote(SatelliteId const& sat, std::size_t windows, int fitFailures, double firstFailure,
+                        int refusals, double firstRefusal) {
+  std::string text = toString(sat) + ": " + std::to_string(fitFailures + refusals) + " of " +
+                     std::to_string(windows) + " windows refused:";
+  if (fitFailures > 0) {
+    text += " " + std::to_string(fitFailures) + " Keplerian fits failed (first at toe " +
+            formatGpsTime(firstFailure) + ")";
+  }
+  if (refusals > 0) {
+    text += std::string(fitFailures > 0 ? ";" : "") + " " + std::to_string(refusals) +
+            " element sets out of the broadcast ranges (first at toe " + formatGpsTime(firstRefusal) + ")";
+  }
+  return text;
+}
+
+// The whole prediction from centre-of-mass samples: estimate, plan the
+// windows, fit them on interleaved integrators, optionally check the fit.
 void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel const& clock,
                         Ephemeris const& templateRecord, PipelineOptions const& o,
                         SatellitePrediction& result) {
-  char const system = result.sat.system;
-  core::GnssType const gnss = gnssType(system);
   std::size_t const n = s.t.size();
-  double const h = o.sampleStep;
   int const leap = leapSecondsAt(s.t[n / 2]);
   support::AssistanceData assistance = satelliteAssistance(result.sat, type, o.fitEnd);
   if (!o.antennaOffset) assistance.antPhase.fill(0.0);
@@ -220,11 +423,9 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
 
   double const cpu0 = threadCpuSeconds();
   Estimation const best = estimateFrom(s, times, positions, velocities, assistance, type, o, leap);
-  support::InitialStateEstimate const& estimate = best.estimate;
-  support::BinaryData const& bytes = best.model;
   double const cpu1 = threadCpuSeconds();
   result.estimateSeconds = cpu1 - cpu0;
-  result.pole = support::Eop{estimate.state(6), estimate.state(7)};
+  result.pole = support::Eop{best.estimate.state(6), best.estimate.state(7)};
   result.sampleRms = best.rms;
   if (result.sampleRms > kSampleRmsWarning) {
     char text[160];
@@ -232,158 +433,45 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
                   toString(result.sat).c_str(), result.sampleRms);
     result.notes.push_back(text);
   }
-  double const tStart = s.t[n / 2];  // the integrator starts at the middle sample
 
-  // Reference times and the integrators that serve them in turn.
-  int const nw = windowSamples(o, system);
-  double const S = spacing(system);
-  double const off = gridOffset(system);
-  std::size_t const interleave = static_cast<std::size_t>(std::ceil(nw * h / S - 1e-9));
-  std::vector<double> toes;
-  for (double toe = std::ceil((o.fitEnd - off) / S - 1e-9) * S + off;
-       toe <= o.fitEnd + o.days * kSecondsPerDay + 1e-6; toe += S) {
-    // The first window must begin after the integrator's start.
-    if (toe + h - (nw / 2) * h < tStart + h) continue;
-    toes.push_back(toe);
-  }
-  std::vector<std::unique_ptr<support::ForceModel>> models;
-  for (std::size_t m = 0; m < interleave; ++m) models.push_back(copyModel(bytes));
-  std::vector<double> current(interleave, tStart);
-
-  core::GpsEphemeris const gpsTemplate = templateRecord.gps;
-  core::BeidouEphemeris const beidouTemplate = templateRecord.beidou;
-  Vec dummy(3), kepler(17), positionOut(3), velocityOut(3);
-  // The fitted elements in `kepler` as the record of reference time toe; false when
-  // they leave the broadcast ranges.
-  auto encode = [&](double toe, Ephemeris& e) {
-    bool valid = false;
-    long long c0 = 0, c1 = 0, c2 = 0;
-    double const dt = toe - clock.toc;
-    double const a0 = clock.a0 + clock.a1 * dt + clock.a2 * dt * dt;
-    double const a1 = clock.a1 + 2.0 * clock.a2 * dt;
-    unsigned const issue = static_cast<unsigned>(std::llround((toe - off) / S)) & 0xFFu;
-    double const ura = support::estimateSisreError(assistance.errorParams, toe - o.fitEnd);
-    if (system == 'C') {
-      core::BeidouEphemeris eph = beidouTemplate;
-      valid = support::keplerianToBeidouEphemeris(kepler, eph);
-      valid = valid && scaleClock(a0, kBeidouA0Lsb, kBeidouA0Bits, c0) &&
-              scaleClock(a1, kBeidouA1Lsb, kBeidouA1Bits, c1) &&
-              scaleClock(clock.a2, kBeidouA2Lsb, kBeidouA2Bits, c2);
-      eph.svId = static_cast<std::uint16_t>(result.sat.prn);
-      eph.toc = eph.toe;
-      eph.a0 = static_cast<std::int32_t>(c0);
-      eph.a1 = static_cast<std::int32_t>(c1);
-      eph.a2 = static_cast<std::int16_t>(c2);
-      eph.health = 0;
-      eph.aode = static_cast<std::uint8_t>(issue);
-      eph.aodc = static_cast<std::int16_t>(issue);
-      eph.iodc = static_cast<std::uint8_t>(issue);  // RINEX carries one age of data clock: the two agree
-      eph.uraIndex = static_cast<std::int8_t>(support::metersToUraIndex(ura, gnss));
-      e = fromBeidou(eph);
-    } else {
-      core::GpsEphemeris eph = gpsTemplate;
-      valid = support::keplerianToGpsEphemeris(kepler, eph);
-      valid = valid && scaleClock(a0, kGpsAf0Lsb, kGpsAf0Bits, c0) &&
-              scaleClock(a1, kGpsAf1Lsb, kGpsAf1Bits, c1) &&
-              scaleClock(clock.a2, kGpsAf2Lsb, kGpsAf2Bits, c2);
-      eph.svId = static_cast<std::uint16_t>(result.sat.prn);
-      eph.toc = eph.toe;
-      eph.af0 = static_cast<std::int32_t>(c0);
-      eph.af1 = static_cast<std::int16_t>(c1);
-      eph.af2 = static_cast<std::int8_t>(c2);
-      eph.health = 0;
-      eph.iode = static_cast<std::uint8_t>(issue);
-      eph.iodc = static_cast<std::int16_t>(issue);
-      eph.uraIndex = static_cast<std::int8_t>(support::metersToUraIndex(ura, gnss));
-      e = fromGps(eph);
+  // The integrator starts at the middle sample.
+  WindowPlan const plan = planWindows(o, result.sat.system, s.t[n / 2]);
+  std::vector<Lane> lanes(plan.interleave);
+  for (Lane& lane : lanes) {
+    lane.model = copyModel(best.model);
+    lane.reached = plan.start;
+    if (!lane.model) {
+      result.skipReason = "the estimated force model does not read back from its serialized form";
+      return;
     }
-    return valid && std::fabs(e.toe - toe) <= kToeTolerance;
-  };
+  }
+  RecordFields const fields{result.sat, clock, templateRecord, assistance.errorParams, o.fitEnd};
   int fitFailures = 0, refusals = 0;
   double firstFailure = 0, firstRefusal = 0;
-  for (std::size_t i = 0; i < toes.size(); ++i) {
-    double const toe = toes[i];
-    support::ForceModel& m = *models[i % interleave];
-    double& tc = current[i % interleave];
-    double const t1 = toe + h;  // an even window's middle sample is one step before its target
-    bool const fresh = m.getGj8Integrator().getTotalSteps() == 0;
-    double const t0 = fresh ? tc : tc - (nw / 2) * h;
-    double epochOut = 0.0;
-    int const made = support::propagateSatellite(gnss, t0, t1, h, nw, dummy, dummy, m, kepler, positionOut,
-                                                 velocityOut, epochOut);
-    tc = t1 + (nw / 2 - 1) * h;
-    if (made == 0) {
+  for (std::size_t i = 0; i < plan.toes.size(); ++i) {
+    double const toe = plan.toes[i];
+    Ephemeris e;
+    WindowOutcome const outcome = fitWindow(lanes[i % plan.interleave], toe, plan, best.model, fields, e);
+    if (outcome == WindowOutcome::stalled) {
       // The integrator did not move: later windows would be mislabelled.
       result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
                              formatGpsTime(toe) + "; the prediction ends there");
       break;
     }
-    Ephemeris e;
-    bool fitted = made > 0, kept = fitted && encode(toe, e);
-    if (!kept) {
-      // Over a short arc of a near-circular, near-equatorial orbit the mean motion
-      // is shared poorly between sqrtA (whose radius the harmonics absorb), deltaN
-      // and OmegaDot (whose along-track rates differ by cos i), so deltaN may leave
-      // its 16-bit field. A longer window around the same toe separates them
-      // better; it comes from a fresh integrator so the interleaved ones keep their place.
-      std::unique_ptr<support::ForceModel> retry = copyModel(bytes);
-      int const n = nw + kRetryExtraSamples;
-      fitted = support::propagateSatellite(gnss, tStart, t1, h, n, dummy, dummy, *retry, kepler, positionOut,
-                                           velocityOut, epochOut) > 0;
-      kept = fitted && encode(toe, e);
-    }
-    if (!fitted) {
-      if (fitFailures++ == 0) firstFailure = toe;
-      continue;
-    }
-    if (!kept) {
-      if (refusals++ == 0) firstRefusal = toe;
-      continue;
-    }
-    result.predicted.push_back(e);
+    if (outcome == WindowOutcome::fitFailed && fitFailures++ == 0) firstFailure = toe;
+    if (outcome == WindowOutcome::refused && refusals++ == 0) firstRefusal = toe;
+    if (outcome == WindowOutcome::kept) result.predicted.push_back(e);
   }
   result.rejected = fitFailures + refusals;
   if (result.rejected > 0) {
-    std::string text = toString(result.sat) + ": " + std::to_string(result.rejected) + " of " +
-                       std::to_string(toes.size()) + " windows refused:";
-    if (fitFailures > 0) {
-      text += " " + std::to_string(fitFailures) + " Keplerian fits failed (first at toe " +
-              formatGpsTime(firstFailure) + ")";
-    }
-    if (refusals > 0) {
-      text += std::string(fitFailures > 0 ? ";" : "") + " " + std::to_string(refusals) +
-              " element sets out of the broadcast ranges (first at toe " + formatGpsTime(firstRefusal) + ")";
-    }
-    result.notes.push_back(text);
+    result.notes.push_back(
+        refusalNote(result.sat, plan.toes.size(), fitFailures, firstFailure, refusals, firstRefusal));
   }
   double const cpu2 = threadCpuSeconds();
   result.propagateSeconds = cpu2 - cpu1;
 
-  // Every written ephemeris against the states of its window, from an
-  // independent continuous propagation of the same estimate.
   if (o.checkFit && !result.predicted.empty()) {
-    std::unique_ptr<support::ForceModel> check = copyModel(bytes);
-    support::OdeFunGj8 ode(*check);
-    double const lastEpoch = toes.back() + h + (nw / 2 - 1) * h;
-    unsigned const steps = static_cast<unsigned>(std::llround((lastEpoch - tStart) / h));
-    Mat R(3, steps), V(3, steps);
-    // A fresh integrator's first steps are its start-up points; propagateSatellite
-    // drives it the same way.
-    if (check->getGj8Integrator().gj8Propagate(ode, R, V, steps) == steps) {
-      Vec pos(3), vel(3);
-      for (Ephemeris const& e : result.predicted) {
-        for (int i = 0; i < nw; ++i) {
-          double const t = e.toe + h - (nw / 2) * h + i * h;
-          long long const col = std::llround((t - tStart) / h) - 1;
-          if (col < 0 || col >= static_cast<long long>(steps)) continue;
-          Vec const ref = earthFixed(*check, boost::numeric::ublas::column(R, static_cast<std::size_t>(col)),
-                                     boost::numeric::ublas::column(V, static_cast<std::size_t>(col)), t, leap,
-                                     o.antennaOffset);
-          ephemerisState(e, t, pos, vel);
-          result.maxFitResidual = std::max(result.maxFitResidual, support::distance(pos, ref));
-        }
-      }
-    }
+    result.maxFitResidual = maxFitResidual(result.predicted, plan, best.model, leap, o.antennaOffset);
   }
   result.cpuSeconds = threadCpuSeconds() - cpu0;
 }
@@ -425,7 +513,10 @@ std::string validate(PipelineOptions const& o) {
     return "the step must divide one hour into whole steps";
   }
   if (!(o.fitSpan >= 4 * o.sampleStep)) return "the fit span must hold at least five samples";
-  if (!(o.days > 0) || o.days > kMaxDays) return "the prediction length must be above 0 and at most 14 days";
+  if (!(o.days > 0) || o.days > kMaxPredictionDays) {
+    return "the prediction length must be above 0 and at most " +
+           std::to_string(std::lround(kMaxPredictionDays)) + " days";
+  }
   for (char system : {'G', 'C'}) {
     int const n = windowSamples(o, system);
     if (n < 2 || n % 2 != 0) return "a window must hold an even number of samples, at least 2";
@@ -573,6 +664,86 @@ SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat
   templateRecord.sat = sat;
   predictFromSamples(s, orbit.svType(sat), clock, templateRecord, o, result);
   return result;
+}
+
+namespace {
+
+bool selected(SatelliteId const& sat, ConstellationOptions const& o) {
+  if (std::find(o.systems.begin(), o.systems.end(), sat.system) == o.systems.end()) return false;
+  return o.satellites.empty() ||
+         std::find(o.satellites.begin(), o.satellites.end(), sat) != o.satellites.end();
+}
+
+// Runs predict(i, options) for every satellite i, those that estimate the pole
+// first, each worker taking the next satellite as it comes free.
+ConstellationPrediction predictAll(
+    std::vector<support::BeidouSvType> const& types, double fitEnd, ConstellationOptions const& o,
+    std::function<SatellitePrediction(std::size_t, PipelineOptions const&)> const& predict) {
+  ConstellationPrediction result;
+  result.fitEnd = fitEnd;
+  result.satellites.resize(types.size());
+  std::vector<std::size_t> estimating, holding;
+  for (std::size_t i = 0; i < types.size(); ++i) (holdsPole(types[i]) ? holding : estimating).push_back(i);
+  std::atomic<std::size_t> done{0};
+  if (o.progress && !types.empty()) o.progress(0, types.size());
+  auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options) {
+    std::atomic<std::size_t> next{0};
+    auto worker = [&]() {
+      for (std::size_t k = next++; k < which.size(); k = next++) {
+        result.satellites[which[k]] = predict(which[k], options);
+        if (o.progress) o.progress(++done, types.size());
+      }
+    };
+    std::vector<std::thread> threads;
+    unsigned const count = std::min<unsigned>(std::max(1u, o.threads), static_cast<unsigned>(which.size()));
+    for (unsigned i = 0; i < count; ++i) threads.emplace_back(worker);
+    for (std::thread& t : threads) t.join();
+  };
+  PipelineOptions options = o.pipeline;
+  options.fitEnd = fitEnd;
+  run(estimating, options);
+  options.pole = medianPole(result.satellites);
+  run(holding, options);
+  result.poleHolders = holding.size();
+  result.heldPole = options.pole;
+  return result;
+}
+
+}  // namespace
+
+ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
+                                             ConstellationOptions const& o) {
+  double const h = o.pipeline.sampleStep;
+  double latest = -1.0;
+  std::vector<std::vector<Ephemeris> const*> inputs;
+  std::vector<support::BeidouSvType> types;
+  for (auto const& entry : records) {
+    if (std::find(o.systems.begin(), o.systems.end(), entry.first.system) == o.systems.end()) continue;
+    for (Ephemeris const& e : entry.second) latest = std::max(latest, e.toe);
+    if (!selected(entry.first, o)) continue;
+    inputs.push_back(&entry.second);
+    types.push_back(orbitType(entry.second));
+  }
+  double const fitEnd =
+      o.fitEndGiven ? std::floor(o.pipeline.fitEnd / h + 1e-9) * h : std::round(latest / h) * h;
+  return predictAll(types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+    return predictFromBroadcast(*inputs[i], options);
+  });
+}
+
+ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, ConstellationOptions const& o) {
+  double const h = o.pipeline.sampleStep;
+  std::vector<SatelliteId> sats;
+  std::vector<support::BeidouSvType> types;
+  for (SatelliteId const& sat : orbit.satellites()) {
+    if (!selected(sat, o)) continue;
+    sats.push_back(sat);
+    types.push_back(orbit.svType(sat));
+  }
+  double const fitEnd = std::floor((o.fitEndGiven ? o.pipeline.fitEnd : orbit.end()) / h + 1e-9) * h;
+  return predictAll(types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+    return predictFromSp3(orbit, sats[i], options);
+  });
 }
 
 }  // namespace host

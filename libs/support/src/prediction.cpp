@@ -60,32 +60,6 @@ Mat rotationOrIdentity(Mat const& m) {
   return ublas::identity_matrix<double>(3);
 }
 
-// Columns of Int0 states (pm, vm) at the epochs to ITRS antenna positions and
-// ITRS velocities, in place: rItrs = W B r, vItrs = W (B v - w x B r) with
-// B = M(t) N^T, the transformation of toEcef with the force model's frame
-// matrix N (one icrsToInt0 per epoch), as the measurement model of the filter
-// uses it; then addApcOffset.
-void toEarthFixedAntenna(ForceModel const& forceModel, Vec const& epochs, int leap, Mat& pm, Mat& vm) {
-  InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
-  Mat const w = rotationOrIdentity(forceModel.getEopInfo().matrix);
-  AntennaPhase const antenna = forceModel.getAssistanceData().antPhase;
-  Mat const nt = trans(rotationOrIdentity(frame.matrix));
-  Mat b(3, 3);
-  Vec r(3), v(3), rb(3), vb(3);
-  for (std::size_t i = 0; i < epochs.size(); ++i) {
-    noalias(b) = prod(icrsToInt0(epochs(i), frame.ut1MinusUtc, leap), nt);
-    noalias(r) = ublas::column(pm, i);
-    noalias(v) = ublas::column(vm, i);
-    noalias(rb) = prod(b, r);
-    noalias(vb) = prod(b, v);
-    vb(0) += earthRotationRate * rb(1);
-    vb(1) -= earthRotationRate * rb(0);
-    noalias(r) = prod(w, rb);
-    ublas::column(pm, i) = addApcOffset(r, antenna, epochs(i), leap);
-    ublas::column(vm, i) = prod(w, vb);
-  }
-}
-
 // B A B^T into out.
 void congruence(Mat const& b, Mat const& a, Mat& out) {
   Mat const ab = prod(b, a);
@@ -282,9 +256,38 @@ int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int 
   if (n == 1) return static_cast<int>(made);
 
   int const ls = leapSeconds(epochs(mid), true, forceModel.getLeapInfo());
-  toEarthFixedAntenna(forceModel, epochs, ls, pm, vm);
+  int0StatesToItrs(forceModel, epochs, ls, true, pm, vm);
   if (!satelliteStatesToKeplerian(gnss, pm, vm, epochs, keplerOut)) return -1;
   return static_cast<int>(made);
+}
+
+void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapSeconds, bool antenna,
+                      Mat& positions, Mat& velocities) {
+  std::size_t const n = epochs.size();
+  if (positions.size1() != 3 || positions.size2() != n) {
+    ZARN_THROW(std::invalid_argument("int0StatesToItrs: invalid size positions"));
+  }
+  if (velocities.size1() != 3 || velocities.size2() != n) {
+    ZARN_THROW(std::invalid_argument("int0StatesToItrs: invalid size velocities"));
+  }
+  InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
+  Mat const w = rotationOrIdentity(forceModel.getEopInfo().matrix);
+  AntennaPhase const phase = forceModel.getAssistanceData().antPhase;
+  Mat const nt = trans(rotationOrIdentity(frame.matrix));
+  Mat b(3, 3);
+  Vec r(3), v(3), rb(3), vb(3);
+  for (std::size_t i = 0; i < n; ++i) {
+    noalias(b) = prod(icrsToInt0(epochs(i), frame.ut1MinusUtc, leapSeconds), nt);
+    noalias(r) = ublas::column(positions, i);
+    noalias(v) = ublas::column(velocities, i);
+    noalias(rb) = prod(b, r);
+    noalias(vb) = prod(b, v);
+    vb(0) += earthRotationRate * rb(1);
+    vb(1) -= earthRotationRate * rb(0);
+    noalias(r) = prod(w, rb);
+    ublas::column(positions, i) = antenna ? addApcOffset(r, phase, epochs(i), leapSeconds) : r;
+    ublas::column(velocities, i) = prod(w, vb);
+  }
 }
 
 }  // namespace support

@@ -2,7 +2,8 @@
 // its broadcast ephemerides up to the fit end (or take precise orbits), sample
 // Earth-fixed centre-of-mass positions over the fit span, estimate the initial
 // state, propagate window by window, encode the fitted elements as broadcast
-// ephemerides and keep those that pass validation.
+// ephemerides and keep those that pass validation; and the same for a whole
+// constellation on worker threads (predictConstellation).
 //
 // Time grid. Samples, integration steps and windows share one grid of
 // `sampleStep` seconds on the constellation's own time scale (GPS time; BDT =
@@ -19,6 +20,8 @@
 #ifndef ZARN_HOST_PIPELINE_HPP
 #define ZARN_HOST_PIPELINE_HPP
 
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -29,12 +32,16 @@
 namespace zarn {
 namespace host {
 
+// Longest prediction, days: two weeks, by which a satellite is due for a fresh
+// initialisation from new broadcast ephemerides.
+constexpr double kMaxPredictionDays = 14.0;
+
 struct PipelineOptions {
   double fitEnd = 0;             // GPS seconds: the last sample is at or before it, on the grid
   double fitSpan = 24 * 3600.0;  // s: samples cover [fitEnd - fitSpan, fitEnd]
   double minFitSpan = 0;         // s: shorter spans (after gaps) skip the satellite; 0: half of fitSpan
   double sampleStep = 900.0;     // s: sample spacing and integration step
-  double days = 7.0;             // prediction length, days (at most 14)
+  double days = 7.0;             // prediction length, days (at most kMaxPredictionDays)
   int gpsWindowSamples = 16;     // states per fitted GPS window (even): (n - 1) * step is the fit interval
   int beidouWindowSamples = 12;  // the same for BeiDou
   int geopotentialDegree = 8;    // degree and order of the gravity field
@@ -63,6 +70,7 @@ struct SatellitePrediction {
   double sampleRms = 0;       // m: RMS distance between the samples and the estimated orbit
   double maxFitResidual = 0;  // m: with checkFit, the largest distance between a written
                               // ephemeris and the propagated states of its window
+                              // (infinite when that propagation fails)
   support::BeidouSvType svType = support::UNDEFINED_SAT_TYPE;
   support::Eop pole;                                 // the filter's final pole (rad)
   double cpuSeconds = 0;                             // thread CPU time of the whole prediction
@@ -85,6 +93,37 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records,
 // to the SP3 clocks of the fit span.
 SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat,
                                    PipelineOptions const& options);
+
+// ---- A constellation -----------------------------------------------------------
+
+struct ConstellationOptions {
+  // fitEnd is used only when fitEndGiven; pole is replaced for the satellites that hold it.
+  PipelineOptions pipeline;
+  bool fitEndGiven = false;
+  std::vector<char> systems = {'G', 'C'};
+  std::vector<SatelliteId> satellites;  // only these; empty: every satellite of `systems`
+  unsigned threads = 1;                 // worker threads (at least one)
+  // If set: called with (0, selected satellites) before the first one starts,
+  // then by the workers with (satellites done, selected) after each one.
+  std::function<void(std::size_t, std::size_t)> progress;
+};
+
+struct ConstellationPrediction {
+  // GPS seconds on the grid of pipeline.sampleStep: a given fit end moved back
+  // to it, otherwise the grid instant nearest the latest reference time of the
+  // records (a broadcast record is good for a while after its toe) or the last
+  // grid instant of the precise orbit.
+  double fitEnd = 0;
+  std::vector<SatellitePrediction> satellites;  // the selected satellites, in input order
+  std::size_t poleHolders = 0;                  // satellites that held the pole (BeiDou GEO, IGSO)
+  support::Eop heldPole;                        // the pole they held: medianPole of the others
+};
+
+// Every selected satellite of the input, `threads` at a time. The satellites
+// that hold the pole run after the others and take their median pole.
+ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
+                                             ConstellationOptions const& options);
+ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, ConstellationOptions const& options);
 
 }  // namespace host
 }  // namespace zarn
