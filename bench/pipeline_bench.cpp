@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "zarn/host/ephemeris.hpp"
+#include "zarn/host/gnss_time.hpp"
 #include "zarn/host/pipeline.hpp"
 #include "zarn/host/rinex_nav.hpp"
 #include "zarn/host/screening.hpp"
@@ -27,6 +28,7 @@ namespace {
 constexpr char const* kNavFile = "/data/2016-251_252_smartloc/brdc2510.16n";
 constexpr int kSatellite = 12;
 constexpr double kDays = 7.0;
+constexpr double kGpsSpacing = 7200.0;  // s: GPS reference times on even hours
 
 struct Data {
   bool ok = false;
@@ -120,13 +122,13 @@ void BM_PipelineStagePropagate7Days(benchmark::State& state) {
   stages.estimate(model);
   zs::BinaryData bytes;
   model.serialize(bytes);
-  unsigned const steps =
-      static_cast<unsigned>((o.fitEnd - stages.start()) / o.sampleStep + kDays * 86400.0 / o.sampleStep);
+  unsigned const steps = static_cast<unsigned>((o.fitEnd - stages.start()) / o.sampleStep +
+                                               kDays * zh::kSecondsPerDay / o.sampleStep);
   for (auto _ : state) {
     state.PauseTiming();
     zs::ForceModel copy;
     unsigned int position = 0;
-    copy.deserialize(bytes, position);
+    if (!copy.deserialize(bytes, position)) return state.SkipWithError("the force model does not read back");
     zs::Mat R(3, 1), V(3, 1);
     zs::OdeFunGj8 ode(copy);
     state.ResumeTiming();
@@ -144,29 +146,25 @@ void BM_PipelineStageFitAndEncode7Days(benchmark::State& state) {
   stages.configure(model);
   stages.estimate(model);
   int const n = o.gpsWindowSamples;
-  unsigned const steps =
-      static_cast<unsigned>((o.fitEnd - stages.start()) / o.sampleStep + kDays * 86400.0 / o.sampleStep + n);
+  unsigned const steps = static_cast<unsigned>((o.fitEnd - stages.start()) / o.sampleStep +
+                                               kDays * zh::kSecondsPerDay / o.sampleStep + n);
   zs::Mat R(3, steps), V(3, steps);
   zs::OdeFunGj8 ode(model);
   model.getGj8Integrator().gj8Propagate(ode, R, V, steps);
-  zs::InertialFrameInfo const frame = model.getInertialFrameInfo();
   int const leap = zh::leapSecondsAt(o.fitEnd);
   std::vector<zs::Mat> windowsR, windowsV;
   std::vector<zs::Vec> windowsT;
-  for (double toe = o.fitEnd; toe <= o.fitEnd + kDays * 86400.0; toe += 7200.0) {
+  for (double toe = o.fitEnd; toe <= o.fitEnd + kDays * zh::kSecondsPerDay; toe += kGpsSpacing) {
     zs::Mat wr(3, static_cast<std::size_t>(n)), wv(3, static_cast<std::size_t>(n));
     zs::Vec wt(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i) {
       double const t = toe - (n / 2 - 1) * o.sampleStep + i * o.sampleStep;
       std::size_t const col = static_cast<std::size_t>((t - stages.start()) / o.sampleStep) - 1;
-      zs::Vec r(3), v(3);
-      zs::toEcef(boost::numeric::ublas::column(R, col), boost::numeric::ublas::column(V, col), t, frame.tRef,
-                 model.getEopInfo().eop, frame.ut1MinusUtc, leap, r, v);
-      boost::numeric::ublas::column(wr, static_cast<std::size_t>(i)) =
-          zs::addApcOffset(r, model.getAssistanceData().antPhase, t, leap);
-      boost::numeric::ublas::column(wv, static_cast<std::size_t>(i)) = v;
+      boost::numeric::ublas::column(wr, static_cast<std::size_t>(i)) = boost::numeric::ublas::column(R, col);
+      boost::numeric::ublas::column(wv, static_cast<std::size_t>(i)) = boost::numeric::ublas::column(V, col);
       wt(static_cast<std::size_t>(i)) = t;
     }
+    zs::int0StatesToItrs(model, wt, leap, true, wr, wv);
     windowsR.push_back(wr);
     windowsV.push_back(wv);
     windowsT.push_back(wt);

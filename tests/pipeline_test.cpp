@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -249,4 +250,48 @@ TEST(PipelineTest, RefusedGeoWindowsAreFittedAgainOverALongerArc) {
   ASSERT_TRUE(geo.skipReason.empty()) << geo.skipReason;
   EXPECT_EQ(geo.svType, zarn::support::GEO);
   EXPECT_EQ(geo.rejected, 0);
+}
+
+// A constellation on two threads: satellites in input order, a given fit end
+// moved back to the grid, and the IGSO satellite predicted after the GPS ones
+// with their median pole, which is the real pole of the day (about 0.4").
+TEST(PipelineTest, ConstellationGivesGeoAndIgsoTheOthersPole) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  zh::Sp3Orbit const orbit({zh::readSp3(day1)});
+  zh::ConstellationOptions o;
+  o.pipeline.days = 0.5;
+  o.pipeline.fitEnd = gpsTime("2019-04-07T23:52:00");
+  o.fitEndGiven = true;
+  o.satellites = {{'G', 8}, {'C', 8}, {'G', 7}};
+  o.threads = 2;
+  std::mutex lock;
+  std::vector<std::size_t> progress;
+  o.progress = [&](std::size_t done, std::size_t total) {
+    std::lock_guard<std::mutex> guard(lock);
+    EXPECT_EQ(total, 3u);
+    progress.push_back(done);
+  };
+  zh::ConstellationPrediction const c = zh::predictConstellation(orbit, o);
+  EXPECT_EQ(c.fitEnd, gpsTime("2019-04-07T23:45:00"));
+  ASSERT_EQ(c.satellites.size(), 3u);
+  EXPECT_EQ(zh::toString(c.satellites[0].sat), "C08");
+  EXPECT_EQ(zh::toString(c.satellites[1].sat), "G07");
+  EXPECT_EQ(zh::toString(c.satellites[2].sat), "G08");
+  std::sort(progress.begin(), progress.end());
+  EXPECT_EQ(progress, (std::vector<std::size_t>{0, 1, 2, 3}));
+
+  EXPECT_EQ(c.poleHolders, 1u);
+  double const arcsecond = 4.84813681109536e-6;
+  EXPECT_NEAR(std::hypot(c.heldPole.xp, c.heldPole.yp) / arcsecond, 0.4, 0.1);
+  EXPECT_EQ(c.heldPole.xp, 0.5 * (c.satellites[1].pole.xp + c.satellites[2].pole.xp));
+  zh::PipelineOptions direct = o.pipeline;
+  direct.fitEnd = c.fitEnd;
+  direct.pole = c.heldPole;
+  zh::SatellitePrediction const igso = zh::predictFromSp3(orbit, {'C', 8}, direct);
+  EXPECT_EQ(c.satellites[0].sampleRms, igso.sampleRms);
+  EXPECT_LT(igso.sampleRms, 15.0);
+  ASSERT_EQ(c.satellites[0].predicted.size(), igso.predicted.size());
+  for (std::size_t i = 0; i < igso.predicted.size(); ++i) {
+    EXPECT_TRUE(c.satellites[0].predicted[i].beidou == igso.predicted[i].beidou) << i;
+  }
 }

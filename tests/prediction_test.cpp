@@ -310,6 +310,32 @@ TEST(PropagateSatellite, StepCountsAndMiddleEpoch) {
   EXPECT_EQ(norm_2(none.r), 0.0);
 }
 
+// The conversion of propagated states for the fit and the host's checks,
+// against toEcef (itself checked against ERFA) and addApcOffset column by column.
+TEST(Int0StatesToItrs, AgreesWithToEcefAndTheAntennaOffset) {
+  Scenario s(gpsStart, false);
+  std::size_t const n = 4;
+  Vec epochs(n);
+  Mat r(3, n), v(3, n);
+  for (std::size_t k = 0; k < n; ++k) {
+    epochs(k) = gpsStart + 5400.0 * static_cast<double>(k);
+    Vec const x = s.truth(epochs(k));
+    ublas::column(r, k) = ublas::subrange(x, 0, 3);
+    ublas::column(v, k) = ublas::subrange(x, 3, 6);
+  }
+  for (bool antenna : {false, true}) {
+    Mat rItrs = r, vItrs = v;
+    zs::int0StatesToItrs(s.model, epochs, s.leap, antenna, rItrs, vItrs);
+    for (std::size_t k = 0; k < n; ++k) {
+      Vec re(3), ve(3);
+      zs::toEcef(ublas::column(r, k), ublas::column(v, k), epochs(k), s.tStart, s.pole, 0.0, s.leap, re, ve);
+      if (antenna) re = zs::addApcOffset(re, s.model.getAssistanceData().antPhase, epochs(k), s.leap);
+      EXPECT_LT(norm_2(ublas::column(rItrs, k) - re), 1e-6) << antenna << " " << k;
+      EXPECT_LT(norm_2(ublas::column(vItrs, k) - ve), 1e-9) << antenna << " " << k;
+    }
+  }
+}
+
 TEST(PredictionDeathTest, Preconditions) {
   char const source[] = "libs/support/src/prediction";
   zs::ForceModel model;
@@ -328,4 +354,10 @@ TEST(PredictionDeathTest, Preconditions) {
                zarn::test::fatalArgument("propagateSatellite: invalid number of epochs", source));
   EXPECT_DEATH(zs::propagateSatellite(zc::GPS, 0.0, 3600.0, 0.0, 5, r, v, model, kepler, r, v, epoch),
                zarn::test::fatalArgument("propagateSatellite: invalid step", source));
+  Mat three(3, 3), two3(3, 2);
+  Vec const epochs(3, 0.0);
+  EXPECT_DEATH(zs::int0StatesToItrs(model, epochs, 0, false, two3, three),
+               zarn::test::fatalArgument("int0StatesToItrs: invalid size positions", source));
+  EXPECT_DEATH(zs::int0StatesToItrs(model, epochs, 0, false, three, two3),
+               zarn::test::fatalArgument("int0StatesToItrs: invalid size velocities", source));
 }

@@ -104,7 +104,8 @@ struct ConstellationOptions {
   std::vector<SatelliteId> satellites;  // only these; empty: every satellite of `systems`
   unsigned threads = 1;                 // worker threads (at least one)
   // If set: called with (0, selected satellites) before the first one starts,
-  // then by the workers with (satellites done, selected) after each one.
+  // then by the workers, possibly at once, with (satellites done, selected)
+  // after each one.
   std::function<void(std::size_t, std::size_t)> progress;
 };
 
