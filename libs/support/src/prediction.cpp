@@ -15,23 +15,38 @@ namespace {
 
 namespace ublas = boost::numeric::ublas;
 
-char const tag[] = "Prediction";
+char const kTag[] = "Prediction";
 
-constexpr unsigned stateSize = 8;  // position, velocity, xp, yp
-constexpr unsigned variationalSize = stateSize + stateSize * stateSize;
+constexpr unsigned kStateSize = 8;  // position, velocity, xp, yp
+constexpr unsigned kVariationalSize = kStateSize + kStateSize * kStateSize;
 
-// Filter constants: variances in m^2, (m/s)^2 and rad^2.
-constexpr double positionVariance = 4.0;
-constexpr double velocityVariance = 1e-6;
-constexpr double poleVariance = 1e-10;
-constexpr double poleProcessNoise = 1e-14;
-// GEO and IGSO: 2 m radial, 50 m along- and cross-track before the first
-// epoch, 1 m and 5 m per measurement; the pole nearly frozen.
-constexpr double geoVelocityVariance = 1e-4;
-constexpr double geoPoleVariance = 1e-40;
-constexpr double geoPositionRtn[3] = {4.0, 2500.0, 2500.0};
-constexpr double geoMeasurementRtn[3] = {1.0, 25.0, 25.0};
-constexpr double rkf78Tolerance = 1e-7;
+// Filter tuning: variances in m^2, (m/s)^2 and rad^2.
+// Position a priori (2 m)^2 per axis, each measured position (1 m)^2 per
+// axis: GPS broadcast orbits are good to 1-2 m (Montenbruck, Steigenberger,
+// Hauschild 2015, "Broadcast versus precise ephemerides: a multi-GNSS
+// perspective", GPS Solutions 19:321). Velocity (1 mm/s)^2, a few times what
+// such an error varying over a 12-hour revolution amounts to (2 m x 2 pi /
+// 12 h = 0.3 mm/s).
+constexpr double kPositionVariance = 4.0;
+constexpr double kVelocityVariance = 1e-6;
+constexpr double kMeasurementVariance = 1.0;
+// The pole a priori (1e-5 rad = 2")^2, wide of its distance of at most about
+// 0.6" from the IERS reference pole (IERS EOP C04 series), and free to move
+// (1e-7 rad = 0.02")^2 per sample, well above its own motion of a few mas per
+// day (IERS Bulletin A).
+constexpr double kPoleVariance = 1e-10;
+constexpr double kPoleProcessNoise = 1e-14;
+// BeiDou GEO and IGSO are tracked from one region, so their broadcast orbits
+// are weakest along and across track: 2 m radial, 50 m along- and cross-track
+// and (1 cm/s)^2 before the first epoch, 1 m and 5 m per measurement. Their
+// samples cannot separate the pole from the orbit, so it is held.
+constexpr double kGeoVelocityVariance = 1e-4;
+constexpr double kGeoPoleVariance = 1e-40;
+constexpr double kGeoPositionRtn[3] = {4.0, 2500.0, 2500.0};
+constexpr double kGeoMeasurementRtn[3] = {1.0, 25.0, 25.0};
+// Step tolerance of rkf78 between samples (relative plus absolute, per
+// component).
+constexpr double kRkf78Tolerance = 1e-7;
 
 bool shapedAlongTrack(BeidouSvType svType) {
   return svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO;
@@ -105,43 +120,43 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
   // First sample into Int0 of its own epoch, then into the force model's Int0.
   Vec const r0Itrs = ublas::row(positions, 0), v0Itrs = ublas::row(velocities, 0);
   Vec r0(3), v0(3);
-  Mat j(stateSize, stateSize);
+  Mat j(kStateSize, kStateSize);
   toInt0(r0Itrs, v0Itrs, eop, r0, v0, j);
   Mat const c = prod(nMatrix, trans(icrsToInt0(times(0), frame.ut1MinusUtc, ls)));
-  Mat cBlock = ublas::identity_matrix<double>(stateSize);
+  Mat cBlock = ublas::identity_matrix<double>(kStateSize);
   ublas::subrange(cBlock, 0, 3, 0, 3) = c;
   ublas::subrange(cBlock, 3, 6, 3, 6) = c;
   j = Mat(prod(cBlock, j));
 
-  Vec x(stateSize);
+  Vec x(kStateSize);
   ublas::subrange(x, 0, 3) = prod(c, r0);
   ublas::subrange(x, 3, 6) = prod(c, v0);
   x(6) = eop.xp;
   x(7) = eop.yp;
 
-  Mat p = ublas::zero_matrix<double>(stateSize, stateSize);
-  Mat q = ublas::zero_matrix<double>(stateSize, stateSize);
+  Mat p = ublas::zero_matrix<double>(kStateSize, kStateSize);
+  Mat q = ublas::zero_matrix<double>(kStateSize, kStateSize);
   for (unsigned k = 0; k < 3; ++k) {
-    p(k, k) = shaped ? 0.0 : positionVariance;
-    p(k + 3, k + 3) = shaped ? geoVelocityVariance : velocityVariance;
+    p(k, k) = shaped ? 0.0 : kPositionVariance;
+    p(k + 3, k + 3) = shaped ? kGeoVelocityVariance : kVelocityVariance;
   }
-  p(6, 6) = p(7, 7) = shaped ? geoPoleVariance : poleVariance;
-  if (!shaped) q(6, 6) = q(7, 7) = poleProcessNoise;
+  p(6, 6) = p(7, 7) = shaped ? kGeoPoleVariance : kPoleVariance;
+  if (!shaped) q(6, 6) = q(7, 7) = kPoleProcessNoise;
   {
-    Mat mapped(stateSize, stateSize);
+    Mat mapped(kStateSize, kStateSize);
     congruence(j, p, mapped);
     p = mapped;
   }
   if (shaped) {
-    ublas::subrange(p, 0, 3, 0, 3) = rtnCovariance(head3(x, 0), head3(x, 3), geoPositionRtn);
+    ublas::subrange(p, 0, 3, 0, 3) = rtnCovariance(head3(x, 0), head3(x, 3), kGeoPositionRtn);
   }
-  Mat r = ublas::identity_matrix<double>(3);
+  Mat r = kMeasurementVariance * ublas::identity_matrix<double>(3);
 
-  Vec y(variationalSize);
-  Vec xMinus(stateSize), innovation(3), u(3), z(3);
-  Mat phi(stateSize, stateSize), pMinus(stateSize, stateSize), hm(3, stateSize), k(stateSize, 3);
-  Mat dWdxp(3, 3), dWdyp(3, 3), lm(stateSize, stateSize);
-  Mat const identity8 = ublas::identity_matrix<double>(stateSize);
+  Vec y(kVariationalSize);
+  Vec xMinus(kStateSize), innovation(3), u(3), z(3);
+  Mat phi(kStateSize, kStateSize), pMinus(kStateSize, kStateSize), hm(3, kStateSize), k(kStateSize, 3);
+  Mat dWdxp(3, 3), dWdyp(3, 3), lm(kStateSize, kStateSize);
+  Mat const identity8 = ublas::identity_matrix<double>(kStateSize);
   OdeFunRkf78 variational(forceModel);
 
   for (std::size_t e = 1; e < n; ++e) {
@@ -151,18 +166,18 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
 
     // State and identity transition matrix, the latter column by column.
     y.clear();
-    for (unsigned i = 0; i < stateSize; ++i) {
+    for (unsigned i = 0; i < kStateSize; ++i) {
       y(i) = x(i);
-      y(stateSize + i + stateSize * i) = 1.0;
+      y(kStateSize + i + kStateSize * i) = 1.0;
     }
-    rkf78(variational, y, times(e - 1), times(e), h, rkf78Tolerance);
-    for (unsigned i = 0; i < stateSize; ++i) {
+    rkf78(variational, y, times(e - 1), times(e), h, kRkf78Tolerance);
+    for (unsigned i = 0; i < kStateSize; ++i) {
       xMinus(i) = y(i);
-      for (unsigned col = 0; col < stateSize; ++col) phi(i, col) = y(stateSize + i + stateSize * col);
+      for (unsigned col = 0; col < kStateSize; ++col) phi(i, col) = y(kStateSize + i + kStateSize * col);
     }
 
-    for (unsigned i = 0; i < stateSize; ++i) {
-      for (unsigned col = i + 1; col < stateSize; ++col)
+    for (unsigned i = 0; i < kStateSize; ++i) {
+      for (unsigned col = i + 1; col < kStateSize; ++col)
         p(i, col) = p(col, i) = (p(i, col) + p(col, i)) / 2.0;
     }
     congruence(phi, p, pMinus);
@@ -178,7 +193,7 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
     ublas::subrange(hm, 0, 3, 0, 3) = t;
     ublas::column(hm, 6) = prod(dWdxp, u);
     ublas::column(hm, 7) = prod(dWdyp, u);
-    if (shaped) r = rtnCovariance(rMinus, head3(xMinus, 3), geoMeasurementRtn);
+    if (shaped) r = rtnCovariance(rMinus, head3(xMinus, 3), kGeoMeasurementRtn);
 
     Mat const pht = prod(pMinus, trans(hm));
     Mat s = prod(hm, pht);
@@ -209,7 +224,7 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
     Mat rBack(3, 1, 0.0), vBack(3, 1, 0.0);
     if (integrator.gj8Propagate(ode, rBack, vBack, static_cast<unsigned>(m)) == 0) {
       log::printFormatted(
-          log::ERROR, tag,
+          log::ERROR, kTag,
           "estimateInitialState: integrator made 0 backwards steps, initialization has failed, "
           "target backwards time %f",
           times(m));
