@@ -299,6 +299,65 @@ std::string writeChecked(std::string const& out, NavWriteOptions const& writeOpt
          "; " + std::to_string(invalid) + " records fail validation";
 }
 
+// The pole given to the satellites that hold it, or why it is zero.
+void reportPole(ConstellationPrediction const& prediction) {
+  if (prediction.poleHolders == 0) return;
+  constexpr double kArcsecond = 4.84813681109536e-6;  // rad
+  if (prediction.heldPole.xp == 0.0 && prediction.heldPole.yp == 0.0) {
+    std::fprintf(stderr,
+                 "zarn predict: no GPS or BeiDou MEO satellite to estimate the pole from; GEO and IGSO "
+                 "satellites assume a zero pole\n");
+  } else {
+    std::printf(
+        "pole estimated from GPS and BeiDou MEO orbits, held for GEO and IGSO: xp %.3f\", yp %.3f\"\n",
+        prediction.heldPole.xp / kArcsecond, prediction.heldPole.yp / kArcsecond);
+  }
+}
+
+struct PredictReport {
+  std::vector<zarn::core::GpsEphemeris> gps;  // the records to write
+  std::vector<zarn::core::BeidouEphemeris> beidou;
+  std::size_t predicted = 0, skipped = 0;  // satellites
+  double worstFit = 0.0;                   // m
+  double cpu = 0.0;                        // s
+};
+
+// One line per satellite (notes and skips on stderr), and the records to write.
+PredictReport reportSatellites(ConstellationPrediction const& prediction, bool checkFit) {
+  PredictReport report;
+  for (SatellitePrediction const& r : prediction.satellites) {
+    for (std::string const& note : r.notes) std::fprintf(stderr, "zarn predict: %s\n", note.c_str());
+    report.cpu += r.cpuSeconds;
+    if (!r.skipReason.empty()) {
+      std::fprintf(stderr, "zarn predict: %s: skipped: %s\n", toString(r.sat).c_str(), r.skipReason.c_str());
+      ++report.skipped;
+      continue;
+    }
+    ++report.predicted;
+    for (Ephemeris const& e : r.predicted) {
+      if (e.sat.system == 'C') {
+        report.beidou.push_back(e.beidou);
+      } else {
+        report.gps.push_back(e.gps);
+      }
+    }
+    std::string line =
+        toString(r.sat) + "  fit " + formatGpsTime(r.fitStart) + " .. " + formatGpsTime(r.fitEnd);
+    char text[160];
+    std::snprintf(text, sizeof text, " (%d samples, rms %.2f m)  %zu ephemerides", r.samples, r.sampleRms,
+                  r.predicted.size());
+    line += text;
+    if (r.rejected > 0) line += ", " + std::to_string(r.rejected) + " windows refused";
+    if (checkFit) {
+      std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
+      line += text;
+    }
+    std::printf("%s\n", line.c_str());
+    report.worstFit = std::max(report.worstFit, r.maxFitResidual);
+  }
+  return report;
+}
+
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
               "beidou-window", "no-antenna-offset", "check", "jobs", "help"});
@@ -333,56 +392,10 @@ int runPredict(Arguments const& args) {
     return kExitFailure;
   }
   progress->finish();
-  if (prediction.poleHolders > 0) {
-    constexpr double kArcsecond = 4.84813681109536e-6;  // rad
-    if (prediction.heldPole.xp == 0.0 && prediction.heldPole.yp == 0.0) {
-      std::fprintf(stderr,
-                   "zarn predict: no GPS or BeiDou MEO satellite to estimate the pole from; GEO and IGSO "
-                   "satellites assume a zero pole\n");
-    } else {
-      std::printf(
-          "pole estimated from GPS and BeiDou MEO orbits, held for GEO and IGSO: xp %.3f\", yp %.3f\"\n",
-          prediction.heldPole.xp / kArcsecond, prediction.heldPole.yp / kArcsecond);
-    }
-  }
-
-  // Report.
-  bool const checkFit = options.pipeline.checkFit;
-  std::vector<zarn::core::GpsEphemeris> gps;
-  std::vector<zarn::core::BeidouEphemeris> beidou;
-  std::size_t predictedSats = 0, skipped = 0;
-  double worstFit = 0.0;
-  double cpu = 0.0;
-  for (SatellitePrediction const& r : prediction.satellites) {
-    for (std::string const& note : r.notes) std::fprintf(stderr, "zarn predict: %s\n", note.c_str());
-    cpu += r.cpuSeconds;
-    if (!r.skipReason.empty()) {
-      std::fprintf(stderr, "zarn predict: %s: skipped: %s\n", toString(r.sat).c_str(), r.skipReason.c_str());
-      ++skipped;
-      continue;
-    }
-    ++predictedSats;
-    for (Ephemeris const& e : r.predicted) {
-      if (e.sat.system == 'C') {
-        beidou.push_back(e.beidou);
-      } else {
-        gps.push_back(e.gps);
-      }
-    }
-    std::string line =
-        toString(r.sat) + "  fit " + formatGpsTime(r.fitStart) + " .. " + formatGpsTime(r.fitEnd);
-    char text[160];
-    std::snprintf(text, sizeof text, " (%d samples, rms %.2f m)  %zu ephemerides", r.samples, r.sampleRms,
-                  r.predicted.size());
-    line += text;
-    if (r.rejected > 0) line += ", " + std::to_string(r.rejected) + " windows refused";
-    if (checkFit) {
-      std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
-      line += text;
-    }
-    std::printf("%s\n", line.c_str());
-    worstFit = std::max(worstFit, r.maxFitResidual);
-  }
+  reportPole(prediction);
+  PredictReport const report = reportSatellites(prediction, options.pipeline.checkFit);
+  std::vector<zarn::core::GpsEphemeris> const& gps = report.gps;
+  std::vector<zarn::core::BeidouEphemeris> const& beidou = report.beidou;
   if (gps.empty() && beidou.empty()) {
     std::fprintf(stderr, "zarn predict: no satellite could be predicted; nothing written\n");
     return kExitFailure;
@@ -407,12 +420,14 @@ int runPredict(Arguments const& args) {
   }
   std::printf(
       "wrote %zu GPS and %zu BeiDou ephemerides of %zu satellites to %s (fit end %s GPST, %zu skipped)\n",
-      gps.size(), beidou.size(), predictedSats, out.c_str(), formatGpsTime(prediction.fitEnd).c_str(),
-      skipped);
+      gps.size(), beidou.size(), report.predicted, out.c_str(), formatGpsTime(prediction.fitEnd).c_str(),
+      report.skipped);
   std::printf("read back: %zu records identical to those written, all within the broadcast ranges\n",
               gps.size() + beidou.size());
-  std::printf("CPU time in the pipeline: %.3f s\n", cpu);
-  if (checkFit) std::printf("largest fit residual of a written ephemeris: %.3f m\n", worstFit);
+  std::printf("CPU time in the pipeline: %.3f s\n", report.cpu);
+  if (options.pipeline.checkFit) {
+    std::printf("largest fit residual of a written ephemeris: %.3f m\n", report.worstFit);
+  }
   return 0;
 }
 

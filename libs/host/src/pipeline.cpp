@@ -150,20 +150,28 @@ bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, boo
   return true;
 }
 
-// One estimation of the initial state from the samples with the given model
-// parameters. The model is left as estimateInitialState leaves it; `rms` is the
-// RMS distance (m) between the samples and the estimated orbit integrated back
-// over the span (infinite when that integration fails).
+// The initial state estimated from the samples with the given model
+// parameters, and the force model as estimateInitialState leaves it; `rms` is
+// the RMS distance (m) between the samples and the estimated orbit integrated
+// back over the span (infinite when that integration fails).
 struct Estimation {
   support::InitialStateEstimate estimate;
   support::BinaryData model;  // the serialized force model, ready to propagate
   double rms = 0;
 };
 
-Estimation estimateFrom(Samples const& s, Vec const& times, Mat const& positions, Mat const& velocities,
-                        support::AssistanceData const& assistance, support::BeidouSvType type,
-                        PipelineOptions const& o, int leap) {
+Estimation estimateFrom(Samples const& s, support::AssistanceData const& assistance,
+                        support::BeidouSvType type, PipelineOptions const& o, int leap) {
   std::size_t const n = s.t.size();
+  Vec times(n);
+  Mat positions(n, 3), velocities(n, 3);
+  for (std::size_t k = 0; k < n; ++k) {
+    times(k) = s.t[k];
+    for (std::size_t c = 0; c < 3; ++c) {
+      positions(k, c) = s.position[k](c);
+      velocities(k, c) = k == 0 ? s.velocity0(c) : 0.0;
+    }
+  }
   support::ForceModel model;
   model.setLeapInfo(leapSecondTable());
   model.setAssistanceData(assistance);
@@ -238,7 +246,7 @@ WindowPlan planWindows(PipelineOptions const& o, char system, double start) {
 struct RecordFields {
   SatelliteId sat;
   ClockModel clock;
-  Ephemeris templateRecord;              // fields that no prediction sets (spare, group delay)
+  Ephemeris templateRecord;              // the fields that neither the fit nor the encoding sets
   support::PredictionErrorParams error;  // accuracy growth with prediction age
   double fitEnd = 0;
 };
@@ -249,26 +257,26 @@ bool fromKepler(Vec const& kepler, core::GpsEphemeris& eph) {
 bool fromKepler(Vec const& kepler, core::BeidouEphemeris& eph) {
   return support::keplerianToBeidouEphemeris(kepler, eph);
 }
-// The clock polynomial at toe into the record's fields; false when a term leaves its field.
-bool setClock(double a0, double a1, double a2, core::GpsEphemeris& eph) {
-  long long c0 = 0, c1 = 0, c2 = 0;
-  bool const valid = scaleClock(a0, kGpsAf0Lsb, kGpsAf0Bits, c0) &&
-                     scaleClock(a1, kGpsAf1Lsb, kGpsAf1Bits, c1) &&
-                     scaleClock(a2, kGpsAf2Lsb, kGpsAf2Bits, c2);
-  eph.af0 = static_cast<std::int32_t>(c0);
-  eph.af1 = static_cast<std::int16_t>(c1);
-  eph.af2 = static_cast<std::int8_t>(c2);
+// The clock polynomial (a0, a1, a2) at toe into the record's three fields of
+// the given LSBs and widths; false when a term leaves its field.
+template <typename F0, typename F1, typename F2>
+bool setClockFields(double const (&a)[3], double const (&lsb)[3], int const (&bits)[3], F0& f0, F1& f1,
+                    F2& f2) {
+  long long c[3] = {0, 0, 0};
+  bool const valid = scaleClock(a[0], lsb[0], bits[0], c[0]) && scaleClock(a[1], lsb[1], bits[1], c[1]) &&
+                     scaleClock(a[2], lsb[2], bits[2], c[2]);
+  f0 = static_cast<F0>(c[0]);
+  f1 = static_cast<F1>(c[1]);
+  f2 = static_cast<F2>(c[2]);
   return valid;
 }
-bool setClock(double a0, double a1, double a2, core::BeidouEphemeris& eph) {
-  long long c0 = 0, c1 = 0, c2 = 0;
-  bool const valid = scaleClock(a0, kBeidouA0Lsb, kBeidouA0Bits, c0) &&
-                     scaleClock(a1, kBeidouA1Lsb, kBeidouA1Bits, c1) &&
-                     scaleClock(a2, kBeidouA2Lsb, kBeidouA2Bits, c2);
-  eph.a0 = static_cast<std::int32_t>(c0);
-  eph.a1 = static_cast<std::int32_t>(c1);
-  eph.a2 = static_cast<std::int16_t>(c2);
-  return valid;
+bool setClock(double const (&a)[3], core::GpsEphemeris& eph) {
+  return setClockFields(a, {kGpsAf0Lsb, kGpsAf1Lsb, kGpsAf2Lsb}, {kGpsAf0Bits, kGpsAf1Bits, kGpsAf2Bits},
+                        eph.af0, eph.af1, eph.af2);
+}
+bool setClock(double const (&a)[3], core::BeidouEphemeris& eph) {
+  return setClockFields(a, {kBeidouA0Lsb, kBeidouA1Lsb, kBeidouA2Lsb},
+                        {kBeidouA0Bits, kBeidouA1Bits, kBeidouA2Bits}, eph.a0, eph.a1, eph.a2);
 }
 void setIssue(unsigned issue, core::GpsEphemeris& eph) {
   eph.iode = static_cast<std::uint8_t>(issue);
@@ -292,12 +300,12 @@ template <typename Record>
 bool encodeAs(Record eph, Vec const& kepler, double toe, RecordFields const& f, Ephemeris& out) {
   char const system = f.sat.system;
   double const dt = toe - f.clock.toc;
-  double const a0 = f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt;
-  double const a1 = f.clock.a1 + 2.0 * f.clock.a2 * dt;
+  double const clock[3] = {f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt,
+                           f.clock.a1 + 2.0 * f.clock.a2 * dt, f.clock.a2};
   unsigned const issue =
       static_cast<unsigned>(std::llround((toe - gridOffset(system)) / spacing(system))) & 0xFFu;
   double const ura = support::estimateSisreError(f.error, toe - f.fitEnd);
-  bool const valid = fromKepler(kepler, eph) && setClock(a0, a1, f.clock.a2, eph);
+  bool const valid = fromKepler(kepler, eph) && setClock(clock, eph);
   eph.svId = static_cast<std::uint16_t>(f.sat.prn);
   eph.toc = eph.toe;
   eph.health = 0;
@@ -406,23 +414,13 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   int const leap = leapSecondsAt(s.t[n / 2]);
   support::AssistanceData assistance = satelliteAssistance(result.sat, type, o.fitEnd);
   if (!o.antennaOffset) assistance.antPhase.fill(0.0);
-
-  Vec times(n);
-  Mat positions(n, 3), velocities(n, 3);
-  for (std::size_t k = 0; k < n; ++k) {
-    times(k) = s.t[k];
-    for (std::size_t c = 0; c < 3; ++c) {
-      positions(k, c) = s.position[k](c);
-      velocities(k, c) = k == 0 ? s.velocity0(c) : 0.0;
-    }
-  }
   result.fitStart = s.t.front();
   result.fitEnd = s.t.back();
   result.samples = static_cast<int>(n);
   result.svType = type;
 
   double const cpu0 = threadCpuSeconds();
-  Estimation const best = estimateFrom(s, times, positions, velocities, assistance, type, o, leap);
+  Estimation const best = estimateFrom(s, assistance, type, o, leap);
   double const cpu1 = threadCpuSeconds();
   result.estimateSeconds = cpu1 - cpu0;
   result.pole = support::Eop{best.estimate.state(6), best.estimate.state(7)};
