@@ -28,6 +28,9 @@ namespace {
 using support::Mat;
 using support::Vec;
 
+// Gravity field degrees: below 2 the field is a point mass; the library's
+// coefficients end at 16 (force_model.hpp).
+constexpr int kMinGeopotentialDegree = 2, kMaxGeopotentialDegree = 16;
 constexpr double kGpsSpacing = 7200.0;     // s: GPS reference times on even hours of GPS time
 constexpr double kBeidouSpacing = 3600.0;  // s: BeiDou reference times on whole BDT hours
 // GPS seconds of BDT 0: BDT = GPS - 14 s, so whole BDT hours fall 14 s after whole GPS hours.
@@ -519,7 +522,10 @@ std::string validate(PipelineOptions const& o) {
     int const n = windowSamples(o, system);
     if (n < 2 || n % 2 != 0) return "a window must hold an even number of samples, at least 2";
   }
-  if (o.geopotentialDegree < 2 || o.geopotentialDegree > 16) return "the gravity field degree must be 2..16";
+  if (o.geopotentialDegree < kMinGeopotentialDegree || o.geopotentialDegree > kMaxGeopotentialDegree) {
+    return "the gravity field degree must be " + std::to_string(kMinGeopotentialDegree) + ".." +
+           std::to_string(kMaxGeopotentialDegree);
+  }
   return "";
 }
 
