@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -678,10 +679,12 @@ bool selected(SatelliteId const& sat, ConstellationOptions const& o) {
          std::find(o.satellites.begin(), o.satellites.end(), sat) != o.satellites.end();
 }
 
-// Runs predict(i, options) for every satellite i, those that estimate the pole
-// first, each worker taking the next satellite as it comes free.
+// Runs predict(i, options) for every satellite sats[i] of orbit type types[i],
+// those that estimate the pole first, each worker taking the next satellite as
+// it comes free. A satellite whose prediction throws is skipped with the reason.
 ConstellationPrediction predictAll(
-    std::vector<support::BeidouSvType> const& types, double fitEnd, ConstellationOptions const& o,
+    std::vector<SatelliteId> const& sats, std::vector<support::BeidouSvType> const& types, double fitEnd,
+    ConstellationOptions const& o,
     std::function<SatellitePrediction(std::size_t, PipelineOptions const&)> const& predict) {
   ConstellationPrediction result;
   result.fitEnd = fitEnd;
@@ -694,7 +697,14 @@ ConstellationPrediction predictAll(
     std::atomic<std::size_t> next{0};
     auto worker = [&]() {
       for (std::size_t k = next++; k < which.size(); k = next++) {
-        result.satellites[which[k]] = predict(which[k], options);
+        SatellitePrediction& p = result.satellites[which[k]];
+        try {
+          p = predict(which[k], options);
+        } catch (std::exception const& e) {
+          p = SatellitePrediction();
+          p.sat = sats[which[k]];
+          p.skipReason = std::string("prediction failed: ") + e.what();
+        }
         if (o.progress) o.progress(++done, types.size());
       }
     };
@@ -719,18 +729,20 @@ ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<E
                                              ConstellationOptions const& o) {
   double const h = o.pipeline.sampleStep;
   double latest = -1.0;
+  std::vector<SatelliteId> sats;
   std::vector<std::vector<Ephemeris> const*> inputs;
   std::vector<support::BeidouSvType> types;
   for (auto const& entry : records) {
     if (std::find(o.systems.begin(), o.systems.end(), entry.first.system) == o.systems.end()) continue;
     for (Ephemeris const& e : entry.second) latest = std::max(latest, e.toe);
     if (!selected(entry.first, o)) continue;
+    sats.push_back(entry.first);
     inputs.push_back(&entry.second);
     types.push_back(orbitType(entry.second));
   }
   double const fitEnd =
       o.fitEndGiven ? std::floor(o.pipeline.fitEnd / h + 1e-9) * h : std::round(latest / h) * h;
-  return predictAll(types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+  return predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
     return predictFromBroadcast(*inputs[i], options);
   });
 }
@@ -745,7 +757,7 @@ ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, Constellatio
     types.push_back(orbit.svType(sat));
   }
   double const fitEnd = std::floor((o.fitEndGiven ? o.pipeline.fitEnd : orbit.end()) / h + 1e-9) * h;
-  return predictAll(types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+  return predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
     return predictFromSp3(orbit, sats[i], options);
   });
 }
