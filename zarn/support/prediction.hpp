@@ -132,7 +132,7 @@ ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceDat
 // a differential correction fits one force-model orbit through both. The
 // unknown is the first state's correction in the radial, along-track and
 // cross-track axes; the residuals of both states (position 2 m, velocity
-// 2 mm/s per axis, as weights) map to it through the Clohessy-Wiltshire
+// 1 mm/s per axis, as weights) map to it through the Clohessy-Wiltshire
 // transition matrix. It iterates until an update moves the orbit by less than
 // 0.5 m at both epochs (at most 10 updates). The integrator is left at t,
 // 900 s step, on the corrected state (positionOut, velocityOut, Int0 of t).
@@ -141,7 +141,7 @@ ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceDat
 // bridges the rest. Returns false with a level-4 line under "Prediction"
 // when the integrator makes no step or cannot start, when the correction does
 // not converge, or when the fitted orbit misses either state by more than
-// 50 m (the two states belong to different orbits, e.g. across a manoeuvre).
+// 200 m (the two states belong to different orbits, e.g. across a manoeuvre).
 ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceData, double t, int leapSeconds,
                                              Vec const& position, Vec const& velocity, double t2,
                                              int leapSeconds2, Vec const& position2, Vec const& velocity2,

@@ -32,8 +32,8 @@ constexpr double bridgeStep = 100.0;    // s, rkn5 step of the short GLONASS pro
 constexpr double stopShift = 0.5;       // m: an update below this ends the correction
 constexpr int maxCorrections = 10;      // updates of the two-state correction
 constexpr double positionSigma = 2.0;   // m per axis, broadcast state position
-constexpr double velocitySigma = 2e-3;  // m/s per axis, broadcast state velocity
-constexpr double maxMiss = 50.0;        // m, fitted orbit to a broadcast state
+constexpr double velocitySigma = 1e-3;  // m/s per axis, broadcast state velocity
+constexpr double maxMiss = 200.0;       // m, fitted orbit to a broadcast state
 
 // ICD integer of a value in metres (or m/s, m/s^2): round half away from zero.
 double scaledToLsb(double metres, double lsbKm) {
