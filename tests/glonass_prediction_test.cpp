@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "support/test_support.hpp"
@@ -13,6 +15,7 @@
 #include "zarn/host/sp3.hpp"
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/ephemeris_cache.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/numerical_integration.hpp"
 #include "zarn/support/prediction.hpp"
@@ -414,4 +417,60 @@ TEST(PropagateSatellite, GlonassRefusals) {
   EXPECT_NE(log.find("ERROR/Prediction: initGlonassEphemeris: ephemeris parameters validation failed"),
             std::string::npos);
   EXPECT_EQ(e, before);
+}
+
+// Every broken precondition of the GLONASS code ends the process with its
+// own line; the cache's lines are fixed, a host's log filters may match them.
+TEST(GlonassDeathTest, FatalMessages) {
+  char const cache[] = "libs/support/src/ephemeris_cache";
+  char const prediction[] = "libs/support/src/glonass_prediction";
+  std::string const emptyCache = "std::out_of_range(\"Cache is empty.\")";
+  auto line = [](std::string const& pattern, int n) {
+    return pattern.substr(0, pattern.find("[0-9]+")) + std::to_string(n) + "\\. Calling std::abort\\(\\)\\.";
+  };
+  struct Case {
+    std::function<void()> call;
+    std::string pattern;
+  };
+  zs::ForceModel model;
+  Vec r2(2), r3(3, 2.6e7), v3(3, 100.0);
+  zc::GlonassEphemeris e;
+  std::vector<Case> const cases = {
+      {[] { zs::EphemerisCache c(3, 0.0); },
+       line(zarn::test::fatalArgument("Non-positive delta.", cache), 31)},
+      {[] { zs::EphemerisCache c(3, std::nan("")); },
+       line(zarn::test::fatalArgument("Non-positive delta.", cache), 31)},
+      {[] { zs::EphemerisCache c(0, 60.0); },
+       line(zarn::test::fatalArgument("Non-positive capacity.", cache), 32)},
+      {[] { zs::EphemerisCache(3, 60.0).newest(); }, line(zarn::test::fatalPattern(emptyCache, cache), 85)},
+      {[] { zs::EphemerisCache(3, 60.0).oldest(); }, line(zarn::test::fatalPattern(emptyCache, cache), 91)},
+      {[] { zs::EphemerisCache(3, 60.0).nearest(10.0); },
+       line(zarn::test::fatalPattern(emptyCache, cache), 97)},
+      {[] {
+         zs::EphemerisCache c(3, 60.0);
+         c.insert(zc::GlonassEphemeris{});
+         c.nearest(0.0);
+       },
+       line(zarn::test::fatalArgument("Delta is not positive.", cache), 98)},
+      {[&] { zs::initGlonassEphemeris(model, 0.0, r2, v3, e); },
+       zarn::test::fatalArgument("initGlonassEphemeris: invalid size of a state vector", prediction)},
+      {[&] {
+         Vec ro(3), vo(3);
+         zs::estimateInitialStateGlonass(zs::AssistanceData{}, 0.0, 18, r3, r2, zs::Eop{}, model, ro, vo);
+       },
+       zarn::test::fatalArgument("estimateInitialStateGlonass: invalid size of a state vector", prediction)},
+      {[&] {
+         Vec ro(3), vo(3);
+         zs::estimateInitialStateGlonass(zs::AssistanceData{}, 0.0, 18, r3, v3, 1800.0, 18, r2, v3, zs::Eop{},
+                                         model, ro, vo);
+       },
+       zarn::test::fatalArgument("estimateInitialStateGlonass: invalid size of a state vector", prediction)},
+      {[&] {
+         zs::OdeFunGlonassInit f(model);
+         Vec a(3);
+         f(r2, a, 0.0);
+       },
+       zarn::test::fatalArgument("OdeFunGlonassInit: invalid size y", prediction)},
+  };
+  for (Case const& c : cases) EXPECT_DEATH(c.call(), c.pattern) << c.pattern;
 }
