@@ -4,6 +4,11 @@
 // (compare BM_Satellite7DaysEndToEnd for a GPS satellite).
 #include <benchmark/benchmark.h>
 
+#include <exception>
+#include <string>
+
+#include "zarn/host/rinex_nav.hpp"
+
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
@@ -13,6 +18,7 @@
 
 namespace zc = zarn::core;
 namespace zs = zarn::support;
+namespace zh = zarn::host;
 using zs::Vec;
 
 namespace {
@@ -23,25 +29,29 @@ constexpr double days = 7.0;
 constexpr int records = static_cast<int>(days * 86400.0 / spacing);
 
 struct Setup {
-  // R01 of brdc2510.16g, 2016-09-07 00:15 UTC.
-  double t = 1913 * 604800.0 + 259200.0 + 900.0 + 17.0;  // GPS seconds
-  int leap = zs::leapSeconds(t, true, {});
+  // The first record of R01 in brdc2510.16g (2016-09-07 00:15 UTC).
+  zc::GlonassEphemeris e;
+  bool found = false;
+  double t = 0.0;  // GPS seconds
+  int leap = 0;
   zs::AssistanceData data = zs::AssistanceDataFile::defaultAssistance(zc::GLONASS, 1);
   Vec r = Vec(3), v = Vec(3);
 
   Setup() {
-    zc::GlonassEphemeris e;
-    e.svId = 1;
-    e.time = zs::gpsToGlonass(zs::gpsSecsToGps(t), {});
-    e.x = 30108669;
-    e.y = 29161854;
-    e.z = -31189192;
-    e.vx = -1969394;
-    e.vy = -955730;
-    e.vz = -2792230;
-    e.ax = 2;
-    e.ay = 1;
-    e.az = 2;
+    try {
+      for (zh::GlonassNavRecord const& record :
+           zh::readRinexNav(std::string(ZARN_SHARED_DIR) + "/data/2016-251_252_smartloc/brdc2510.16g")
+               .glonass) {
+        if (record.eph.svId != 1) continue;
+        e = record.eph;
+        found = true;
+        break;
+      }
+    } catch (std::exception const&) {
+      found = false;
+    }
+    t = zs::gpsToGpsSecs(zs::glonassToGps(e.time, {}));
+    leap = zs::leapSeconds(t, true, {});
     zs::glonassEphemerisToEcef(e, t, r, v, {});
   }
 
@@ -67,6 +77,7 @@ struct Setup {
 
 void BM_GlonassStartOneState(benchmark::State& state) {
   Setup const s;
+  if (!s.found) return state.SkipWithError("brdc2510.16g not found");
   zs::ForceModel model;
   for (auto _ : state) benchmark::DoNotOptimize(s.start(model, 8));
 }
@@ -76,6 +87,7 @@ BENCHMARK(BM_GlonassStartOneState)->Unit(benchmark::kMillisecond);
 // the force-model orbit itself.
 void BM_GlonassStartTwoStates(benchmark::State& state) {
   Setup s;
+  if (!s.found) return state.SkipWithError("brdc2510.16g not found");
   zs::ForceModel model;
   s.start(model, 8);
   zc::GlonassEphemeris later;
@@ -95,6 +107,7 @@ BENCHMARK(BM_GlonassStartTwoStates)->Unit(benchmark::kMillisecond);
 
 void BM_GlonassPropagate7Days(benchmark::State& state) {
   Setup const s;
+  if (!s.found) return state.SkipWithError("brdc2510.16g not found");
   zs::ForceModel model;
   s.start(model, static_cast<int>(state.range(0)));
   zs::BinaryData start;
@@ -111,6 +124,7 @@ BENCHMARK(BM_GlonassPropagate7Days)->Arg(8)->Arg(16)->Unit(benchmark::kMilliseco
 
 void BM_GlonassSatellite7DaysEndToEnd(benchmark::State& state) {
   Setup const s;
+  if (!s.found) return state.SkipWithError("brdc2510.16g not found");
   zs::ForceModel model;
   int good = 0;
   for (auto _ : state) {

@@ -37,27 +37,17 @@ constexpr double positionUnit = 0.48828125;                 // 2^-11 km
 constexpr double velocityUnit = 9.5367431640625e-4;         // 2^-20 km/s
 constexpr double accelerationUnit = 9.3132257461547852e-7;  // 2^-30 km/s^2
 
-// First-order form of the force model for a reference integration with tight
-// error control, independent of the Gauss-Jackson integrator.
-class Motion : public zs::OdeFunction {
- public:
-  explicit Motion(zs::ForceModel& model) : model_(model), r_(3), a_(3), partials_(3, 8) {}
-  void operator()(Vec const& x, Vec& dx, double t) override {
-    dx.resize(6, false);
-    for (unsigned k = 0; k < 3; ++k) r_(k) = x(k);
-    model_.setAccDerivatives(false);
-    model_.forceModel(t, r_, a_, partials_);
-    for (unsigned k = 0; k < 3; ++k) {
-      dx(k) = x(k + 3);
-      dx(k + 3) = a_(k);
-    }
-  }
-
- private:
-  zs::ForceModel& model_;
-  Vec r_, a_;
-  Mat partials_;
-};
+// Reference integration of the force model with tight error control,
+// independent of the Gauss-Jackson integrator: rkf78 on the variational
+// state of OdeFunRkf78, of which the first six elements are the orbit.
+void integrate(zs::ForceModel& model, Vec& x, double t0, double t1) {
+  Vec y(72, 0.0);
+  for (unsigned k = 0; k < 6; ++k) y(k) = x(k);
+  for (unsigned k = 0; k < 8; ++k) y(8 + 9 * k) = 1.0;
+  zs::OdeFunRkf78 f(model);
+  zs::rkf78(f, y, t0, t1, 60.0, 1e-13);
+  for (unsigned k = 0; k < 6; ++k) x(k) = y(k);
+}
 
 struct Broadcast {
   zh::NavData nav;
@@ -123,8 +113,7 @@ struct Scenario {
     --it;
     if (it->first == t) return it->second;
     Vec x = it->second;
-    Motion f(model);
-    zs::rkf78(f, x, it->first, t, 60.0, 1e-13);
+    integrate(model, x, it->first, t);
     states[t] = x;
     return x;
   }
@@ -266,8 +255,7 @@ double miss(Start& s, double tStart, int leap, zs::AssistanceData const& data, d
   Vec x(6);
   ublas::subrange(x, 0, 3) = s.r;
   ublas::subrange(x, 3, 6) = s.v;
-  Motion f(s.model);
-  zs::rkf78(f, x, tStart, t, 60.0, 1e-13);
+  integrate(s.model, x, tStart, t);
   Vec re(3), ve(3);
   zs::toEcef(ublas::subrange(x, 0, 3), ublas::subrange(x, 3, 6), t, tStart, zs::Eop{}, 0.0, leap, re, ve);
   return norm_2(zs::addApcOffset(zs::wgs84ToPz902(re), data.antPhase, t, leap) - broadcast);
