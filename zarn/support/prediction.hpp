@@ -123,7 +123,8 @@ ZARN_EXPORT bool initGlonassEphemeris(ForceModel& forceModel, double t, Vec cons
 //   pole of eop and its derivative flag on. positionOut, velocityOut: the
 //   centre-of-mass state in that Int0 (m, m/s).
 // Returns false with a level-4 line under "Prediction" when the integrator
-// cannot start. Aborts unless the four vectors have 3 elements.
+// cannot start. Aborts unless position and velocity have 3 elements; the
+// outputs are sized here.
 ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceData, double t, int leapSeconds,
                                              Vec const& position, Vec const& velocity, Eop const& eop,
                                              ForceModel& forceModel, Vec& positionOut, Vec& velocityOut);
@@ -141,7 +142,9 @@ ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceDat
 // bridges the rest. Returns false with a level-4 line under "Prediction"
 // when the integrator makes no step or cannot start, when the correction does
 // not converge, or when the fitted orbit misses either state by more than
-// 200 m (the two states belong to different orbits, e.g. across a manoeuvre).
+// 200 m (the two states belong to different orbits, e.g. across a manoeuvre);
+// after a refusal the integrator, positionOut and velocityOut hold the start
+// from the first state alone, as the one-state form leaves them.
 ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceData, double t, int leapSeconds,
                                              Vec const& position, Vec const& velocity, double t2,
                                              int leapSeconds2, Vec const& position2, Vec const& velocity2,
