@@ -13,10 +13,12 @@
 #define ZARN_SUPPORT_PREDICTION_HPP
 
 #include "zarn/core/records.hpp"
+#include "zarn/support/assistance_data.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/export.hpp"
 #include "zarn/support/force_model.hpp"
 #include "zarn/support/math.hpp"
+#include "zarn/support/numerical_integration.hpp"
 #include "zarn/support/utility.hpp"
 
 namespace zarn {
@@ -90,6 +92,94 @@ ZARN_EXPORT int propagateSatellite(core::GnssType gnss, double t0, double t1, do
 // Aborts when either matrix is not 3 x epochs.size().
 ZARN_EXPORT void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapSeconds,
                                   bool antenna, Mat& positions, Mat& velocities);
+
+// ---- GLONASS (libs/support/src/glonass_prediction.cpp) ----------------------
+//
+// GLONASS ephemerides carry an Earth-fixed PZ-90 state of the antenna phase
+// centre, scaled to the integers of the GLONASS ICD (edition 5.1, table 4.5):
+// position 2^-11 km, velocity 2^-20 km/s, luni-solar acceleration 2^-30 km/s^2.
+// The force model integrates the centre of mass in WGS 84 (ITRS) axes.
+
+// Second-order right-hand side for short GLONASS integrations with rkn5: the
+// force model's acceleration (m/s^2) at the Int0 position y (m, size 3) and
+// GPS time t (s). The derivative flag of the model is left as it is.
+class ZARN_EXPORT OdeFunGlonassInit : public OdeFunction2 {
+ public:
+  explicit OdeFunGlonassInit(ForceModel& model);
+  ~OdeFunGlonassInit() override;
+  void operator()(Vec const& y, Vec& ddy, double t) override;
+
+ private:
+  ForceModel& model_;
+  Mat partials_;  // 3 x 8 work matrix
+};
+
+// Broadcast GLONASS state of the force model's Int0 state (position m,
+// velocity m/s, size 3 each) at t (GPS seconds): ITRS through toEcef with the
+// model's InertialFrameInfo and EopInfo, datum shifted to PZ-90.02, moved to
+// the antenna phase centre of the model's AssistanceData; the luni-solar
+// acceleration at that point from ForceModel::sunMoonAcceleration. Every value
+// is rounded half away from zero to its ICD unit. out.time becomes the GLONASS
+// Toc of t (the model's leap-second table), x..vz and ax..az the scaled
+// integers; every other field of out is kept. Returns false with one level-4
+// line under "Prediction", out untouched, when the state does not fit the
+// field widths of validGlonassEphemeris.
+ZARN_EXPORT bool initGlonassEphemeris(ForceModel& forceModel, double t, Vec const& position,
+                                      Vec const& velocity, core::GlonassEphemeris& out);
+
+// Sets the force model up from one broadcast GLONASS state and starts its
+// Gauss-Jackson integrator there with a 900 s step.
+//   t (GPS seconds), leapSeconds (GPS - UTC at t); position (m), velocity
+//   (m/s): PZ-90.02, Earth-fixed, antenna phase centre, as the broadcast
+//   gives them (glonassEphemerisToEcef).
+//   The model receives Int0 of t (UT1 - UTC taken as 0), assistanceData, the
+//   pole of eop and its derivative flag on. positionOut, velocityOut: the
+//   centre-of-mass state in that Int0 (m, m/s).
+// Returns false with a level-4 line under "Prediction" when the integrator
+// cannot start. Aborts unless position and velocity have 3 elements; the
+// outputs are sized here.
+ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceData, double t, int leapSeconds,
+                                             Vec const& position, Vec const& velocity, Eop const& eop,
+                                             ForceModel& forceModel, Vec& positionOut, Vec& velocityOut);
+
+// The same from two broadcast states of one satellite (t2 before or after t):
+// a differential correction fits one force-model orbit through both. The
+// unknown is the first state's correction in the radial, along-track and
+// cross-track axes; the residuals of both states (position 2 m, velocity
+// 1 mm/s per axis, as weights) map to it through the Clohessy-Wiltshire
+// transition matrix. It iterates until an update moves the orbit by less than
+// 0.5 m at both epochs (at most 10 updates). The integrator is left at t,
+// 900 s step, on the corrected state (positionOut, velocityOut, Int0 of t).
+// The states should lie at least 900 s apart; the Gauss-Jackson steps reach
+// the second epoch to within 900 s and rkn5 (propagateSatelliteGlonass)
+// bridges the rest. Returns false with a level-4 line under "Prediction"
+// when the integrator makes no step or cannot start, when the correction does
+// not converge, or when the fitted orbit misses either state by more than
+// 200 m (the two states belong to different orbits, e.g. across a manoeuvre);
+// after a refusal the integrator, positionOut and velocityOut hold the start
+// from the first state alone, as the one-state form leaves them.
+ZARN_EXPORT bool estimateInitialStateGlonass(AssistanceData const& assistanceData, double t, int leapSeconds,
+                                             Vec const& position, Vec const& velocity, double t2,
+                                             int leapSeconds2, Vec const& position2, Vec const& velocity2,
+                                             Eop const& eop, ForceModel& forceModel, Vec& positionOut,
+                                             Vec& velocityOut);
+
+// Continues the force model's Gauss-Jackson integration by (t1 - t0) / h
+// steps (truncated; h should be the integrator's own step) and turns the final
+// state, labelled t1, into ephemerisOut with initGlonassEphemeris.
+// positionOut, velocityOut: that final Int0 state (m, m/s). position and
+// velocity are not used. Returns the steps made; 0 when the integrator made
+// none (logged under "Prediction") or the ephemeris was refused.
+ZARN_EXPORT int propagateSatellite(double t0, double t1, double h, Vec const& position, Vec const& velocity,
+                                   ForceModel& forceModel, core::GlonassEphemeris& ephemerisOut,
+                                   Vec& positionOut, Vec& velocityOut);
+
+// Int0 state (position m, velocity m/s) carried from t0 to t1 in place with
+// rkn5 and OdeFunGlonassInit at a fixed 100 s step (see rkn5 for the step
+// count: forward spans should be a multiple of 100 s or shorter than it).
+// Returns what rkn5 returns; the state is changed only when that is positive.
+ZARN_EXPORT int propagateSatelliteGlonass(Vec& position, Vec& velocity, double t0, double t1,
+                                          ForceModel& forceModel);
 
 }  // namespace support
 }  // namespace zarn
