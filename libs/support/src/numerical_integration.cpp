@@ -366,25 +366,6 @@ void TwoBody::operator()(Vec const& x, Vec& dx, double /*t*/) {
   }
 }
 
-// A vector on the wire: u32 element count, then the doubles.
-bool serializeVec(Vec const& v, BinaryData& out, unsigned int& count) {
-  if (!serialize(static_cast<unsigned int>(v.size()), out, count)) return false;
-  for (std::size_t i = 0; i < v.size(); ++i)
-    if (!serialize(v(i), out, count)) return false;
-  return true;
-}
-
-bool deserializeVec(BinaryData const& in, unsigned int& index, Vec& v) {
-  constexpr std::size_t kDoubleBytes = 12;
-  unsigned int n = 0;
-  if (!deserialize(in, index, n)) return false;
-  if (n > (in.size() - index) / kDoubleBytes) return false;  // a corrupt count must not allocate
-  v.resize(n, false);
-  for (std::size_t i = 0; i < n; ++i)
-    if (!deserialize(in, index, v(i))) return false;
-  return true;
-}
-
 }  // namespace
 
 int Gj8Integrator::gj8Init(OdeFunction2& f, Vec const& r0, Vec const& v0, double t0, double h) {
@@ -587,8 +568,8 @@ bool Gj8Integrator::serialize(BinaryData& out) const {
   unsigned int count = 0;
   bool const ok = support::serialize(d.initialized, out, count) && support::serialize(d.t0, out, count) &&
                   support::serialize(d.h, out, count) && support::serialize(d.totalSteps, out, count) &&
-                  support::serialize(d.accelerations, out, count) && serializeVec(d.firstSum, out, count) &&
-                  serializeVec(d.secondSum, out, count) && support::serialize(d.positions, out, count) &&
+                  support::serialize(d.accelerations, out, count) && support::serialize(d.firstSum, out, count) &&
+                  support::serialize(d.secondSum, out, count) && support::serialize(d.positions, out, count) &&
                   support::serialize(d.velocities, out, count);
   if (!ok) out.resize(start);
   return ok;
@@ -599,8 +580,8 @@ bool Gj8Integrator::deserialize(BinaryData const& in, unsigned int& position) {
   unsigned int index = position;
   bool const ok = support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.t0) &&
                   support::deserialize(in, index, d.h) && support::deserialize(in, index, d.totalSteps) &&
-                  support::deserialize(in, index, d.accelerations) && deserializeVec(in, index, d.firstSum) &&
-                  deserializeVec(in, index, d.secondSum) && support::deserialize(in, index, d.positions) &&
+                  support::deserialize(in, index, d.accelerations) && support::deserialize(in, index, d.firstSum) &&
+                  support::deserialize(in, index, d.secondSum) && support::deserialize(in, index, d.positions) &&
                   support::deserialize(in, index, d.velocities) && d.consistent();
   if (!ok) return false;
   std::swap(*details_, d);
