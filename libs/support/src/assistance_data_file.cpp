@@ -38,10 +38,10 @@ struct Quantum {
 
 constexpr Quantum kSrp0{1.0, 0.0, 3.0, 16};
 constexpr Quantum kSrp1{1.0, -3.0, 3.0, 16};
-constexpr Quantum kAntPhase{1.0, -5.0, 5.0, 16};   // m
-constexpr Quantum kError0{1e9, 0.0, 1.0, 16};      // p0 up to 1e-9
-constexpr Quantum kError1{1000.0, 0.0, 1.0, 16};   // p1 up to 1e-3
-constexpr Quantum kError2{1.0, -10.0, 10.0, 8};    // p2
+constexpr Quantum kAntPhase{1.0, -5.0, 5.0, 16};  // m
+constexpr Quantum kError0{1e9, 0.0, 1.0, 16};     // p0 up to 1e-9
+constexpr Quantum kError1{1000.0, 0.0, 1.0, 16};  // p1 up to 1e-3
+constexpr Quantum kError2{1.0, -10.0, 10.0, 8};   // p2
 constexpr Quantum kClockDrift{1000.0, -1.0, 1.0, 32};
 constexpr Quantum kGpsClock2{1e9, -4.0, 4.0, 32};
 constexpr Quantum kGpsClock3{1e17, -1.0, 1.0, 16};
@@ -68,8 +68,9 @@ std::uint32_t crcAfterHeader(BinaryData const& b) {
 }
 
 std::uint32_t legacyCrc(BinaryData const& b) {
-  return b.size() > 2 * kChecksumBytes ? computeCrc32(b.data() + kChecksumBytes, b.data() + b.size() - kChecksumBytes)
-                                       : 0;
+  return b.size() > 2 * kChecksumBytes
+             ? computeCrc32(b.data() + kChecksumBytes, b.data() + b.size() - kChecksumBytes)
+             : 0;
 }
 
 void putQuantum(BinaryData& out, double value, Quantum const& q, unsigned int& count) {
@@ -150,7 +151,8 @@ bool getClock(BinaryData const& in, unsigned int& index, core::GnssType gnss, st
     return true;
   }
   if (gnss == core::GLONASS) {
-    if (format == 4 && !(getEpoch(in, index, c[0]) && getQuantum(in, index, kGlonassClock4, c[4]))) return false;
+    if (format == 4 && !(getEpoch(in, index, c[0]) && getQuantum(in, index, kGlonassClock4, c[4])))
+      return false;
     if (format >= 2 && !getQuantum(in, index, kGlonassClock5, c[5])) return false;
     return true;
   }
@@ -192,9 +194,10 @@ bool getItem(BinaryData const& in, unsigned int& index, core::GnssType gnss, std
   a.svFlags = flags;
   for (double& x : a.antPhase)
     if (!getQuantum(in, index, kAntPhase, x)) return false;
-  if (!(getQuantum(in, index, kError0, a.errorParams[0]) && getQuantum(in, index, kError1, a.errorParams[1]) &&
-        getQuantum(in, index, kError2, a.errorParams[2]) && getClock(in, index, gnss, format, a.clockModelParams) &&
-        deserialize(in, index, outages)))
+  if (!(getQuantum(in, index, kError0, a.errorParams[0]) &&
+        getQuantum(in, index, kError1, a.errorParams[1]) &&
+        getQuantum(in, index, kError2, a.errorParams[2]) &&
+        getClock(in, index, gnss, format, a.clockModelParams) && deserialize(in, index, outages)))
     return false;
   a.outages.resize(outages);
   for (TocPeriod& p : a.outages) {
@@ -215,7 +218,8 @@ std::string tocText(core::Toc const& t) {
 
 }  // namespace
 
-bool scaleDoubleToUint(double value, double scale, double lo, double hi, unsigned bits, std::uint32_t& stored) {
+bool scaleDoubleToUint(double value, double scale, double lo, double hi, unsigned bits,
+                       std::uint32_t& stored) {
   double v = value * scale;
   bool inRange = true;
   if (v > hi) {
@@ -253,7 +257,8 @@ AssistanceDataFile::AssistanceDataFile(core::GnssType gnss) : details_(new Detai
   details_->format = currentFormat(gnss);
 }
 
-AssistanceDataFile::AssistanceDataFile(AssistanceDataFile const& other) : details_(new Details(*other.details_)) {}
+AssistanceDataFile::AssistanceDataFile(AssistanceDataFile const& other)
+    : details_(new Details(*other.details_)) {}
 
 AssistanceDataFile& AssistanceDataFile::operator=(AssistanceDataFile const& other) {
   if (this != &other) {
@@ -401,7 +406,8 @@ core::Status AssistanceDataFile::deserialize(BinaryData const& in, std::size_t& 
     return core::CORRUPTED_DATA;
   }
   if (gnss == core::GALILEO) {
-    log::printFormatted(log::ERROR, kTag, "%s: Unsupported GNSS %d.", __PRETTY_FUNCTION__, static_cast<int>(gnss));
+    log::printFormatted(log::ERROR, kTag, "%s: Unsupported GNSS %d.", __PRETTY_FUNCTION__,
+                        static_cast<int>(gnss));
     return core::INVALID_GNSS_TYPE;
   }
   if (!formatAccepted(gnss, fresh.format)) {
@@ -452,7 +458,8 @@ bool AssistanceDataFile::save(BinaryData& out, std::uint32_t format) {
     return false;
   }
   plain.resize((plain.size() + kBlockBytes - 1) / kBlockBytes * kBlockBytes, 0);
-  std::uint32_t const checksum = legacyChecksum(gnss(), details_->format) ? legacyCrc(plain) : crcAfterHeader(plain);
+  std::uint32_t const checksum =
+      legacyChecksum(gnss(), details_->format) ? legacyCrc(plain) : crcAfterHeader(plain);
   replaceUint32(plain, checksum, at);
   if (!encrypt(plain, out)) {
     log::printFormatted(log::ERROR, kTag, "%s: Encryption failed.", __PRETTY_FUNCTION__);
@@ -464,7 +471,8 @@ bool AssistanceDataFile::save(BinaryData& out, std::uint32_t format) {
 
 core::Status AssistanceDataFile::load(BinaryData const& in) {
   if (in.empty()) {
-    log::printFormatted(log::ERROR, kTag, "%s: Cannot load data from an empty container.", __PRETTY_FUNCTION__);
+    log::printFormatted(log::ERROR, kTag, "%s: Cannot load data from an empty container.",
+                        __PRETTY_FUNCTION__);
     return core::CORRUPTED_DATA;
   }
   BinaryData plain;
@@ -513,23 +521,24 @@ bool AssistanceDataFile::validData() const {
       valid = false;
     }
     if (!validSvId(a.gnssType, a.svId)) {
-      log::printFormatted(log::ERROR, kTag, "validData: item %d, gnss %d: invalid svId %d", item, type, a.svId);
+      log::printFormatted(log::ERROR, kTag, "validData: item %d, gnss %d: invalid svId %d", item, type,
+                          a.svId);
       valid = false;
     }
     // Flags are a non-negative 32-bit value; the sign bit marks a damaged record.
     if (static_cast<std::int32_t>(a.svFlags) < 0) {
-      log::printFormatted(log::ERROR, kTag, "validData: item %d, gnss %d, svId %d: invalid svFlags %d", item, type,
-                          a.svId, static_cast<int>(a.svFlags));
+      log::printFormatted(log::ERROR, kTag, "validData: item %d, gnss %d, svId %d: invalid svFlags %d", item,
+                          type, a.svId, static_cast<int>(a.svFlags));
       valid = false;
     }
     for (std::size_t k = 0; k < a.outages.size(); ++k) {
       TocPeriod const& p = a.outages[k];
       if (!(p.start < p.stop)) {
-        log::printFormatted(log::ERROR, kTag,
-                            "validData: item %d, gnss %d, svId %d, outage %d: start time %s not smaller than stop "
-                            "time %s",
-                            item, type, a.svId, static_cast<int>(k), tocText(p.start).c_str(),
-                            tocText(p.stop).c_str());
+        log::printFormatted(
+            log::ERROR, kTag,
+            "validData: item %d, gnss %d, svId %d, outage %d: start time %s not smaller than stop "
+            "time %s",
+            item, type, a.svId, static_cast<int>(k), tocText(p.start).c_str(), tocText(p.stop).c_str());
         valid = false;
       }
     }
@@ -557,15 +566,16 @@ std::string AssistanceDataFile::differenceString(AssistanceDataFile const& other
   if (a.leapSeconds != b.leapSeconds) note("leapSeconds differ");
   field("item count", a.items.size(), b.items.size());
   for (std::size_t i = 0; i < std::min(a.items.size(), b.items.size()); ++i)
-    if (a.items[i] != b.items[i]) note("item " + std::to_string(i) + " (svId " + std::to_string(a.items[i].svId) + ") differs");
+    if (a.items[i] != b.items[i])
+      note("item " + std::to_string(i) + " (svId " + std::to_string(a.items[i].svId) + ") differs");
   return s.str();
 }
 
 bool AssistanceDataFile::operator==(AssistanceDataFile const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
-  return a.crc == b.crc && a.identifier == b.identifier && a.format == b.format && a.creationTime == b.creationTime &&
-         a.leapSeconds == b.leapSeconds && a.items == b.items;
+  return a.crc == b.crc && a.identifier == b.identifier && a.format == b.format &&
+         a.creationTime == b.creationTime && a.leapSeconds == b.leapSeconds && a.items == b.items;
 }
 
 }  // namespace support

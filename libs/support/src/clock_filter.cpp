@@ -182,7 +182,8 @@ void ClockFilter::initialize(core::GnssType gnss, double t, Vec const& clock, bo
 void ClockFilter::update(double t, Vec const& clock) {
   Details& d = *details_;
   if (!d.initialized) ZARN_THROW(std::runtime_error("Clock filter is uninitialized."));
-  if (clock.size() != stateSize(d.gnss)) ZARN_THROW(std::invalid_argument("Clock vector has the wrong size."));
+  if (clock.size() != stateSize(d.gnss))
+    ZARN_THROW(std::invalid_argument("Clock vector has the wrong size."));
   namespace ublas = boost::numeric::ublas;
   double const dt = t - d.updateTime;
   double const z = clock(0);
@@ -238,8 +239,8 @@ void ClockFilter::update(double t, Vec const& clock) {
   if (d.gnss == core::GLONASS) {
     d.converged = std::sqrt(p(1, 1)) <= kGlonassDriftSigmaLimit && residual <= kGlonassResidualLimit;
   } else if (d.gnss == core::BEIDOU) {
-    d.converged = std::sqrt(p(2, 2)) <= kBeidouQuadSigmaLimit && std::sqrt(p(1, 1)) <= kBeidouDriftSigmaLimit &&
-                  residual <= kBeidouResidualLimit;
+    d.converged = std::sqrt(p(2, 2)) <= kBeidouQuadSigmaLimit &&
+                  std::sqrt(p(1, 1)) <= kBeidouDriftSigmaLimit && residual <= kBeidouResidualLimit;
   } else {
     d.converged = std::sqrt(p(2, 2)) <= kGpsQuadSigmaLimit && std::sqrt(p(1, 1)) <= kGpsDriftSigmaLimit &&
                   residual <= kGpsResidualLimit;
@@ -284,11 +285,12 @@ bool ClockFilter::serialize(BinaryData& out) const {
   Details const& d = *details_;
   std::size_t const start = out.size();
   unsigned int count = 0;
-  bool const ok = support::serialize(d.gnss, out, count) && support::serialize(d.initTime, out, count) &&
-                  support::serialize(d.updateTime, out, count) && support::serialize(d.state, out, count) &&
-                  support::serialize(d.covariance, out, count) && support::serialize(d.measurement, out, count) &&
-                  support::serialize(d.jumpDetected, out, count) && support::serialize(d.converged, out, count) &&
-                  support::serialize(d.initialized, out, count) && support::serialize(d.updateCount, out, count);
+  bool const ok =
+      support::serialize(d.gnss, out, count) && support::serialize(d.initTime, out, count) &&
+      support::serialize(d.updateTime, out, count) && support::serialize(d.state, out, count) &&
+      support::serialize(d.covariance, out, count) && support::serialize(d.measurement, out, count) &&
+      support::serialize(d.jumpDetected, out, count) && support::serialize(d.converged, out, count) &&
+      support::serialize(d.initialized, out, count) && support::serialize(d.updateCount, out, count);
   if (!ok) out.resize(start);
   return ok;
 }
@@ -297,12 +299,13 @@ bool ClockFilter::deserialize(BinaryData const& in, unsigned int& position) {
   Details* fresh = new Details;
   Details& d = *fresh;
   unsigned int index = position;
-  bool const ok = support::deserialize(in, index, d.gnss) && support::deserialize(in, index, d.initTime) &&
-                  support::deserialize(in, index, d.updateTime) && support::deserialize(in, index, d.state) &&
-                  support::deserialize(in, index, d.covariance) && support::deserialize(in, index, d.measurement) &&
-                  support::deserialize(in, index, d.jumpDetected) && support::deserialize(in, index, d.converged) &&
-                  support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.updateCount) &&
-                  d.consistent();
+  bool const ok =
+      support::deserialize(in, index, d.gnss) && support::deserialize(in, index, d.initTime) &&
+      support::deserialize(in, index, d.updateTime) && support::deserialize(in, index, d.state) &&
+      support::deserialize(in, index, d.covariance) && support::deserialize(in, index, d.measurement) &&
+      support::deserialize(in, index, d.jumpDetected) && support::deserialize(in, index, d.converged) &&
+      support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.updateCount) &&
+      d.consistent();
   if (!ok) {
     delete fresh;
     return false;
@@ -316,9 +319,10 @@ bool ClockFilter::deserialize(BinaryData const& in, unsigned int& position) {
 bool ClockFilter::operator==(ClockFilter const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
-  return a.gnss == b.gnss && a.updateTime == b.initTime && a.updateTime == b.updateTime && equal(a.state, b.state) &&
-         a.covariance == b.covariance && equal(a.measurement, b.measurement) && a.jumpDetected == b.jumpDetected &&
-         a.converged == b.converged && a.initialized == b.initialized && a.updateCount == b.updateCount;
+  return a.gnss == b.gnss && a.updateTime == b.initTime && a.updateTime == b.updateTime &&
+         equal(a.state, b.state) && a.covariance == b.covariance && equal(a.measurement, b.measurement) &&
+         a.jumpDetected == b.jumpDetected && a.converged == b.converged && a.initialized == b.initialized &&
+         a.updateCount == b.updateCount;
 }
 
 }  // namespace support

@@ -22,9 +22,9 @@ using ConstellationMap = std::map<core::GnssType, std::map<unsigned short, Recor
 constexpr double kGoodRatio = 0.6875;
 constexpr double kIntermediateRatio = 0.5;
 
-constexpr double kTwoWeeks = 1209600.0;   // s
-constexpr double kThreeDays = 259200.0;   // s
-constexpr double kOneDay = 86400.0;       // s
+constexpr double kTwoWeeks = 1209600.0;  // s
+constexpr double kThreeDays = 259200.0;  // s
+constexpr double kOneDay = 86400.0;      // s
 constexpr double kSecondsPerHour = 3600.0;
 // After a short GLONASS initialisation the next is due this long after it, s.
 constexpr double kShortInitLifetime = 21600.0;
@@ -101,7 +101,8 @@ template <class Record>
 bool serializeMap(ConstellationMap<Record> const& map, BinaryData& out, unsigned int& count) {
   if (!serialize(static_cast<unsigned int>(map.size()), out, count)) return false;
   for (auto const& outer : map) {
-    if (!serialize(outer.first, out, count) || !serialize(static_cast<unsigned int>(outer.second.size()), out, count))
+    if (!serialize(outer.first, out, count) ||
+        !serialize(static_cast<unsigned int>(outer.second.size()), out, count))
       return false;
     for (auto const& inner : outer.second)
       if (!serialize(inner.first, out, count) || !serialize(inner.second, out, count)) return false;
@@ -335,7 +336,8 @@ bool ConstellationAnalyzer::serialize(BinaryData& out) const {
 bool ConstellationAnalyzer::deserialize(BinaryData const& in, unsigned int& position) {
   Details* fresh = new Details;
   unsigned int index = position;
-  bool const ok = deserializeMap(in, index, fresh->assistance) && deserializeMap(in, index, fresh->initEvents) &&
+  bool const ok = deserializeMap(in, index, fresh->assistance) &&
+                  deserializeMap(in, index, fresh->initEvents) &&
                   deserializeMap(in, index, fresh->predictorEvents);
   if (!ok) {
     delete fresh;
@@ -350,7 +352,8 @@ bool ConstellationAnalyzer::deserialize(BinaryData const& in, unsigned int& posi
 bool ConstellationAnalyzer::operator==(ConstellationAnalyzer const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
-  return a.assistance == b.assistance && a.initEvents == b.initEvents && a.predictorEvents == b.predictorEvents;
+  return a.assistance == b.assistance && a.initEvents == b.initEvents &&
+         a.predictorEvents == b.predictorEvents;
 }
 
 }  // namespace support

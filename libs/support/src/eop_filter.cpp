@@ -137,7 +137,8 @@ Eop const& EopFilter::operator()(Eop const& eop, Mat R, double t) {
     log::print(log::ERROR, kTag, "operator(): Skipping input due to matrix-division failure.");
     d.failures += 1;
   } else {
-    log::print(log::ERROR, kTag, "operator(): Reinitializing due to too many consecutive matrix-division failures.");
+    log::print(log::ERROR, kTag,
+               "operator(): Reinitializing due to too many consecutive matrix-division failures.");
     initialize(eop, t);
   }
   return d.output;
@@ -176,9 +177,9 @@ bool EopFilter::deserialize(BinaryData const& in, unsigned int& position) {
   unsigned int index = position;
   bool const ok = support::deserialize(in, index, d.state) && support::deserialize(in, index, d.covariance) &&
                   support::deserialize(in, index, d.time) && support::deserialize(in, index, d.output) &&
-                  support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.failures) &&
-                  d.state.size() == kStates && d.covariance.size1() == kStates &&
-                  d.covariance.size2() == kStates && d.time >= 0.0;
+                  support::deserialize(in, index, d.initialized) &&
+                  support::deserialize(in, index, d.failures) && d.state.size() == kStates &&
+                  d.covariance.size1() == kStates && d.covariance.size2() == kStates && d.time >= 0.0;
   if (!ok) {
     delete fresh;
     return false;
@@ -192,8 +193,8 @@ bool EopFilter::deserialize(BinaryData const& in, unsigned int& position) {
 bool EopFilter::operator==(EopFilter const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
-  return equal(a.state, b.state) && a.covariance == b.covariance && a.time == b.time && a.output == b.output &&
-         a.initialized == b.initialized && a.failures == b.failures;
+  return equal(a.state, b.state) && a.covariance == b.covariance && a.time == b.time &&
+         a.output == b.output && a.initialized == b.initialized && a.failures == b.failures;
 }
 
 }  // namespace support
