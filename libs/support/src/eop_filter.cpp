@@ -124,8 +124,11 @@ Eop const& EopFilter::operator()(Eop const& eop, Mat R, double t) {
   Mat sMat = ublas::subrange(d.covariance, 0, 2, 0, 2);
   sMat += R;
   double const y[2] = {eop.xp - d.state(0), eop.yp - d.state(1)};
+  // mrdivide aborts on a singular divisor; a singular or non-finite innovation
+  // covariance is bad input here, skipped like a failed division.
+  double const det = determinant(sMat);
   Mat k;
-  if (mrdivide(pht, sMat, k) == 0) {
+  if (std::isfinite(det) && det != 0.0 && mrdivide(pht, sMat, k) == 0) {
     if (d.failures > 0) d.failures = 0;
     for (std::size_t i = 0; i < kStates; ++i) d.state(i) += k(i, 0) * y[0] + k(i, 1) * y[1];
     Mat const hp = ublas::subrange(d.covariance, 0, 2, 0, kStates);
