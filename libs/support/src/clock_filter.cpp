@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
+#include <utility>
 
 #include "zarn/support/log.hpp"
 #include "zarn/support/serialization.hpp"
@@ -110,13 +111,6 @@ Mat initialCovariance(core::GnssType gnss, bool converged) {
     p(2, 2) = converged ? 2.5e-41 : 2.5e-35;
   }
   return p;
-}
-
-bool equal(Vec const& a, Vec const& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (!(a(i) == b(i))) return false;
-  return true;
 }
 
 }  // namespace
@@ -296,8 +290,7 @@ bool ClockFilter::serialize(BinaryData& out) const {
 }
 
 bool ClockFilter::deserialize(BinaryData const& in, unsigned int& position) {
-  Details* fresh = new Details;
-  Details& d = *fresh;
+  Details d;
   unsigned int index = position;
   bool const ok =
       support::deserialize(in, index, d.gnss) && support::deserialize(in, index, d.initTime) &&
@@ -306,12 +299,8 @@ bool ClockFilter::deserialize(BinaryData const& in, unsigned int& position) {
       support::deserialize(in, index, d.jumpDetected) && support::deserialize(in, index, d.converged) &&
       support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.updateCount) &&
       d.consistent();
-  if (!ok) {
-    delete fresh;
-    return false;
-  }
-  delete details_;
-  details_ = fresh;
+  if (!ok) return false;
+  std::swap(*details_, d);
   position = index;
   return true;
 }
@@ -320,7 +309,7 @@ bool ClockFilter::operator==(ClockFilter const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
   return a.gnss == b.gnss && a.updateTime == b.initTime && a.updateTime == b.updateTime &&
-         equal(a.state, b.state) && a.covariance == b.covariance && equal(a.measurement, b.measurement) &&
+         a.state == b.state && a.covariance == b.covariance && a.measurement == b.measurement &&
          a.jumpDetected == b.jumpDetected && a.converged == b.converged && a.initialized == b.initialized &&
          a.updateCount == b.updateCount;
 }

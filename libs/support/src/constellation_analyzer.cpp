@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 #include "zarn/support/serialization.hpp"
@@ -334,17 +335,12 @@ bool ConstellationAnalyzer::serialize(BinaryData& out) const {
 }
 
 bool ConstellationAnalyzer::deserialize(BinaryData const& in, unsigned int& position) {
-  Details* fresh = new Details;
+  Details d;
   unsigned int index = position;
-  bool const ok = deserializeMap(in, index, fresh->assistance) &&
-                  deserializeMap(in, index, fresh->initEvents) &&
-                  deserializeMap(in, index, fresh->predictorEvents);
-  if (!ok) {
-    delete fresh;
-    return false;
-  }
-  delete details_;
-  details_ = fresh;
+  bool const ok = deserializeMap(in, index, d.assistance) && deserializeMap(in, index, d.initEvents) &&
+                  deserializeMap(in, index, d.predictorEvents);
+  if (!ok) return false;
+  std::swap(*details_, d);
   position = index;
   return true;
 }

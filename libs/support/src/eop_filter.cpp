@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
+#include <utility>
 
 #include "zarn/support/log.hpp"
 #include "zarn/support/serialization.hpp"
@@ -32,13 +33,6 @@ constexpr double kInitialPoleVariance = 1.0000000001e-06;
 constexpr double kInitialRateVariance = 1.0001e-12;
 
 constexpr char kTag[] = "EopFilter";
-
-bool equal(Vec const& a, Vec const& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (!(a(i) == b(i))) return false;
-  return true;
-}
 
 }  // namespace
 
@@ -175,20 +169,15 @@ bool EopFilter::serialize(BinaryData& out) const {
 }
 
 bool EopFilter::deserialize(BinaryData const& in, unsigned int& position) {
-  Details* fresh = new Details;
-  Details& d = *fresh;
+  Details d;
   unsigned int index = position;
   bool const ok = support::deserialize(in, index, d.state) && support::deserialize(in, index, d.covariance) &&
                   support::deserialize(in, index, d.time) && support::deserialize(in, index, d.output) &&
                   support::deserialize(in, index, d.initialized) &&
                   support::deserialize(in, index, d.failures) && d.state.size() == kStates &&
                   d.covariance.size1() == kStates && d.covariance.size2() == kStates && d.time >= 0.0;
-  if (!ok) {
-    delete fresh;
-    return false;
-  }
-  delete details_;
-  details_ = fresh;
+  if (!ok) return false;
+  std::swap(*details_, d);
   position = index;
   return true;
 }
@@ -196,8 +185,8 @@ bool EopFilter::deserialize(BinaryData const& in, unsigned int& position) {
 bool EopFilter::operator==(EopFilter const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
-  return equal(a.state, b.state) && a.covariance == b.covariance && a.time == b.time &&
-         a.output == b.output && a.initialized == b.initialized && a.failures == b.failures;
+  return a.state == b.state && a.covariance == b.covariance && a.time == b.time && a.output == b.output &&
+         a.initialized == b.initialized && a.failures == b.failures;
 }
 
 }  // namespace support

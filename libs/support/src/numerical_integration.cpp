@@ -233,13 +233,6 @@ struct Gj8Integrator::Details {
 
 namespace {
 
-bool equal(Vec const& a, Vec const& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (!(a(i) == b(i))) return false;
-  return true;
-}
-
 bool allFinite(Mat const& m) {
   for (std::size_t i = 0; i < m.size1(); ++i)
     for (std::size_t j = 0; j < m.size2(); ++j)
@@ -558,8 +551,8 @@ bool Gj8Integrator::operator==(Gj8Integrator const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
   return a.initialized == b.initialized && a.t0 == b.t0 && a.h == b.h && a.totalSteps == b.totalSteps &&
-         a.accelerations == b.accelerations && equal(a.firstSum, b.firstSum) &&
-         equal(a.secondSum, b.secondSum) && a.positions == b.positions && a.velocities == b.velocities;
+         a.accelerations == b.accelerations && a.firstSum == b.firstSum && a.secondSum == b.secondSum &&
+         a.positions == b.positions && a.velocities == b.velocities;
 }
 
 bool Gj8Integrator::serialize(BinaryData& out) const {
