@@ -24,6 +24,8 @@ constexpr char kScaleTag[] = "zarn::support::scaleDoubleToUint()";
 constexpr std::uint32_t kFileIdBase = 0x61640000;  // "ad" in the high half
 constexpr std::uint32_t kFileIdMask = 0xFFFF0000;
 constexpr std::uint32_t kGnssMask = 0x0000FFFF;
+constexpr std::uint32_t kLastWritableGnss = core::BEIDOU;
+constexpr std::uint32_t kFirstUnknownGnss = core::GALILEO + 1;
 constexpr std::uint32_t kMaxCount = 255;  // counts are single bytes
 constexpr std::size_t kChecksumBytes = 4;
 constexpr std::size_t kBlockBytes = 8;  // cipher block
@@ -365,13 +367,12 @@ bool AssistanceDataFile::serialize(BinaryData& out, std::uint32_t format) {
   Details& d = *details_;
   core::GnssType const gnss = d.gnss();
   if (format == 0) format = d.format;
-  if (static_cast<std::uint32_t>(gnss) > 3 || !formatAccepted(gnss, format)) {
+  if (static_cast<std::uint32_t>(gnss) > kLastWritableGnss || !formatAccepted(gnss, format)) {
     log::printFormatted(log::ERROR, kTag, "%s: Unsupported format %d for GNSS %d/%s.", __PRETTY_FUNCTION__,
                         static_cast<int>(format), static_cast<int>(gnss), toString(gnss).c_str());
     return false;
   }
   d.format = format;
-  out.reserve(out.size() + 18 + 5 * d.leapSeconds.size() + 48 * d.items.size());
   unsigned int count = 0;
   support::serialize(static_cast<unsigned int>(d.identifier), out, count);
   support::serialize(static_cast<unsigned int>(format), out, count);
@@ -401,7 +402,8 @@ core::Status AssistanceDataFile::deserialize(BinaryData const& in, std::size_t& 
     return core::CORRUPTED_DATA;
   }
   core::GnssType const gnss = fresh.gnss();
-  if ((fresh.identifier & kFileIdMask) != kFileIdBase || static_cast<std::uint32_t>(gnss) >= 5) {
+  if ((fresh.identifier & kFileIdMask) != kFileIdBase ||
+      static_cast<std::uint32_t>(gnss) >= kFirstUnknownGnss) {
     log::printFormatted(log::ERROR, kTag, "%s: Invalid file ID 0x%x.", __PRETTY_FUNCTION__, fresh.identifier);
     return core::CORRUPTED_DATA;
   }
