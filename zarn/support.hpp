@@ -4,9 +4,11 @@
 
 #include "zarn/core/records.hpp"
 #include "zarn/support/assistance_data.hpp"
+#include "zarn/support/clock_filter.hpp"
 #include "zarn/support/constellation_analyzer.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/encryption.hpp"
+#include "zarn/support/eop_filter.hpp"
 #include "zarn/support/ephemeris_cache.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/export.hpp"

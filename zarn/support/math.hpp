@@ -20,8 +20,9 @@ namespace support {
 using Vec = boost::numeric::ublas::vector<double>;
 using Mat = boost::numeric::ublas::matrix<double, boost::numeric::ublas::row_major>;
 
-// Exact element-wise equality with equal shapes; a NaN makes them unequal.
+// Exact element-wise equality with equal sizes; a NaN makes them unequal.
 ZARN_EXPORT bool operator==(Mat const& a, Mat const& b);
+ZARN_EXPORT bool operator==(Vec const& a, Vec const& b);
 // True when some element is NaN.
 ZARN_EXPORT bool isnan(Vec const& v);
 // a x b; both of size 3.

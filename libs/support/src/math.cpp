@@ -71,6 +71,13 @@ bool operator==(Mat const& a, Mat const& b) {
   return true;
 }
 
+bool operator==(Vec const& a, Vec const& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (!(a(i) == b(i))) return false;
+  return true;
+}
+
 bool isnan(Vec const& v) {
   for (std::size_t i = 0; i < v.size(); ++i)
     if (v(i) != v(i)) return true;

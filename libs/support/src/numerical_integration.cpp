@@ -233,13 +233,6 @@ struct Gj8Integrator::Details {
 
 namespace {
 
-bool equal(Vec const& a, Vec const& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (!(a(i) == b(i))) return false;
-  return true;
-}
-
 bool allFinite(Mat const& m) {
   for (std::size_t i = 0; i < m.size1(); ++i)
     for (std::size_t j = 0; j < m.size2(); ++j)
@@ -364,25 +357,6 @@ void TwoBody::operator()(Vec const& x, Vec& dx, double /*t*/) {
     dx(i) = x(i + 3);
     dx(i + 3) = scale * x(i);
   }
-}
-
-// A vector on the wire: u32 element count, then the doubles.
-bool serializeVec(Vec const& v, BinaryData& out, unsigned int& count) {
-  if (!serialize(static_cast<unsigned int>(v.size()), out, count)) return false;
-  for (std::size_t i = 0; i < v.size(); ++i)
-    if (!serialize(v(i), out, count)) return false;
-  return true;
-}
-
-bool deserializeVec(BinaryData const& in, unsigned int& index, Vec& v) {
-  constexpr std::size_t kDoubleBytes = 12;
-  unsigned int n = 0;
-  if (!deserialize(in, index, n)) return false;
-  if (n > (in.size() - index) / kDoubleBytes) return false;  // a corrupt count must not allocate
-  v.resize(n, false);
-  for (std::size_t i = 0; i < n; ++i)
-    if (!deserialize(in, index, v(i))) return false;
-  return true;
 }
 
 }  // namespace
@@ -577,8 +551,8 @@ bool Gj8Integrator::operator==(Gj8Integrator const& other) const {
   Details const& a = *details_;
   Details const& b = *other.details_;
   return a.initialized == b.initialized && a.t0 == b.t0 && a.h == b.h && a.totalSteps == b.totalSteps &&
-         a.accelerations == b.accelerations && equal(a.firstSum, b.firstSum) &&
-         equal(a.secondSum, b.secondSum) && a.positions == b.positions && a.velocities == b.velocities;
+         a.accelerations == b.accelerations && a.firstSum == b.firstSum && a.secondSum == b.secondSum &&
+         a.positions == b.positions && a.velocities == b.velocities;
 }
 
 bool Gj8Integrator::serialize(BinaryData& out) const {
@@ -587,9 +561,9 @@ bool Gj8Integrator::serialize(BinaryData& out) const {
   unsigned int count = 0;
   bool const ok = support::serialize(d.initialized, out, count) && support::serialize(d.t0, out, count) &&
                   support::serialize(d.h, out, count) && support::serialize(d.totalSteps, out, count) &&
-                  support::serialize(d.accelerations, out, count) && serializeVec(d.firstSum, out, count) &&
-                  serializeVec(d.secondSum, out, count) && support::serialize(d.positions, out, count) &&
-                  support::serialize(d.velocities, out, count);
+                  support::serialize(d.accelerations, out, count) &&
+                  support::serialize(d.firstSum, out, count) && support::serialize(d.secondSum, out, count) &&
+                  support::serialize(d.positions, out, count) && support::serialize(d.velocities, out, count);
   if (!ok) out.resize(start);
   return ok;
 }
@@ -597,11 +571,12 @@ bool Gj8Integrator::serialize(BinaryData& out) const {
 bool Gj8Integrator::deserialize(BinaryData const& in, unsigned int& position) {
   Details d;
   unsigned int index = position;
-  bool const ok = support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.t0) &&
-                  support::deserialize(in, index, d.h) && support::deserialize(in, index, d.totalSteps) &&
-                  support::deserialize(in, index, d.accelerations) && deserializeVec(in, index, d.firstSum) &&
-                  deserializeVec(in, index, d.secondSum) && support::deserialize(in, index, d.positions) &&
-                  support::deserialize(in, index, d.velocities) && d.consistent();
+  bool const ok =
+      support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.t0) &&
+      support::deserialize(in, index, d.h) && support::deserialize(in, index, d.totalSteps) &&
+      support::deserialize(in, index, d.accelerations) && support::deserialize(in, index, d.firstSum) &&
+      support::deserialize(in, index, d.secondSum) && support::deserialize(in, index, d.positions) &&
+      support::deserialize(in, index, d.velocities) && d.consistent();
   if (!ok) return false;
   std::swap(*details_, d);
   position = index;

@@ -301,6 +301,27 @@ bool deserialize(BinaryData const& in, unsigned int& index, Mat& value) {
   return true;
 }
 
+bool serialize(Vec const& value, BinaryData& out, unsigned int& count) {
+  serializeInteger(static_cast<std::uint32_t>(value.size()), out, count);
+  for (std::size_t i = 0; i < value.size(); ++i) serialize(value(i), out, count);
+  return true;
+}
+
+bool deserialize(BinaryData const& in, unsigned int& index, Vec& value) {
+  constexpr std::uint64_t kDoubleBytes = kDoubleMantissaBytes + kDoubleExponentBytes;
+  std::uint32_t n = 0;
+  if (!deserializeInteger(in, index, n)) return false;
+  // A corrupt count must not allocate; fail at the end of input instead.
+  if (n > (in.size() - index) / kDoubleBytes) {
+    index = static_cast<unsigned int>(in.size());
+    return false;
+  }
+  value.resize(n, false);
+  for (std::size_t i = 0; i < n; ++i)
+    if (!deserialize(in, index, value(i))) return false;
+  return true;
+}
+
 bool serialize(core::GnssType const& value, BinaryData& out, unsigned int& count) {
   return serializeEnum(value, out, count);
 }

@@ -1,0 +1,483 @@
+// The assistance-data container against bytes laid out by hand: header,
+// quantised fields, clock blocks per constellation and format, checksums and
+// the cipher; damaged containers are refused without touching the file.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "support/test_support.hpp"
+#include "zarn/support/assistance_data.hpp"
+#include "zarn/support/encryption.hpp"
+
+namespace zarn {
+namespace support {
+namespace {
+
+using core::BEIDOU;
+using core::GLONASS;
+using core::GnssType;
+using core::GPS;
+using Bytes = BinaryData;
+
+void u8(Bytes& b, unsigned v) {
+  b.push_back(static_cast<unsigned char>(v));
+}
+void u16(Bytes& b, unsigned v) {
+  u8(b, v >> 8);
+  u8(b, v);
+}
+void u32(Bytes& b, std::uint32_t v) {
+  u16(b, v >> 16);
+  u16(b, v & 0xFFFF);
+}
+
+std::uint32_t crc(Bytes const& b, std::size_t from, std::size_t to) {
+  return computeCrc32(b.data() + from, b.data() + to);
+}
+
+// Plain container from a body: checksum placeholder, padding, checksum.
+Bytes withChecksum(Bytes body, bool legacy) {
+  Bytes b((body.size() + 4 + 7) / 8 * 8, 0);
+  std::copy(body.begin(), body.end(), b.begin() + 4);
+  std::uint32_t const c = legacy ? crc(b, 4, b.size() - 4) : crc(b, 4, b.size());
+  for (int i = 0; i < 4; ++i) b[i] = static_cast<unsigned char>(c >> (24 - 8 * i));
+  return b;
+}
+
+Bytes enciphered(Bytes const& plain) {
+  Bytes out;
+  EXPECT_TRUE(encrypt(plain, out));
+  return out;
+}
+
+Bytes deciphered(Bytes const& cipher) {
+  Bytes out;
+  EXPECT_TRUE(decrypt(cipher, out));
+  return out;
+}
+
+// Outage day/second words: days since 1980-01-06 in bits 31..17, seconds of day below.
+constexpr std::uint32_t slp(std::uint32_t days, std::uint32_t secondOfDay) {
+  return days << 17 | secondOfDay;
+}
+
+// The sample satellite, with values chosen off the rounding midpoints.
+AssistanceData sample(GnssType gnss) {
+  AssistanceData a = makeZeroAssistanceData();
+  a.gnssType = gnss;
+  a.svId = 5;
+  a.svFlags = 0x0A0B0C0D;
+  a.maxPredictionLength = 336;
+  a.srp = {{1.5, -1.5}};
+  a.antPhase = {{0.0, 5.0, -5.0}};
+  a.errorParams = {{0.6e-9, 0.2e-3, 2.5}};
+  a.clockModelParams = {{123456.7, 0.0, 1e-9, 0.0, 0.5e-3, 0.5e-10}};
+  // GPS week 1924 (cycle 1, week 900): days 13468 + 2 and + 3.
+  a.outages.push_back({core::Toc{1, 900, 2 * 86400 + 3600}, core::Toc{1, 900, 3 * 86400}, "dropped label"});
+  return a;
+}
+
+// Hand quantisation: srp 1.5 on [0,3] -> 32767.5 -> 32768; -1.5 on [-3,3] ->
+// 16383.75 -> 16384; antenna 0, 5, -5 on [-5,5] -> 32768, 65535, 0; p0 0.6 on
+// [0,1] -> 39321; p1 0.2 -> 13107; p2 12.5/20 * 255 = 159.375 -> 159.
+void itemHead(Bytes& b) {
+  u16(b, 5);
+  u32(b, 0x0A0B0C0D);
+  u16(b, 336);
+  u16(b, 32768);
+  u16(b, 16384);
+  u16(b, 32768);
+  u16(b, 65535);
+  u16(b, 0);
+  u16(b, 39321);
+  u16(b, 13107);
+  u8(b, 159);
+}
+
+void itemTail(Bytes& b) {
+  u8(b, 1);
+  u32(b, slp(13470, 3600));
+  u32(b, slp(13471, 0));
+}
+
+struct ClockCase {
+  GnssType gnss;
+  std::uint32_t format;
+  Bytes clockBytes;
+  std::array<double, 6> readBack;  // clock parameters as the file returns them
+  bool legacy;
+};
+
+double q(std::uint32_t stored, double lo, double hi, unsigned bits, double scale) {
+  return (lo + stored * (hi - lo) / (std::ldexp(1.0, bits) - 1.0)) / scale;
+}
+
+std::vector<ClockCase> clockCases() {
+  // t32(123456.7) = 0x0001E240. c1 = 0 on [-1,1]/32 bits -> 2147483647.5 -> 0x80000000.
+  // GPS c2 = 1 on [-4,4] -> 5/8 * (2^32-1) = 2684354559.375 -> 0x9FFFFFFF; c3 = 0 -> 0x8000.
+  // GLONASS c4 = 0.5 on [-2,2]/32 -> 0.625 * (2^32-1) -> 0x9FFFFFFF; c5 = 0.5 on [-1,1]/16 -> 49151.25 ->
+  // 0xBFFF. BeiDou c2 = 1 on [-2,2] -> 0.75 * (2^32-1) = 3221225471.25 -> 0xBFFFFFFF; c3 = 0 on [-2,2] ->
+  // 0x8000.
+  double const c1 = q(0x80000000u, -1, 1, 32, 1000);
+  double const gps2 = q(0x9FFFFFFFu, -4, 4, 32, 1e9);
+  double const gps3 = q(0x8000, -1, 1, 16, 1e17);
+  double const glo4 = q(0x9FFFFFFFu, -2, 2, 32, 1000);
+  double const glo5 = q(0xBFFF, -1, 1, 16, 1e10);
+  double const bds2 = q(0xBFFFFFFFu, -2, 2, 32, 1e9);
+  double const bds3 = q(0x8000, -2, 2, 16, 1e17);
+  return {
+      {GPS,
+       4,
+       {0x00, 0x01, 0xE2, 0x40, 0x80, 0, 0, 0, 0x9F, 0xFF, 0xFF, 0xFF, 0x80, 0x00},
+       {123456.0, c1, gps2, gps3, 0, 0},
+       false},
+      {GPS, 3, {0x9F, 0xFF, 0xFF, 0xFF, 0x80, 0x00}, {0, 0, gps2, gps3, 0, 0}, false},
+      {GPS, 2, {}, {0, 0, 0, 0, 0, 0}, false},
+      {GPS, 1, {}, {0, 0, 0, 0, 0, 0}, true},
+      {GLONASS,
+       4,
+       {0x00, 0x01, 0xE2, 0x40, 0x9F, 0xFF, 0xFF, 0xFF, 0xBF, 0xFF},
+       {123456.0, 0, 0, 0, glo4, glo5},
+       false},
+      {GLONASS, 3, {0xBF, 0xFF}, {0, 0, 0, 0, 0, glo5}, false},
+      {GLONASS, 2, {0xBF, 0xFF}, {0, 0, 0, 0, 0, glo5}, true},
+      {GLONASS, 0, {}, {0, 0, 0, 0, 0, 0}, true},
+      {BEIDOU,
+       1,
+       {0x00, 0x01, 0xE2, 0x40, 0x80, 0, 0, 0, 0xBF, 0xFF, 0xFF, 0xFF, 0x80, 0x00},
+       {123456.0, c1, bds2, bds3, 0, 0},
+       false},
+      {BEIDOU,
+       0,
+       {0x00, 0x01, 0xE2, 0x40, 0x80, 0, 0, 0, 0xBF, 0xFF, 0xFF, 0xFF, 0x80, 0x00},
+       {123456.0, c1, bds2, bds3, 0, 0},
+       false},
+  };
+}
+
+Bytes handBody(GnssType gnss, std::uint32_t format, Bytes const& clockBytes) {
+  Bytes b;
+  u32(b, 0x61640000u | gnss);
+  u32(b, format);
+  u32(b, 0x01020304);
+  u8(b, 1);            // one leap entry
+  u32(b, 0x23456789);  // low 32 bits of 0x1_2345_6789
+  u8(b, 18);
+  u8(b, 1);  // one item
+  itemHead(b);
+  b.insert(b.end(), clockBytes.begin(), clockBytes.end());
+  itemTail(b);
+  return b;
+}
+
+AssistanceDataFile sampleFile(GnssType gnss) {
+  AssistanceDataFile file(gnss);
+  file.setCreationTime(0x01020304);
+  file.setLeapSeconds({LeapInfo{0x123456789ULL, 18}});
+  file.storeAssistance(5, sample(gnss));
+  return file;
+}
+
+TEST(AssistanceDataFile, SaveLaysOutTheContainerByteForByte) {
+  for (ClockCase const& c : clockCases()) {
+    SCOPED_TRACE(std::to_string(c.gnss) + "/" + std::to_string(c.format));
+    AssistanceDataFile file = sampleFile(c.gnss);
+    Bytes saved;
+    ASSERT_TRUE(file.save(saved, c.format == 0 ? 0 : c.format) || c.format == 0);
+    if (c.format == 0) continue;  // 0 asks for the format in use; checked below
+    Bytes const expected = withChecksum(handBody(c.gnss, c.format, c.clockBytes), c.legacy);
+    EXPECT_EQ(saved.size() % 8, 0u);
+    EXPECT_EQ(deciphered(saved), expected);
+    EXPECT_EQ(file.format(), c.format);
+    EXPECT_EQ(file.crc(),
+              std::uint32_t{expected[0]} << 24 | expected[1] << 16 | expected[2] << 8 | expected[3]);
+  }
+}
+
+TEST(AssistanceDataFile, LoadReadsHandLaidContainers) {
+  for (ClockCase const& c : clockCases()) {
+    SCOPED_TRACE(std::to_string(c.gnss) + "/" + std::to_string(c.format));
+    Bytes const plain = withChecksum(handBody(c.gnss, c.format, c.clockBytes), c.legacy);
+    AssistanceDataFile file(GPS);
+    ASSERT_EQ(file.load(enciphered(plain)), core::OK);
+    EXPECT_EQ(file.gnss(), c.gnss);
+    EXPECT_EQ(file.identifier(), 0x61640000u | c.gnss);
+    EXPECT_EQ(file.format(), c.format);
+    EXPECT_EQ(file.creationTime(), 0x01020304u);
+    ASSERT_EQ(file.leapSeconds().size(), 1u);
+    EXPECT_EQ(file.leapSeconds()[0].time, 0x23456789u);
+    EXPECT_EQ(file.leapSeconds()[0].leapSeconds, 18);
+    ASSERT_EQ(file.count(), 1u);
+    ASSERT_TRUE(file.contains(5));
+    AssistanceData const a = file.assistance(5);
+    EXPECT_EQ(a.gnssType, c.gnss);
+    EXPECT_EQ(a.svFlags, 0x0A0B0C0Du);
+    EXPECT_EQ(a.maxPredictionLength, 336);
+    EXPECT_EQ(a.srp[0], 32768 * 3.0 / 65535);
+    EXPECT_EQ(a.srp[1], -3.0 + 16384 * 6.0 / 65535);
+    EXPECT_EQ(a.antPhase[0], -5.0 + 32768 * 10.0 / 65535);
+    EXPECT_EQ(a.antPhase[1], 5.0);
+    EXPECT_EQ(a.antPhase[2], -5.0);
+    EXPECT_EQ(a.errorParams[0], 39321 / 65535.0 / 1e9);
+    EXPECT_EQ(a.errorParams[1], 13107 / 65535.0 / 1000);
+    EXPECT_EQ(a.errorParams[2], -10.0 + 159 * 20.0 / 255);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(a.clockModelParams[i], c.readBack[i]) << "c" << i;
+    ASSERT_EQ(a.outages.size(), 1u);
+    EXPECT_EQ(a.outages[0].start, (core::Toc{1, 900, 2 * 86400 + 3600}));
+    EXPECT_EQ(a.outages[0].stop, (core::Toc{1, 900, 3 * 86400}));
+    EXPECT_EQ(a.outages[0].label, "");
+    EXPECT_EQ(file.crc(), std::uint32_t{plain[0]} << 24 | plain[1] << 16 | plain[2] << 8 | plain[3]);
+  }
+}
+
+TEST(AssistanceDataFile, FormatZeroWritesTheFormatInUse) {
+  for (GnssType gnss : {GPS, GLONASS, BEIDOU}) {
+    AssistanceDataFile file = sampleFile(gnss);
+    Bytes saved;
+    ASSERT_TRUE(file.save(saved, 0));
+    Bytes const plain = deciphered(saved);
+    EXPECT_EQ(plain[11], AssistanceDataFile::currentFormat(gnss));
+    EXPECT_EQ(file.format(), AssistanceDataFile::currentFormat(gnss));
+  }
+  EXPECT_EQ(AssistanceDataFile::currentFormat(GPS), 4u);
+  EXPECT_EQ(AssistanceDataFile::currentFormat(GLONASS), 2u);
+  EXPECT_EQ(AssistanceDataFile::currentFormat(BEIDOU), 1u);
+  EXPECT_EQ(AssistanceDataFile::currentVersion(GLONASS), 2u);
+  EXPECT_EQ(AssistanceDataFile::createFileId(BEIDOU), 0x61640003u);
+}
+
+TEST(AssistanceDataFile, ThirtyTwoGpsSatellitesTakeTheirLaidOutSize) {
+  // Header 16 + leap count 1 + item count 1 + 32 items of 38 bytes (svId 2,
+  // flags 4, length 2, srp 4, antenna 6, error 5, clock 14, outage count 1)
+  // = 1234, padded to 1240.
+  AssistanceDataFile file(GPS);
+  for (unsigned short sv = 1; sv <= 32; ++sv)
+    file.storeAssistance(sv, AssistanceDataFile::defaultAssistance(GPS, sv));
+  Bytes saved;
+  ASSERT_TRUE(file.save(saved, 0));
+  EXPECT_EQ(saved.size(), 1240u);
+  AssistanceDataFile back(GLONASS);
+  ASSERT_EQ(back.load(saved), core::OK);
+  EXPECT_EQ(back.count(), 32u);
+  EXPECT_EQ(back.crc(), file.crc());
+}
+
+TEST(AssistanceDataFile, CountsSaturateAt255) {
+  AssistanceDataFile file(GPS);
+  std::vector<LeapInfo> leaps(300, LeapInfo{1000, 1});
+  file.setLeapSeconds(leaps);
+  AssistanceData a = AssistanceDataFile::defaultAssistance(GPS, 1);
+  a.outages.assign(300, TocPeriod{core::Toc{1, 900, 0}, core::Toc{1, 900, 60}, ""});
+  for (unsigned short sv = 1; sv <= 300; ++sv) file.storeAssistance(sv, a);
+  Bytes saved;
+  ASSERT_TRUE(file.save(saved, 2));  // 2: no clock block
+  Bytes const plain = deciphered(saved);
+  EXPECT_EQ(plain[16], 255);
+  EXPECT_EQ(plain[17 + 255 * 5], 255);
+  // 18 + 255 * 5 + 255 items of (24 + 255 * 8) bytes, padded.
+  std::size_t const body = 18 + 255 * 5 + 255 * (24 + 255 * 8);
+  EXPECT_EQ(plain.size(), (body + 7) / 8 * 8);
+  AssistanceDataFile back(GPS);
+  ASSERT_EQ(back.load(saved), core::OK);
+  EXPECT_EQ(back.leapSeconds().size(), 255u);
+  EXPECT_EQ(back.count(), 255u);
+  EXPECT_EQ(back.assistance(255).outages.size(), 255u);
+}
+
+TEST(AssistanceDataFile, LegacyChecksumLeavesTheLastFourBytesOut) {
+  AssistanceDataFile file = sampleFile(GPS);
+  Bytes saved;
+  ASSERT_TRUE(file.save(saved, 1));
+  Bytes plain = deciphered(saved);
+  plain[plain.size() - 2] ^= 0x5A;  // inside the excluded range
+  AssistanceDataFile back(GPS);
+  EXPECT_EQ(back.load(enciphered(plain)), core::OK);
+  plain[plain.size() - 5] ^= 0x5A;  // inside the checked range
+  EXPECT_EQ(back.load(enciphered(plain)), core::CORRUPTED_DATA);
+}
+
+TEST(AssistanceDataFile, OutOfRangeValuesAreClampedAndLogged) {
+  AssistanceDataFile file(GPS);
+  AssistanceData a = AssistanceDataFile::defaultAssistance(GPS, 1);
+  a.srp[0] = 4.0;
+  a.errorParams[2] = -11.0;
+  file.storeAssistance(1, a);
+  Bytes saved;
+  std::string const log = test::capturedStderr([&] { ASSERT_TRUE(file.save(saved, 2)); });
+  EXPECT_NE(log.find("zarn::support::scaleDoubleToUint(): value 4 too large, max is 3"), std::string::npos)
+      << log;
+  EXPECT_NE(log.find("value -11 too small, min is -10"), std::string::npos) << log;
+  Bytes const plain = deciphered(saved);
+  std::size_t const srp0 = 18 + 8;  // after svId, flags, maximum length
+  EXPECT_EQ(plain[srp0], 0xFF);
+  EXPECT_EQ(plain[srp0 + 1], 0xFF);
+  EXPECT_EQ(plain[srp0 + 14], 0);  // p2 clamped to the bottom of its range
+}
+
+TEST(ScaleDoubleToUint, RoundsHalfAwayFromZeroAndReportsClamping) {
+  struct Case {
+    double value, scale, lo, hi;
+    unsigned bits;
+    std::uint32_t stored;
+    bool inRange;
+  };
+  Case const cases[] = {
+      {1.5, 1, 0, 3, 16, 32768, true},             // 32767.5 rounds up
+      {0.0, 1, -1, 1, 8, 128, true},               // 127.5 rounds up
+      {3.0, 1, 0, 3, 16, 65535, true},             // the top exactly
+      {-3.0, 1, -3, 3, 16, 0, true},               // the bottom exactly
+      {1.0, 1000, -1, 1, 32, 0xFFFFFFFFu, false},  // 1000 clamps to the top of 32 bits
+      {-2e-9, 1e9, 0, 1, 16, 0, false},
+      {NAN, 1, 0, 1, 8, 0, false},
+  };
+  for (Case const& c : cases) {
+    std::uint32_t stored = 7;
+    EXPECT_EQ(scaleDoubleToUint(c.value, c.scale, c.lo, c.hi, c.bits, stored), c.inRange) << c.value;
+    EXPECT_EQ(stored, c.stored) << c.value;
+  }
+}
+
+// A container that fails to load names why and leaves the file as it was.
+TEST(AssistanceDataFile, DamagedContainersAreRefusedWithoutChange) {
+  Bytes const good = withChecksum(handBody(GPS, 4, clockCases()[0].clockBytes), false);
+  auto cipher = [](Bytes const& plain) { return enciphered(plain); };
+  auto headerOnly = [](std::uint32_t id, std::uint32_t format) {
+    Bytes b;
+    u32(b, id);
+    u32(b, format);
+    u32(b, 0);
+    u8(b, 0);
+    u8(b, 0);
+    return withChecksum(b, false);
+  };
+  Bytes flipped = cipher(good);
+  flipped[9] ^= 0x01;
+  Bytes shortened = cipher(good);
+  shortened.resize(shortened.size() - 8);
+  Bytes oddLength = cipher(good);
+  oddLength.pop_back();
+  Bytes wrongKey;
+  ASSERT_TRUE(tripleDesEncrypt(good, "another key for this test", wrongKey));
+  Bytes truncatedBody = good;  // the checksum agrees but the item ends early
+  truncatedBody.resize(40);
+  truncatedBody = withChecksum(Bytes(truncatedBody.begin() + 4, truncatedBody.end()), false);
+
+  struct Case {
+    char const* name;
+    Bytes in;
+    core::Status status;
+    char const* message;
+  };
+  Case const cases[] = {
+      {"empty", {}, core::CORRUPTED_DATA, "Cannot load data from an empty container."},
+      {"length not a multiple of 8", oddLength, core::CORRUPTED_DATA, "Failed to decrypt data."},
+      {"flipped bit", flipped, core::CORRUPTED_DATA, "Also legacy CRC failed"},
+      {"last block missing", shortened, core::CORRUPTED_DATA, "Also legacy CRC failed"},
+      {"wrong key", wrongKey, core::CORRUPTED_DATA, "Also legacy CRC failed"},
+      {"body cut short", cipher(truncatedBody), core::CORRUPTED_DATA,
+       "Failed to deserialize majority of data."},
+      {"foreign file ID", cipher(headerOnly(0x12340001, 4)), core::CORRUPTED_DATA,
+       "Invalid file ID 0x12340001."},
+      {"constellation 5", cipher(headerOnly(0x61640005, 1)), core::CORRUPTED_DATA,
+       "Invalid file ID 0x61640005."},
+      {"Galileo", cipher(headerOnly(0x61640004, 1)), core::INVALID_GNSS_TYPE, "Unsupported GNSS 4."},
+      {"GPS format 5", cipher(headerOnly(0x61640001, 5)), core::UNSUPPORTED_VERSION, "Unsupported format."},
+      {"BeiDou format 2", cipher(headerOnly(0x61640003, 2)), core::UNSUPPORTED_VERSION,
+       "Unsupported format."},
+      {"constellation 0", cipher(headerOnly(0x61640000, 1)), core::UNSUPPORTED_VERSION,
+       "Unsupported format."},
+      {"header cut short", cipher(withChecksum({0x61, 0x64}, false)), core::CORRUPTED_DATA,
+       "Failed to deserialize header."},
+  };
+  AssistanceDataFile const before = sampleFile(GLONASS);
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    AssistanceDataFile file = before;
+    core::Status status = core::OK;
+    std::string const log = test::capturedStderr([&] { status = file.load(c.in); });
+    EXPECT_EQ(status, c.status);
+    EXPECT_NE(log.find(c.message), std::string::npos) << log;
+    EXPECT_NE(
+        log.find("ERROR/AssistanceDataFile: zarn::core::Status zarn::support::AssistanceDataFile::load("),
+        std::string::npos)
+        << log;
+    EXPECT_TRUE(file == before) << file.differenceString(before, true);
+  }
+}
+
+TEST(AssistanceDataFile, UnsupportedFormatsAreNotWritten) {
+  struct Case {
+    GnssType gnss;
+    std::uint32_t format;
+    char const* message;
+  };
+  Case const cases[] = {
+      {GPS, 5, "Unsupported format 5 for GNSS 1/GPS."},
+      {BEIDOU, 2, "Unsupported format 2 for GNSS 3/BEIDOU."},
+      {core::GALILEO, 1, "Unsupported format 1 for GNSS 4/GALILEO."},
+  };
+  for (Case const& c : cases) {
+    AssistanceDataFile file(c.gnss);
+    Bytes out = {1, 2, 3};
+    std::string const log = test::capturedStderr([&] { EXPECT_FALSE(file.save(out, c.format)); });
+    EXPECT_NE(log.find(c.message), std::string::npos) << log;
+    EXPECT_NE(log.find("Serialization failed."), std::string::npos) << log;
+    EXPECT_EQ(out, (Bytes{1, 2, 3}));
+    EXPECT_EQ(file.format(), AssistanceDataFile::currentFormat(c.gnss));
+  }
+}
+
+TEST(AssistanceDataFile, ItemsAreKeptBySvIdAndFallBackToDefaults) {
+  AssistanceDataFile file(GPS);
+  file.storeAssistance(7, sample(GPS));
+  file.storeAssistance(3, sample(GPS));
+  AssistanceData replaced = sample(GPS);
+  replaced.maxPredictionLength = 12;
+  file.storeAssistance(7, replaced);
+  ASSERT_EQ(file.count(), 2u);
+  EXPECT_EQ(file.items()[0].svId, 3);
+  EXPECT_EQ(file.items()[1].maxPredictionLength, 12);
+  EXPECT_FALSE(file.contains(4));
+  EXPECT_EQ(file.assistance(4), AssistanceDataFile::defaultAssistance(GPS, 4));
+  EXPECT_EQ(file.getAssistanceData(GLONASS, 7), AssistanceDataFile::defaultAssistance(GLONASS, 7));
+  EXPECT_EQ(file.getAssistanceData(GPS, 7).maxPredictionLength, 12);
+  AssistanceDataFile other(BEIDOU);
+  file.swap(other);
+  EXPECT_EQ(file.gnss(), BEIDOU);
+  EXPECT_EQ(other.count(), 2u);
+  other.clear();
+  EXPECT_EQ(other.count(), 0u);
+  EXPECT_EQ(other.gnss(), GPS);
+}
+
+TEST(AssistanceDataFile, ValidDataNamesEachFault) {
+  AssistanceDataFile file(GPS);
+  AssistanceData a = sample(GPS);
+  a.outages[0].stop = a.outages[0].start;
+  file.storeAssistance(5, a);
+  AssistanceData b = sample(GLONASS);
+  b.svFlags = 0x80000000u;
+  file.storeAssistance(40, b);
+  bool valid = true;
+  std::string const log = test::capturedStderr([&] { valid = file.validData(); });
+  EXPECT_FALSE(valid);
+  for (char const* text :
+       {"validData: item 0, gnss 1, svId 5, outage 0: start time [TOC](1,900,176400) not smaller than stop "
+        "time "
+        "[TOC](1,900,176400)",
+        "validData: item 1, invalid gnssType 2", "validData: item 1, gnss 2: invalid svId 40",
+        "validData: item 1, gnss 2, svId 40: invalid svFlags -2147483648"})
+    EXPECT_NE(log.find(text), std::string::npos) << text << "\n" << log;
+  EXPECT_TRUE(sampleFile(GPS).validData());
+  EXPECT_EQ(sampleFile(GPS).differenceString(sampleFile(GPS), true), "");
+  EXPECT_NE(file.differenceString(sampleFile(GPS), true), "");
+}
+
+}  // namespace
+}  // namespace support
+}  // namespace zarn
