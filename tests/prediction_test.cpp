@@ -354,7 +354,7 @@ TEST(EstimateInitialStateBatch, RecoversRadiationPressurePoleAndOrbit) {
   s.model.setAssistanceData(data);
 
   zs::BatchEstimate const est =
-      zs::estimateInitialStateBatch(times, positions, velocities, zs::Eop{}, true, s.model, true);
+      zs::estimateInitialStateBatch(times, positions, velocities, zs::Eop{}, true, zs::Srp{}, s.model, true);
   ASSERT_TRUE(est.converged);
   EXPECT_LE(est.iterations, 5);
   EXPECT_EQ(est.epoch, times(n - 1));
@@ -387,13 +387,13 @@ TEST(EstimateInitialStateBatch, RefusesAndRestoresTheModel) {
 
   Vec const few = ublas::subrange(times, 0, 3);
   Mat const fewRows = ublas::subrange(positions, 0, 3, 0, 3);
-  zs::BatchEstimate est = zs::estimateInitialStateBatch(few, fewRows, velocities, zs::Eop{}, true, s.model, false);
+  zs::BatchEstimate est = zs::estimateInitialStateBatch(few, fewRows, velocities, zs::Eop{}, true, zs::Srp{}, s.model, false);
   EXPECT_FALSE(est.converged);
   EXPECT_EQ(est.iterations, 0);
 
   Mat broken = positions;
   broken(30, 1) = std::nan("");
-  est = zs::estimateInitialStateBatch(times, broken, velocities, zs::Eop{}, true, s.model, false);
+  est = zs::estimateInitialStateBatch(times, broken, velocities, zs::Eop{}, true, zs::Srp{}, s.model, false);
   EXPECT_FALSE(est.converged);
   EXPECT_TRUE(est.state.empty());
   EXPECT_EQ(s.model.getAssistanceData(), apriori);
@@ -412,11 +412,11 @@ TEST(PredictionDeathTest, Preconditions) {
                zarn::test::fatalArgument("estimateInitialState: invalid size positions", source));
   EXPECT_DEATH(zs::estimateInitialState(two, rows2, cols2, eop, model, false, zs::MEO),
                zarn::test::fatalArgument("estimateInitialState: invalid size velocities", source));
-  EXPECT_DEATH(zs::estimateInitialStateBatch(one, rows1, rows1, eop, true, model, false),
+  EXPECT_DEATH(zs::estimateInitialStateBatch(one, rows1, rows1, eop, true, zs::Srp{}, model, false),
                zarn::test::fatalArgument("estimateInitialStateBatch: invalid size times", source));
-  EXPECT_DEATH(zs::estimateInitialStateBatch(two, rows1, rows1, eop, true, model, false),
+  EXPECT_DEATH(zs::estimateInitialStateBatch(two, rows1, rows1, eop, true, zs::Srp{}, model, false),
                zarn::test::fatalArgument("estimateInitialStateBatch: invalid size positions", source));
-  EXPECT_DEATH(zs::estimateInitialStateBatch(two, rows2, cols2, eop, true, model, false),
+  EXPECT_DEATH(zs::estimateInitialStateBatch(two, rows2, cols2, eop, true, zs::Srp{}, model, false),
                zarn::test::fatalArgument("estimateInitialStateBatch: invalid size velocities", source));
   Vec r(3), v(3), kepler;
   double epoch = 0.0;

@@ -77,6 +77,8 @@ char const* const kPredictHelp =
     "  --no-antenna-offset treat broadcast positions as centre of mass (for studies)\n"
     "  --no-srp-estimation keep the block defaults of the radiation-pressure parameters and fit\n"
     "                      the orbit with the Kalman filter instead of the batch fit\n"
+    "  --srp-sigma P1,P2   a-priori standard deviations of p1 and p2 about the block defaults\n"
+    "                      in the batch fit (0: free)\n"
     "  --check             re-propagate and report how closely every written ephemeris\n"
     "                      matches the states it was fitted to\n"
     "  --jobs N            worker threads (default: the number of processors)\n"
@@ -229,6 +231,13 @@ ConstellationOptions predictOptions(Arguments const& args) {
   args.flag("check");
   args.flag("no-srp-estimation");
   pipeline.estimateSrp = !args.has("no-srp-estimation");
+  if (args.has("srp-sigma")) {
+    std::string const text = args.single("srp-sigma");
+    std::size_t const comma = text.find(',');
+    if (comma == std::string::npos) throw UsageError("--srp-sigma takes two numbers, P1,P2");
+    pipeline.srpSigma[0] = number(text.substr(0, comma), "srp-sigma");
+    pipeline.srpSigma[1] = number(text.substr(comma + 1), "srp-sigma");
+  }
   pipeline.antennaOffset = !args.has("no-antenna-offset");
   pipeline.checkFit = args.has("check");
   std::string const problem = validate(pipeline);
@@ -365,7 +374,7 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
 
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
-              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "jobs", "help"});
+              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "jobs", "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;

@@ -13,6 +13,7 @@
 #define ZARN_SUPPORT_PREDICTION_HPP
 
 #include "zarn/core/records.hpp"
+#include "zarn/support/assistance_data.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/export.hpp"
 #include "zarn/support/force_model.hpp"
@@ -76,7 +77,9 @@ struct BatchEstimate {
 // all n samples at once (unit weights), iterated to convergence with the
 // partials of the force model's variational equations. Same arguments as
 // estimateInitialState; the a-priori p1, p2 are the srp of the force model's
-// AssistanceData. On convergence the force model is left with the estimated
+// AssistanceData, held to it with the standard deviations srpSigma (in the
+// units of p1, p2, against measurements of unit weight, 1 m per axis; 0 or
+// less leaves that parameter free). On convergence the force model is left with the estimated
 // srp, the pole in its EopInfo and its Gauss-Jackson integrator initialised as
 // estimateInitialState does (at times[n-1], or floor(n/2) steps back); its
 // srpComputation flag ends false. Otherwise AssistanceData and EopInfo are
@@ -84,7 +87,8 @@ struct BatchEstimate {
 // argument sizes estimateInitialState aborts on.
 ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions,
                                                     Mat const& velocities, Eop const& eop, bool estimatePole,
-                                                    ForceModel& forceModel, bool backwards);
+                                                    Srp const& srpSigma, ForceModel& forceModel,
+                                                    bool backwards);
 
 // Continues the force model's Gauss-Jackson integration to n states at step h
 // centred on t1 (epochs t1 - floor(n/2) h + i h) and, for n > 1, fits them

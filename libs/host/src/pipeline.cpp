@@ -222,7 +222,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
       refusal = "arc of " + hoursText(s.t.back() - s.t.front()) + ", need " + hoursText(kMinSrpArc);
     } else {
       support::BatchEstimate const b = support::estimateInitialStateBatch(times, positions, velocities, o.pole,
-                                                                          !holdsPole(type), *model, true);
+                                                                          !holdsPole(type), o.srpSigma, *model, true);
       refusal = srpRefusal(b);
       if (refusal.empty()) {
         e.state = b.state;

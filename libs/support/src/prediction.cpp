@@ -262,8 +262,8 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
 }
 
 BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, Mat const& velocities,
-                                        Eop const& eop, bool estimatePole, ForceModel& forceModel,
-                                        bool backwards) {
+                                        Eop const& eop, bool estimatePole, Srp const& srpSigma,
+                                        ForceModel& forceModel, bool backwards) {
   std::size_t const n = times.size();
   if (n < 2) ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size times"));
   if (positions.size1() != n || positions.size2() != 3) {
@@ -347,6 +347,13 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
       }
       noalias(normal) += prod(trans(hm), hm);
       noalias(g) += prod(trans(hm), res);
+    }
+    // A-priori constraint of p1, p2 towards the model's values.
+    for (unsigned i = 0; i < 2; ++i) {
+      if (!(srpSigma[i] > 0.0)) continue;
+      double const w = 1.0 / (srpSigma[i] * srpSigma[i]);
+      normal(6 + i, 6 + i) += w;
+      g(6 + i) += w * (given.srp[i] - x(6 + i));
     }
     result.iterations = iteration;
     result.rms = std::sqrt(sum / static_cast<double>(n));

@@ -52,6 +52,9 @@ struct PipelineOptions {
   // least-squares fit over the whole arc (estimateInitialStateBatch); without,
   // or when that fails, the Kalman filter with the block defaults.
   bool estimateSrp = true;
+  // A-priori standard deviations of p1 and p2 about the block defaults in that
+  // fit (0: free).
+  support::Srp srpSigma{};
   // A-priori pole (IERS sense, rad). The filter estimates the pole for GPS and
   // BeiDou MEO satellites but holds it fixed for BeiDou GEO and IGSO, whose
   // samples cannot separate it from the orbit: give those the pole estimated
