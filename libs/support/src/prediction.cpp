@@ -382,7 +382,8 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
       // Covariance of (end state, p1, p2): the transition matrix carries the first block.
       Mat phi8 = ublas::identity_matrix<double>(kStateSize);
       ublas::subrange(phi8, 0, 6, 0, kStateSize) = phiEnd;
-      Mat c8 = ublas::subrange(cov, 0, kStateSize, 0, kStateSize);
+      Mat const c8 = ublas::subrange(cov, 0, kStateSize, 0, kStateSize);
+      result.covariance.resize(kStateSize, kStateSize, false);
       congruence(phi8, c8, result.covariance);
       result.covariance *= variance;
       break;
