@@ -387,7 +387,8 @@ TEST(EstimateInitialStateBatch, RefusesAndRestoresTheModel) {
 
   Vec const few = ublas::subrange(times, 0, 3);
   Mat const fewRows = ublas::subrange(positions, 0, 3, 0, 3);
-  zs::BatchEstimate est = zs::estimateInitialStateBatch(few, fewRows, velocities, zs::Eop{}, true, zs::Srp{}, s.model, false);
+  zs::BatchEstimate est =
+      zs::estimateInitialStateBatch(few, fewRows, velocities, zs::Eop{}, true, zs::Srp{}, s.model, false);
   EXPECT_FALSE(est.converged);
   EXPECT_EQ(est.iterations, 0);
 

@@ -374,7 +374,8 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
 
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
-              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "jobs", "help"});
+              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "jobs",
+              "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;

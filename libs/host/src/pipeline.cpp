@@ -168,7 +168,7 @@ bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, boo
 struct Estimation {
   support::Vec state;  // Int0 position and velocity at the last sample (first 6 elements)
   support::Eop pole;
-  support::Srp srp;          // the radiation-pressure parameters propagated with
+  support::Srp srp;  // the radiation-pressure parameters propagated with
   bool srpEstimated = false;
   std::string srpNote;        // why the block defaults were kept, when they were
   support::BinaryData model;  // the serialized force model, ready to propagate
@@ -180,7 +180,8 @@ struct Estimation {
 std::string srpRefusal(support::BatchEstimate const& b) {
   char text[160];
   if (!b.converged) {
-    std::snprintf(text, sizeof text, "no convergence in %d iterations (residual %.2f m)", b.iterations, b.rms);
+    std::snprintf(text, sizeof text, "no convergence in %d iterations (residual %.2f m)", b.iterations,
+                  b.rms);
     return text;
   }
   double const p1 = b.state(6), p2 = b.state(7);
@@ -221,8 +222,8 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     if (s.t.back() - s.t.front() + 1e-9 < kMinSrpArc) {
       refusal = "arc of " + hoursText(s.t.back() - s.t.front()) + ", need " + hoursText(kMinSrpArc);
     } else {
-      support::BatchEstimate const b = support::estimateInitialStateBatch(times, positions, velocities, o.pole,
-                                                                          !holdsPole(type), o.srpSigma, *model, true);
+      support::BatchEstimate const b = support::estimateInitialStateBatch(
+          times, positions, velocities, o.pole, !holdsPole(type), o.srpSigma, *model, true);
       refusal = srpRefusal(b);
       if (refusal.empty()) {
         e.state = b.state;

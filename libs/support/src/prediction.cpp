@@ -2,8 +2,8 @@
 
 #include <cmath>
 #include <limits>
-#include <vector>
 #include <stdexcept>
+#include <vector>
 
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
@@ -277,7 +277,8 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
   result.pole = eop;
   result.epoch = times(n - 1);
   if (3 * n < np + kBatchRedundancy) {
-    log::printFormatted(log::ERROR, kTag, "estimateInitialStateBatch: %u samples cannot determine %u parameters",
+    log::printFormatted(log::ERROR, kTag,
+                        "estimateInitialStateBatch: %u samples cannot determine %u parameters",
                         static_cast<unsigned>(n), np);
     return result;
   }
@@ -298,7 +299,8 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
 
   // The rotations B_k = icrsToInt0(t_k) N^T do not change between iterations.
   std::vector<Mat> b(n);
-  for (std::size_t k = 0; k < n; ++k) b[k] = prod(icrsToInt0(times(k), frame.ut1MinusUtc, ls), trans(nMatrix));
+  for (std::size_t k = 0; k < n; ++k)
+    b[k] = prod(icrsToInt0(times(k), frame.ut1MinusUtc, ls), trans(nMatrix));
 
   forceModel.setSrpComputation(true);
   OdeFunRkf78 variational(forceModel);

@@ -84,10 +84,10 @@ struct SatellitePrediction {
                               // ephemeris and the propagated states of its window
                               // (infinite when that propagation fails)
   support::BeidouSvType svType = support::UNDEFINED_SAT_TYPE;
-  support::Eop pole;                                 // the estimated (or held) pole (rad)
-  support::Srp srp;            // radiation-pressure parameters propagated with (AssistanceData.srp)
-  bool srpEstimated = false;   // srp estimated from the samples rather than the block defaults
-  double cpuSeconds = 0;                             // thread CPU time of the whole prediction
+  support::Eop pole;          // the estimated (or held) pole (rad)
+  support::Srp srp;           // radiation-pressure parameters propagated with (AssistanceData.srp)
+  bool srpEstimated = false;  // srp estimated from the samples rather than the block defaults
+  double cpuSeconds = 0;      // thread CPU time of the whole prediction
   double estimateSeconds = 0, propagateSeconds = 0;  // of which: estimation, propagation and fit
 };
 
