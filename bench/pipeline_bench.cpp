@@ -91,6 +91,10 @@ class Stages {
     return zs::estimateInitialState(times_, positions_, velocities_, zs::Eop{}, model, true,
                                     zs::UNDEFINED_SAT_TYPE);
   }
+  zs::BatchEstimate estimateBatch(zs::ForceModel& model) const {
+    return zs::estimateInitialStateBatch(times_, positions_, velocities_, zs::Eop{}, true, o_.srpSigma, model,
+                                         true);
+  }
   double start() const { return times_(times_.size() / 2); }
 
  private:
@@ -111,6 +115,18 @@ void BM_PipelineStageEstimate(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_PipelineStageEstimate)->Unit(benchmark::kMillisecond);
+
+// The batch fit of orbit, radiation pressure and pole that the pipeline uses instead.
+void BM_PipelineStageEstimateBatch(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  Stages const stages(data().options);
+  for (auto _ : state) {
+    zs::ForceModel model;
+    stages.configure(model);
+    benchmark::DoNotOptimize(stages.estimateBatch(model));
+  }
+}
+BENCHMARK(BM_PipelineStageEstimateBatch)->Unit(benchmark::kMillisecond);
 
 // Seven days of Gauss-Jackson steps from the estimated state.
 void BM_PipelineStagePropagate7Days(benchmark::State& state) {
@@ -192,15 +208,18 @@ void BM_PipelineOneSatellite7Days(benchmark::State& state) {
 }
 BENCHMARK(BM_PipelineOneSatellite7Days)->Unit(benchmark::kMillisecond);
 
-// Every GPS satellite of the file, one after the other on this thread.
+// Every GPS satellite of the file, one after the other on this thread; with
+// argument 0 the filter and the block defaults instead of the batch fit.
 void BM_PipelineGpsConstellation7Days(benchmark::State& state) {
   if (!data().ok) return state.SkipWithError("shared data not found");
+  zh::PipelineOptions options = data().options;
+  options.estimateSrp = state.range(0) != 0;
   std::size_t satellites = 0, ephemerides = 0;
   for (auto _ : state) {
     satellites = ephemerides = 0;
     for (auto const& entry : data().records) {
       if (entry.first.system != 'G') continue;
-      zh::SatellitePrediction const p = zh::predictFromBroadcast(entry.second, data().options);
+      zh::SatellitePrediction const p = zh::predictFromBroadcast(entry.second, options);
       satellites += p.predicted.empty() ? 0 : 1;
       ephemerides += p.predicted.size();
     }
@@ -208,6 +227,6 @@ void BM_PipelineGpsConstellation7Days(benchmark::State& state) {
   state.counters["satellites"] = static_cast<double>(satellites);
   state.counters["ephemerides"] = static_cast<double>(ephemerides);
 }
-BENCHMARK(BM_PipelineGpsConstellation7Days)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_PipelineGpsConstellation7Days)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 }  // namespace

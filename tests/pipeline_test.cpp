@@ -237,6 +237,55 @@ TEST(PipelineTest, PreciseOrbitPredictionOfGpsAndBeidou) {
   }
 }
 
+// Over the GPS satellites of a precise day the batch fit of radiation pressure
+// beats the filter with the block defaults, in the fit and against the next
+// day's precise orbits; an arc too short for it keeps the defaults and says so.
+TEST(PipelineTest, EstimatedRadiationPressureBeatsTheBlockDefaults) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  ZARN_SHARED_FILE_OR_SKIP(day2, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190980000_01D_15M_ORB.SP3");
+  zh::Sp3Orbit const orbit({zh::readSp3(day1)});
+  zh::PipelineOptions batch;
+  batch.fitEnd = gpsTime("2019-04-07T23:45:00");
+  batch.days = 1.0;
+  zh::PipelineOptions filter = batch;
+  filter.estimateSrp = false;
+  std::vector<double> rms[2], median[2];
+  int estimated = 0;
+  for (int prn = 1; prn <= 32; ++prn) {
+    zh::SatelliteId const sat{'G', prn};
+    zh::SatellitePrediction const b = zh::predictFromSp3(orbit, sat, batch);
+    zh::SatellitePrediction const f = zh::predictFromSp3(orbit, sat, filter);
+    if (!b.skipReason.empty() || !f.skipReason.empty()) continue;
+    EXPECT_FALSE(f.srpEstimated);
+    if (!b.srpEstimated) continue;
+    ++estimated;
+    EXPECT_GE(b.srp[0], 0.0);
+    EXPECT_LE(std::fabs(b.srp[1]), 3.0);
+    int k = 0;
+    for (zh::SatellitePrediction const* p : {&b, &f}) {
+      rms[k].push_back(p->sampleRms);
+      median[k++].push_back(
+          zh::summarize(againstSp3(*p, {day2}, batch.fitEnd, zh::windowHours(batch, 'G')).samples)[0].median);
+    }
+  }
+  EXPECT_GE(estimated, 25);
+  auto middle = [](std::vector<double> v) {
+    std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
+    return v[v.size() / 2];
+  };
+  EXPECT_LT(middle(rms[0]), 0.5 * middle(rms[1]));
+  EXPECT_LT(middle(median[0]), 0.8 * middle(median[1]));
+
+  batch.fitSpan = 8 * 3600.0;
+  zh::SatellitePrediction const shortArc = zh::predictFromSp3(orbit, {'G', 7}, batch);
+  ASSERT_TRUE(shortArc.skipReason.empty()) << shortArc.skipReason;
+  EXPECT_FALSE(shortArc.srpEstimated);
+  EXPECT_EQ(shortArc.srp[0], zh::satelliteAssistance({'G', 7}, shortArc.svType, batch.fitEnd).srp[0]);
+  ASSERT_EQ(shortArc.notes.size(), 1u);
+  EXPECT_NE(shortArc.notes[0].find("G07: radiation pressure not estimated: arc of 8.0 h"), std::string::npos)
+      << shortArc.notes[0];
+}
+
 TEST(PipelineTest, RefusedGeoWindowsAreFittedAgainOverALongerArc) {
   // Short arcs of a near-circular, near-equatorial orbit leave deltaN poorly
   // separated from sqrtA; without the second fit C04 loses five windows here.

@@ -336,6 +336,71 @@ TEST(Int0StatesToItrs, AgreesWithToEcefAndTheAntennaOffset) {
   }
 }
 
+// Noise-free samples of an orbit made with known radiation-pressure
+// parameters: from the block a priori and a zero pole the batch fit recovers
+// p1, p2, the pole and the orbit, and leaves the model ready to propagate it.
+TEST(EstimateInitialStateBatch, RecoversRadiationPressurePoleAndOrbit) {
+  unsigned const n = 145;  // twelve hours
+  Scenario s(gpsStart, false);
+  zs::AssistanceData data = s.model.getAssistanceData();
+  data.srp[0] = 1.37;
+  data.srp[1] = 0.8;
+  s.model.setAssistanceData(data);
+  Vec times;
+  Mat positions, velocities;
+  s.samples(n, times, positions, velocities);
+  data.srp[0] = 1.0;
+  data.srp[1] = 0.0;
+  s.model.setAssistanceData(data);
+
+  zs::BatchEstimate const est =
+      zs::estimateInitialStateBatch(times, positions, velocities, zs::Eop{}, true, zs::Srp{}, s.model, true);
+  ASSERT_TRUE(est.converged);
+  EXPECT_LE(est.iterations, 5);
+  EXPECT_EQ(est.epoch, times(n - 1));
+  EXPECT_NEAR(est.state(6), 1.37, 1e-4);
+  EXPECT_NEAR(est.state(7), 0.8, 1e-3);
+  EXPECT_NEAR(est.pole.xp, s.pole.xp, 1e-9);
+  EXPECT_NEAR(est.pole.yp, s.pole.yp, 1e-9);
+  EXPECT_LT(est.rms, 0.01);
+  EXPECT_LT(s.error(ublas::subrange(est.state, 0, 3), est.epoch), 0.01);
+  for (unsigned k = 0; k < 8; ++k) EXPECT_GT(est.covariance(k, k), 0.0) << k;
+  EXPECT_EQ(s.model.getAssistanceData().srp[0], est.state(6));
+  EXPECT_EQ(s.model.getEopInfo().eop.xp, est.pole.xp);
+
+  // A day on from the middle sample the propagation still follows the orbit.
+  double const middle = times(n / 2);
+  Window const w = propagate(s, middle, middle + 86400.0, 24);
+  ASSERT_GT(w.made, 0);
+  EXPECT_LT(s.error(w.r, w.epoch), 0.05);
+}
+
+// Too few samples, or samples no orbit passes through, leave the model as it
+// as it was: a priori parameters and pole.
+TEST(EstimateInitialStateBatch, RefusesAndRestoresTheModel) {
+  Scenario s(gpsStart, false);
+  Vec times;
+  Mat positions, velocities;
+  s.samples(49, times, positions, velocities);
+  zs::AssistanceData const apriori = s.model.getAssistanceData();
+  zs::EopInfo const eop = s.model.getEopInfo();
+
+  Vec const few = ublas::subrange(times, 0, 3);
+  Mat const fewRows = ublas::subrange(positions, 0, 3, 0, 3);
+  zs::BatchEstimate est =
+      zs::estimateInitialStateBatch(few, fewRows, velocities, zs::Eop{}, true, zs::Srp{}, s.model, false);
+  EXPECT_FALSE(est.converged);
+  EXPECT_EQ(est.iterations, 0);
+
+  Mat broken = positions;
+  broken(30, 1) = std::nan("");
+  est = zs::estimateInitialStateBatch(times, broken, velocities, zs::Eop{}, true, zs::Srp{}, s.model, false);
+  EXPECT_FALSE(est.converged);
+  EXPECT_TRUE(est.state.empty());
+  EXPECT_EQ(s.model.getAssistanceData(), apriori);
+  EXPECT_EQ(s.model.getEopInfo(), eop);
+}
+
 TEST(PredictionDeathTest, Preconditions) {
   char const source[] = "libs/support/src/prediction";
   zs::ForceModel model;
@@ -348,6 +413,12 @@ TEST(PredictionDeathTest, Preconditions) {
                zarn::test::fatalArgument("estimateInitialState: invalid size positions", source));
   EXPECT_DEATH(zs::estimateInitialState(two, rows2, cols2, eop, model, false, zs::MEO),
                zarn::test::fatalArgument("estimateInitialState: invalid size velocities", source));
+  EXPECT_DEATH(zs::estimateInitialStateBatch(one, rows1, rows1, eop, true, zs::Srp{}, model, false),
+               zarn::test::fatalArgument("estimateInitialStateBatch: invalid size times", source));
+  EXPECT_DEATH(zs::estimateInitialStateBatch(two, rows1, rows1, eop, true, zs::Srp{}, model, false),
+               zarn::test::fatalArgument("estimateInitialStateBatch: invalid size positions", source));
+  EXPECT_DEATH(zs::estimateInitialStateBatch(two, rows2, cols2, eop, true, zs::Srp{}, model, false),
+               zarn::test::fatalArgument("estimateInitialStateBatch: invalid size velocities", source));
   Vec r(3), v(3), kepler;
   double epoch = 0.0;
   EXPECT_DEATH(zs::propagateSatellite(zc::GPS, 0.0, 3600.0, step, 0, r, v, model, kepler, r, v, epoch),

@@ -75,6 +75,10 @@ char const* const kPredictHelp =
     "                      (default 16: 3.75 h)\n"
     "  --beidou-window N   the same for BeiDou (default 12: 2.75 h)\n"
     "  --no-antenna-offset treat broadcast positions as centre of mass (for studies)\n"
+    "  --no-srp-estimation keep the block defaults of the radiation-pressure parameters and fit\n"
+    "                      the orbit with the Kalman filter instead of the batch fit\n"
+    "  --srp-sigma P1,P2   a-priori standard deviations of p1 and p2 about the block defaults\n"
+    "                      in the batch fit (0: free)\n"
     "  --check             re-propagate and report how closely every written ephemeris\n"
     "                      matches the states it was fitted to\n"
     "  --jobs N            worker threads (default: the number of processors)\n"
@@ -225,6 +229,15 @@ ConstellationOptions predictOptions(Arguments const& args) {
   }
   args.flag("no-antenna-offset");
   args.flag("check");
+  args.flag("no-srp-estimation");
+  pipeline.estimateSrp = !args.has("no-srp-estimation");
+  if (args.has("srp-sigma")) {
+    std::string const text = args.single("srp-sigma");
+    std::size_t const comma = text.find(',');
+    if (comma == std::string::npos) throw UsageError("--srp-sigma takes two numbers, P1,P2");
+    pipeline.srpSigma[0] = number(text.substr(0, comma), "srp-sigma");
+    pipeline.srpSigma[1] = number(text.substr(comma + 1), "srp-sigma");
+  }
   pipeline.antennaOffset = !args.has("no-antenna-offset");
   pipeline.checkFit = args.has("check");
   std::string const problem = validate(pipeline);
@@ -344,7 +357,8 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
     std::string line =
         toString(r.sat) + "  fit " + formatGpsTime(r.fitStart) + " .. " + formatGpsTime(r.fitEnd);
     char text[160];
-    std::snprintf(text, sizeof text, " (%d samples, rms %.2f m)  %zu ephemerides", r.samples, r.sampleRms,
+    std::snprintf(text, sizeof text, " (%d samples, rms %.2f m)  srp p1 %.3f p2 %.3f (%s)  %zu ephemerides",
+                  r.samples, r.sampleRms, r.srp[0], r.srp[1], r.srpEstimated ? "estimated" : "defaults",
                   r.predicted.size());
     line += text;
     if (r.rejected > 0) line += ", " + std::to_string(r.rejected) + " windows refused";
@@ -360,7 +374,8 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
 
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
-              "beidou-window", "no-antenna-offset", "check", "jobs", "help"});
+              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "jobs",
+              "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;

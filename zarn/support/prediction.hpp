@@ -55,6 +55,42 @@ ZARN_EXPORT InitialStateEstimate estimateInitialState(Vec const& times, Mat cons
                                                       ForceModel& forceModel, bool backwards,
                                                       BeidouSvType svType);
 
+// Batch result: state (8) = Int0 position (m), velocity (m/s) at epoch and the
+// radiation-pressure parameters p1 (direct scale) and p2 (Y-bias, 1e-9 m/s^2);
+// covariance (8 x 8, same order) the formal one scaled by the residual
+// variance; pole the one used (estimated or given); rms (m) the RMS 3D
+// distance between the samples and the orbit of the last iteration before
+// its correction; iterations made; converged false when the correction did
+// not settle within the iteration limit, a solution was singular or not
+// finite, or there were too few samples (state and covariance then empty).
+struct BatchEstimate {
+  Vec state;
+  Mat covariance;
+  double epoch = 0.0;
+  Eop pole;
+  double rms = 0.0;
+  int iterations = 0;
+  bool converged = false;
+};
+
+// Batch least-squares differential correction over the whole arc: position
+// and velocity at times[0], p1, p2 and, with estimatePole, the pole, fitted to
+// all n samples at once (unit weights), iterated to convergence with the
+// partials of the force model's variational equations. Same arguments as
+// estimateInitialState; the a-priori p1, p2 are the srp of the force model's
+// AssistanceData, held to it with the standard deviations srpSigma (in the
+// units of p1, p2, against measurements of unit weight, 1 m per axis; 0 or
+// less leaves that parameter free). On convergence the force model is left with the estimated
+// srp, the pole in its EopInfo and its Gauss-Jackson integrator initialised as
+// estimateInitialState does (at times[n-1], or floor(n/2) steps back); its
+// srpComputation flag ends false. Otherwise AssistanceData and EopInfo are
+// restored, the integrator untouched, and one line is logged. Aborts on the
+// argument sizes estimateInitialState aborts on.
+ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions,
+                                                    Mat const& velocities, Eop const& eop, bool estimatePole,
+                                                    Srp const& srpSigma, ForceModel& forceModel,
+                                                    bool backwards);
+
 // Continues the force model's Gauss-Jackson integration to n states at step h
 // centred on t1 (epochs t1 - floor(n/2) h + i h) and, for n > 1, fits them
 // into broadcast elements.

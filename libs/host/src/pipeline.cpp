@@ -40,6 +40,13 @@ constexpr int kMinimumRecords = 3;          // fewer usable ephemerides cannot c
 constexpr double kToeTolerance = 1.0;       // s: the fitted toe must be the requested grid time
 constexpr int kRetryExtraSamples = 4;       // samples added to a refused window for its second fit
 constexpr double kSampleRmsWarning = 10.0;  // m: a worse fit to the samples is reported
+// Radiation-pressure estimates are kept inside the ranges the assistance-data
+// file quantises them to (p1 dimensionless, p2 in 1e-9 m/s^2).
+constexpr double kSrpScaleMin = 0.0, kSrpScaleMax = 3.0;
+constexpr double kYBiasMin = -3.0, kYBiasMax = 3.0;
+// s: shorter arcs leave p1 and p2 to the block defaults: over half a
+// revolution the direct pressure cannot be told from the initial velocity.
+constexpr double kMinSrpArc = 12 * 3600.0;
 
 // LNAV clock fields (IS-GPS-200 Table 20-III): LSB and width in bits.
 constexpr double kGpsAf0Lsb = 1.0 / 2147483648.0;   // 2^-31 s
@@ -155,14 +162,36 @@ bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, boo
 }
 
 // The initial state estimated from the samples with the given model
-// parameters, and the force model as estimateInitialState leaves it; `rms` is
-// the RMS distance (m) between the samples and the estimated orbit integrated
-// back over the span (infinite when that integration fails).
+// parameters, and the force model as the estimator leaves it; `rms` is the RMS
+// distance (m) between the samples and the estimated orbit integrated back
+// over the span (infinite when that integration fails).
 struct Estimation {
-  support::InitialStateEstimate estimate;
+  support::Vec state;  // Int0 position and velocity at the last sample (first 6 elements)
+  support::Eop pole;
+  support::Srp srp;  // the radiation-pressure parameters propagated with
+  bool srpEstimated = false;
+  std::string srpNote;        // why the block defaults were kept, when they were
   support::BinaryData model;  // the serialized force model, ready to propagate
   double rms = 0;
 };
+
+// The reason estimated radiation-pressure parameters cannot be used; empty
+// when they can.
+std::string srpRefusal(support::BatchEstimate const& b) {
+  char text[160];
+  if (!b.converged) {
+    std::snprintf(text, sizeof text, "no convergence in %d iterations (residual %.2f m)", b.iterations,
+                  b.rms);
+    return text;
+  }
+  double const p1 = b.state(6), p2 = b.state(7);
+  if (!(p1 >= kSrpScaleMin && p1 <= kSrpScaleMax && p2 >= kYBiasMin && p2 <= kYBiasMax)) {
+    std::snprintf(text, sizeof text, "estimate p1 %.3f, p2 %.3f outside [%g, %g] x [%g, %g]", p1, p2,
+                  kSrpScaleMin, kSrpScaleMax, kYBiasMin, kYBiasMax);
+    return text;
+  }
+  return "";
+}
 
 Estimation estimateFrom(Samples const& s, support::AssistanceData const& assistance,
                         support::BeidouSvType type, PipelineOptions const& o, int leap) {
@@ -176,15 +205,49 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
       velocities(k, c) = k == 0 ? s.velocity0(c) : 0.0;
     }
   }
-  support::ForceModel model;
-  model.setLeapInfo(leapSecondTable());
-  model.setAssistanceData(assistance);
-  model.setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
-  model.setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
-  model.setEopInfo(support::makeEopInfo(o.pole));
+  auto freshModel = [&]() {
+    std::unique_ptr<support::ForceModel> model(new support::ForceModel());
+    model->setLeapInfo(leapSecondTable());
+    model->setAssistanceData(assistance);
+    model->setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
+    model->setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
+    model->setEopInfo(support::makeEopInfo(o.pole));
+    return model;
+  };
   Estimation e;
-  e.estimate = support::estimateInitialState(times, positions, velocities, o.pole, model, true, type);
-  model.serialize(e.model);
+  e.srp = assistance.srp;
+  std::unique_ptr<support::ForceModel> model = freshModel();
+  if (o.estimateSrp) {
+    std::string refusal;
+    if (s.t.back() - s.t.front() + 1e-9 < kMinSrpArc) {
+      refusal = "arc of " + hoursText(s.t.back() - s.t.front()) + ", need " + hoursText(kMinSrpArc);
+    } else {
+      support::BatchEstimate const b = support::estimateInitialStateBatch(
+          times, positions, velocities, o.pole, !holdsPole(type), o.srpSigma, *model, true);
+      refusal = srpRefusal(b);
+      if (refusal.empty()) {
+        e.state = b.state;
+        e.pole = b.pole;
+        e.srp[0] = b.state(6);
+        e.srp[1] = b.state(7);
+        e.srpEstimated = true;
+      }
+    }
+    if (!refusal.empty()) {
+      char text[96];
+      std::snprintf(text, sizeof text, "; block defaults p1 %.3f, p2 %.3f kept", assistance.srp[0],
+                    assistance.srp[1]);
+      e.srpNote = "radiation pressure not estimated: " + refusal + text;
+      model = freshModel();
+    }
+  }
+  if (!e.srpEstimated) {
+    support::InitialStateEstimate const f =
+        support::estimateInitialState(times, positions, velocities, o.pole, *model, true, type);
+    e.state = f.state;
+    e.pole = support::Eop{f.state(6), f.state(7)};
+  }
+  model->serialize(e.model);
 
   e.rms = std::numeric_limits<double>::infinity();
   std::unique_ptr<support::ForceModel> back = copyModel(e.model);
@@ -192,8 +255,8 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   support::OdeFunGj8 ode(*back);
   Vec r0(3), v0(3);
   for (std::size_t c = 0; c < 3; ++c) {
-    r0(c) = e.estimate.state(c);
-    v0(c) = e.estimate.state(c + 3);
+    r0(c) = e.state(c);
+    v0(c) = e.state(c + 3);
   }
   Vec epochs(n - 1);  // backwards from the last sample: the newest column is the earliest sample
   for (std::size_t j = 0; j + 1 < n; ++j) epochs(j) = s.t[n - 2 - j];
@@ -427,7 +490,10 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   Estimation const best = estimateFrom(s, assistance, type, o, leap);
   double const cpu1 = threadCpuSeconds();
   result.estimateSeconds = cpu1 - cpu0;
-  result.pole = support::Eop{best.estimate.state(6), best.estimate.state(7)};
+  result.pole = best.pole;
+  result.srp = best.srp;
+  result.srpEstimated = best.srpEstimated;
+  if (!best.srpNote.empty()) result.notes.push_back(toString(result.sat) + ": " + best.srpNote);
   result.sampleRms = best.rms;
   if (result.sampleRms > kSampleRmsWarning) {
     char text[160];

@@ -1,7 +1,9 @@
 #include "zarn/support/prediction.hpp"
 
 #include <cmath>
+#include <limits>
 #include <stdexcept>
+#include <vector>
 
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
@@ -47,6 +49,15 @@ constexpr double kGeoMeasurementRtn[3] = {1.0, 25.0, 25.0};
 // Step tolerance of rkf78 between samples (relative plus absolute, per
 // component).
 constexpr double kRkf78Tolerance = 1e-7;
+
+// Batch differential correction: at least this many more scalar
+// measurements than parameters; converged when an iteration moves the initial
+// position by less than 1 mm and p1, p2 by less than 1e-4 of their units
+// (0.1 pm/s^2 of Y-bias, about 1 cm over a day); a good first guess needs 3.
+constexpr unsigned kBatchRedundancy = 6;
+constexpr int kBatchMaxIterations = 8;
+constexpr double kBatchPositionTolerance = 1e-3;  // m
+constexpr double kBatchSrpTolerance = 1e-4;
 
 bool shapedAlongTrack(BeidouSvType svType) {
   return svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO;
@@ -97,6 +108,49 @@ void fillEarlierColumns(OdeFunGj8& ode, Vec const& epochs, double h, unsigned mi
   }
 }
 
+// The first sample (row 0 of positions and velocities, ITRS) as an Int0 state
+// of the frame N: x[0..5] and the 8 x 8 Jacobian j of that mapping (pole
+// columns included).
+void firstSampleInInt0(double t0, Mat const& positions, Mat const& velocities, Eop const& eop,
+                       InertialFrameInfo const& frame, Mat const& nMatrix, int ls, Vec& x, Mat& j) {
+  Vec const r0Itrs = ublas::row(positions, 0), v0Itrs = ublas::row(velocities, 0);
+  Vec r0(3), v0(3);
+  toInt0(r0Itrs, v0Itrs, eop, r0, v0, j);
+  Mat const c = prod(nMatrix, trans(icrsToInt0(t0, frame.ut1MinusUtc, ls)));
+  Mat cBlock = ublas::identity_matrix<double>(kStateSize);
+  ublas::subrange(cBlock, 0, 3, 0, 3) = c;
+  ublas::subrange(cBlock, 3, 6, 3, 6) = c;
+  j = Mat(prod(cBlock, j));
+  ublas::subrange(x, 0, 3) = prod(c, r0);
+  ublas::subrange(x, 3, 6) = prod(c, v0);
+}
+
+// Starts the model's Gauss-Jackson integrator from the state (r, v) of the
+// last sample time: there, or floor(n/2) steps back (labelled times[n/2]).
+void initialiseIntegrator(ForceModel& forceModel, Vec const& r, Vec const& v, Vec const& times,
+                          bool backwards, char const* caller) {
+  std::size_t const n = times.size(), m = n / 2;
+  double const h = times(1) - times(0);
+  Gj8Integrator& integrator = forceModel.getGj8Integrator();
+  OdeFunGj8 ode(forceModel);
+  if (!backwards) {
+    integrator.gj8Init(ode, r, v, times(n - 1), h);
+    return;
+  }
+  integrator.gj8Init(ode, r, v, times(n - 1), -h);
+  Mat rBack(3, 1, 0.0), vBack(3, 1, 0.0);
+  if (integrator.gj8Propagate(ode, rBack, vBack, static_cast<unsigned>(m)) == 0) {
+    log::printFormatted(log::ERROR, kTag,
+                        "%s: integrator made 0 backwards steps, initialization has failed, "
+                        "target backwards time %f",
+                        caller, times(m));
+    integrator.gj8Init(ode, r, v, times(n - 1), h);
+  } else {
+    Vec const rm = ublas::column(rBack, 0), vm = ublas::column(vBack, 0);
+    integrator.gj8Init(ode, rm, vm, times(m), h);
+  }
+}
+
 }  // namespace
 
 InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions, Mat const& velocities,
@@ -117,20 +171,9 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
   Mat const nMatrix = rotationOrIdentity(frame.matrix);
   bool const shaped = shapedAlongTrack(svType);
 
-  // First sample into Int0 of its own epoch, then into the force model's Int0.
-  Vec const r0Itrs = ublas::row(positions, 0), v0Itrs = ublas::row(velocities, 0);
-  Vec r0(3), v0(3);
-  Mat j(kStateSize, kStateSize);
-  toInt0(r0Itrs, v0Itrs, eop, r0, v0, j);
-  Mat const c = prod(nMatrix, trans(icrsToInt0(times(0), frame.ut1MinusUtc, ls)));
-  Mat cBlock = ublas::identity_matrix<double>(kStateSize);
-  ublas::subrange(cBlock, 0, 3, 0, 3) = c;
-  ublas::subrange(cBlock, 3, 6, 3, 6) = c;
-  j = Mat(prod(cBlock, j));
-
   Vec x(kStateSize);
-  ublas::subrange(x, 0, 3) = prod(c, r0);
-  ublas::subrange(x, 3, 6) = prod(c, v0);
+  Mat j(kStateSize, kStateSize);
+  firstSampleInInt0(times(0), positions, velocities, eop, frame, nMatrix, ls, x, j);
   x(6) = eop.xp;
   x(7) = eop.yp;
 
@@ -214,26 +257,162 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
   // The propagation and the conversions after it use the final pole.
   forceModel.setEopInfo(makeEopInfo(Eop{x(6), x(7)}));
 
-  Gj8Integrator& integrator = forceModel.getGj8Integrator();
-  OdeFunGj8 ode(forceModel);
-  Vec const rEnd = head3(x, 0), vEnd = head3(x, 3);
-  if (!backwards) {
-    integrator.gj8Init(ode, rEnd, vEnd, times(n - 1), h);
-  } else {
-    integrator.gj8Init(ode, rEnd, vEnd, times(n - 1), -h);
-    Mat rBack(3, 1, 0.0), vBack(3, 1, 0.0);
-    if (integrator.gj8Propagate(ode, rBack, vBack, static_cast<unsigned>(m)) == 0) {
-      log::printFormatted(
-          log::ERROR, kTag,
-          "estimateInitialState: integrator made 0 backwards steps, initialization has failed, "
-          "target backwards time %f",
-          times(m));
-      integrator.gj8Init(ode, rEnd, vEnd, times(n - 1), h);
-    } else {
-      Vec const rm = ublas::column(rBack, 0), vm = ublas::column(vBack, 0);
-      integrator.gj8Init(ode, rm, vm, times(m), h);
+  initialiseIntegrator(forceModel, head3(x, 0), head3(x, 3), times, backwards, "estimateInitialState");
+  return result;
+}
+
+BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, Mat const& velocities,
+                                        Eop const& eop, bool estimatePole, Srp const& srpSigma,
+                                        ForceModel& forceModel, bool backwards) {
+  std::size_t const n = times.size();
+  if (n < 2) ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size times"));
+  if (positions.size1() != n || positions.size2() != 3) {
+    ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size positions"));
+  }
+  if (velocities.size1() < 1 || velocities.size2() != 3) {
+    ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size velocities"));
+  }
+  unsigned const np = kStateSize + (estimatePole ? 2 : 0);
+  BatchEstimate result;
+  result.pole = eop;
+  result.epoch = times(n - 1);
+  if (3 * n < np + kBatchRedundancy) {
+    log::printFormatted(log::ERROR, kTag,
+                        "estimateInitialStateBatch: %u samples cannot determine %u parameters",
+                        static_cast<unsigned>(n), np);
+    return result;
+  }
+  double const h = times(1) - times(0);
+  int const ls = leapSeconds(times(n / 2), true, forceModel.getLeapInfo());
+  InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
+  Mat const nMatrix = rotationOrIdentity(frame.matrix);
+  AssistanceData const given = forceModel.getAssistanceData();
+  EopInfo const givenEop = forceModel.getEopInfo();
+
+  // Parameters: Int0 position and velocity at times[0], p1, p2 and the pole.
+  Vec x(kStateSize);
+  Mat jacobian(kStateSize, kStateSize);
+  firstSampleInInt0(times(0), positions, velocities, eop, frame, nMatrix, ls, x, jacobian);
+  x(6) = given.srp[0];
+  x(7) = given.srp[1];
+  Eop pole = eop;
+
+  // The rotations B_k = icrsToInt0(t_k) N^T do not change between iterations.
+  std::vector<Mat> b(n);
+  for (std::size_t k = 0; k < n; ++k)
+    b[k] = prod(icrsToInt0(times(k), frame.ut1MinusUtc, ls), trans(nMatrix));
+
+  forceModel.setSrpComputation(true);
+  OdeFunRkf78 variational(forceModel);
+  Vec y(kVariationalSize), u(3), res(3), g(np), dx(np), endState(6);
+  Mat normal(np, np), hm(3, np), t(3, 3), dWdxp(3, 3), dWdyp(3, 3), phiEnd(6, kStateSize);
+  bool converged = false;
+  for (int iteration = 1; iteration <= kBatchMaxIterations; ++iteration) {
+    AssistanceData model = given;
+    model.srp[0] = x(6);
+    model.srp[1] = x(7);
+    forceModel.setAssistanceData(model);
+    EopInfo const eopInfo = makeEopInfo(pole);
+    forceModel.setEopInfo(eopInfo);
+    polarMotionPartials(pole, dWdxp, dWdyp);
+
+    y.clear();
+    for (unsigned i = 0; i < kStateSize; ++i) {
+      y(i) = x(i);
+      y(kStateSize + i + kStateSize * i) = 1.0;
+    }
+    normal.clear();
+    g.clear();
+    double sum = 0.0;
+    for (std::size_t k = 0; k < n; ++k) {
+      if (k > 0) rkf78(variational, y, times(k - 1), times(k), h, kRkf78Tolerance);
+      noalias(t) = prod(eopInfo.matrix, b[k]);
+      Vec const r = head3(y, 0);
+      noalias(u) = prod(b[k], r);
+      noalias(res) = ublas::row(positions, k) - prod(t, r);
+      if (!std::isfinite(norm_2(res))) {
+        sum = std::numeric_limits<double>::quiet_NaN();
+        break;
+      }
+      sum += inner_prod(res, res);
+      // d(position)/d(parameters at times[0]) = rows 0..2 of the transition matrix.
+      for (unsigned i = 0; i < 3; ++i) {
+        for (unsigned col = 0; col < kStateSize; ++col) {
+          double v = 0.0;
+          for (unsigned l = 0; l < 3; ++l) v += t(i, l) * y(kStateSize + l + kStateSize * col);
+          hm(i, col) = v;
+        }
+      }
+      if (estimatePole) {
+        ublas::column(hm, 6 + 2) = prod(dWdxp, u);
+        ublas::column(hm, 7 + 2) = prod(dWdyp, u);
+      }
+      noalias(normal) += prod(trans(hm), hm);
+      noalias(g) += prod(trans(hm), res);
+    }
+    // A-priori constraint of p1, p2 towards the model's values.
+    for (unsigned i = 0; i < 2; ++i) {
+      if (!(srpSigma[i] > 0.0)) continue;
+      double const w = 1.0 / (srpSigma[i] * srpSigma[i]);
+      normal(6 + i, 6 + i) += w;
+      g(6 + i) += w * (given.srp[i] - x(6 + i));
+    }
+    result.iterations = iteration;
+    result.rms = std::sqrt(sum / static_cast<double>(n));
+    if (!std::isfinite(result.rms) || mldivide(normal, g, dx) != 0 || !std::isfinite(norm_2(dx))) break;
+    for (unsigned i = 0; i < kStateSize; ++i) x(i) += dx(i);
+    if (estimatePole) {
+      pole.xp += dx(8);
+      pole.yp += dx(9);
+    }
+    // The state at the last sample: the propagated one, corrected to first order.
+    for (unsigned i = 0; i < 6; ++i) {
+      double v = y(i);
+      for (unsigned col = 0; col < kStateSize; ++col) v += y(kStateSize + i + kStateSize * col) * dx(col);
+      endState(i) = v;
+    }
+    double const step = norm_2(ublas::subrange(dx, 0, 3));
+    if (step < kBatchPositionTolerance && std::fabs(dx(6)) < kBatchSrpTolerance &&
+        std::fabs(dx(7)) < kBatchSrpTolerance) {
+      converged = true;
+      for (unsigned i = 0; i < 6; ++i) {
+        for (unsigned col = 0; col < kStateSize; ++col) phiEnd(i, col) = y(kStateSize + i + kStateSize * col);
+      }
+      Mat const cov = inverse(normal);
+      double const dof = 3.0 * static_cast<double>(n) - np;
+      double const variance = dof > 0 ? sum / dof : 1.0;
+      // Covariance of (end state, p1, p2): the transition matrix carries the first block.
+      Mat phi8 = ublas::identity_matrix<double>(kStateSize);
+      ublas::subrange(phi8, 0, 6, 0, kStateSize) = phiEnd;
+      Mat const c8 = ublas::subrange(cov, 0, kStateSize, 0, kStateSize);
+      result.covariance.resize(kStateSize, kStateSize, false);
+      congruence(phi8, c8, result.covariance);
+      result.covariance *= variance;
+      break;
     }
   }
+  forceModel.setSrpComputation(false);
+  if (!converged) {
+    forceModel.setAssistanceData(given);
+    forceModel.setEopInfo(givenEop);
+    log::printFormatted(log::ERROR, kTag,
+                        "estimateInitialStateBatch: no convergence after %d iterations (residual %.3f m)",
+                        result.iterations, result.rms);
+    return result;
+  }
+  AssistanceData model = given;
+  model.srp[0] = x(6);
+  model.srp[1] = x(7);
+  forceModel.setAssistanceData(model);
+  forceModel.setEopInfo(makeEopInfo(pole));
+  result.converged = true;
+  result.pole = pole;
+  result.state = Vec(kStateSize);
+  for (unsigned i = 0; i < 6; ++i) result.state(i) = endState(i);
+  result.state(6) = x(6);
+  result.state(7) = x(7);
+  initialiseIntegrator(forceModel, head3(endState, 0), head3(endState, 3), times, backwards,
+                       "estimateInitialStateBatch");
   return result;
 }
 
