@@ -231,9 +231,15 @@ TEST(KeplerianFit, RecoversEveryRecordOfNavigationFiles) {
   for (auto const& r : zarn::host::readRinexNav(gpsFile).gps) {
     expectRecovered(zc::GPS, r.eph, 2, 0.05, ("GPS line " + std::to_string(r.line)).c_str());
   }
+  // At the 42,164 km radius of GEO and IGSO orbits half a last bit moves the orbit by 3 cm for each angle
+  // word and by up to 5 cm at the ends of the four-hour arc for each rate word, so the rounding of the
+  // words alone shifts it by several centimetres. Where the 1 cm stop leaves the fit, and so which way each
+  // word rounds, depends on the last bits of the arithmetic: one IGSO record lands at 3.8 cm with separate
+  // multiplies and adds, at 6.0 cm with the fused multiply-adds aarch64 compilers emit.
   for (auto const& r : zarn::host::readRinexNav(mixedFile).beidou) {
-    bool const geo = zs::getBeidouSvType(r.eph) == zs::GEO;
-    expectRecovered(zc::BEIDOU, r.eph, geo ? -1 : 10, geo ? 0.15 : 0.05,
+    zs::BeidouSvType const type = zs::getBeidouSvType(r.eph);
+    double const metres = type == zs::GEO ? 0.15 : (type == zs::IGSO ? 0.10 : 0.05);
+    expectRecovered(zc::BEIDOU, r.eph, type == zs::GEO ? -1 : 10, metres,
                     ("BeiDou line " + std::to_string(r.line)).c_str());
   }
 }
