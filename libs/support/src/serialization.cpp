@@ -17,6 +17,7 @@ namespace {
 constexpr unsigned kBitsPerByte = 8;
 constexpr unsigned kDoubleMantissaBytes = 8;
 constexpr unsigned kDoubleExponentBytes = 4;
+constexpr std::uint64_t kDoubleBytes = kDoubleMantissaBytes + kDoubleExponentBytes;
 constexpr double kTwoPow64 = 18446744073709551616.0;  // 2^64
 constexpr double kTwoPowMinus64 = 1.0 / kTwoPow64;    // 2^-64
 // Exponent that no finite double produces (frexp gives -1073..1024); it marks
@@ -284,7 +285,6 @@ bool serialize(Mat const& value, BinaryData& out, unsigned int& count) {
 }
 
 bool deserialize(BinaryData const& in, unsigned int& index, Mat& value) {
-  constexpr std::uint64_t kDoubleBytes = kDoubleMantissaBytes + kDoubleExponentBytes;
   std::uint32_t rows = 0;
   std::uint32_t cols = 0;
   if (!deserializeInteger(in, index, rows) || !deserializeInteger(in, index, cols)) return false;
@@ -298,6 +298,26 @@ bool deserialize(BinaryData const& in, unsigned int& index, Mat& value) {
   for (std::size_t i = 0; i < rows; ++i)
     for (std::size_t j = 0; j < cols; ++j)
       if (!deserialize(in, index, value(i, j))) return false;
+  return true;
+}
+
+bool serialize(Vec const& value, BinaryData& out, unsigned int& count) {
+  serializeInteger(static_cast<std::uint32_t>(value.size()), out, count);
+  for (std::size_t i = 0; i < value.size(); ++i) serialize(value(i), out, count);
+  return true;
+}
+
+bool deserialize(BinaryData const& in, unsigned int& index, Vec& value) {
+  std::uint32_t size = 0;
+  if (!deserializeInteger(in, index, size)) return false;
+  // A corrupt count must not allocate.
+  if (size > (in.size() - index) / kDoubleBytes) {
+    index = static_cast<unsigned int>(in.size());
+    return false;
+  }
+  value.resize(size, false);
+  for (std::size_t i = 0; i < size; ++i)
+    if (!deserialize(in, index, value(i))) return false;
   return true;
 }
 
