@@ -242,7 +242,8 @@ void ForceModel::solarRadiationPressure(Vec const& r, Vec const& sun, Vec& acc, 
   toArray(r, p);
   toArray(sun, s);
   Details const& d = *details_;
-  forces::radiationPressure(p, s, d.assistanceData.srp[0], d.assistanceData.srp[1], a, P, d.accDerivatives, d.srpComputation);
+  forces::radiationPressure(p, s, d.assistanceData.srp[0], d.assistanceData.srp[1], a, P, d.accDerivatives,
+                            d.srpComputation);
   setVec(acc, a);
   if (!d.accDerivatives) return;
   if (partials.size1() != 3 || partials.size2() != 8) partials.resize(3, 8, false);
@@ -283,7 +284,8 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
   forces::sunMoonAttraction(moon, sun, ri, moonTerm, sunTerm);
 
   double aSrp[3], pSrp[3][8];
-  forces::radiationPressure(ri, sun, d.assistanceData.srp[0], d.assistanceData.srp[1], aSrp, pSrp, deriv, d.srpComputation);
+  forces::radiationPressure(ri, sun, d.assistanceData.srp[0], d.assistanceData.srp[1], aSrp, pSrp, deriv,
+                            d.srpComputation);
 
   double g[3];
   Mat3 G;

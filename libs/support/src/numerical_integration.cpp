@@ -54,6 +54,9 @@ constexpr double kErrorWeight = 41.0 / 840.0;
 
 // rkf78 ends once within this of t1 (s); absolute on purpose, callers use seconds.
 constexpr double kTimeTolerance = 1e-8;
+// Step-size control h_new = h * safety * (1 / error)^(1 / order) (Hairer,
+// Norsett & Wanner, Solving Ordinary Differential Equations I, 2nd ed., II.4);
+// the safety factor is our tuning.
 constexpr double kSafety = 0.8;
 constexpr double kOrder = 8.0;
 constexpr double kMaxRkn5Steps = 1e15;  // larger step counts (h == 0 among them) take no step

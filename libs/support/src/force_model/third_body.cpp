@@ -11,7 +11,7 @@ namespace forces {
 namespace {
 
 // JPL DE405 (Standish 1998), rounded.
-constexpr double kMoonGm = 4.902801e12;     // m^3/s^2
+constexpr double kMoonGm = 4.902801e12;      // m^3/s^2
 constexpr double kSunGm = 1.32712440018e20;  // m^3/s^2
 
 // Time arguments of the series.

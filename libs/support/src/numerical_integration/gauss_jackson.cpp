@@ -352,9 +352,9 @@ bool Gj8Integrator::serialize(BinaryData& out) const {
   unsigned int count = 0;
   bool const ok = support::serialize(d.initialized, out, count) && support::serialize(d.t0, out, count) &&
                   support::serialize(d.h, out, count) && support::serialize(d.totalSteps, out, count) &&
-                  support::serialize(d.accelerations, out, count) && support::serialize(d.firstSum, out, count) &&
-                  support::serialize(d.secondSum, out, count) && support::serialize(d.positions, out, count) &&
-                  support::serialize(d.velocities, out, count);
+                  support::serialize(d.accelerations, out, count) &&
+                  support::serialize(d.firstSum, out, count) && support::serialize(d.secondSum, out, count) &&
+                  support::serialize(d.positions, out, count) && support::serialize(d.velocities, out, count);
   if (!ok) out.resize(start);
   return ok;
 }
@@ -362,11 +362,12 @@ bool Gj8Integrator::serialize(BinaryData& out) const {
 bool Gj8Integrator::deserialize(BinaryData const& in, unsigned int& position) {
   Details d;
   unsigned int index = position;
-  bool const ok = support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.t0) &&
-                  support::deserialize(in, index, d.h) && support::deserialize(in, index, d.totalSteps) &&
-                  support::deserialize(in, index, d.accelerations) && support::deserialize(in, index, d.firstSum) &&
-                  support::deserialize(in, index, d.secondSum) && support::deserialize(in, index, d.positions) &&
-                  support::deserialize(in, index, d.velocities) && d.consistent();
+  bool const ok =
+      support::deserialize(in, index, d.initialized) && support::deserialize(in, index, d.t0) &&
+      support::deserialize(in, index, d.h) && support::deserialize(in, index, d.totalSteps) &&
+      support::deserialize(in, index, d.accelerations) && support::deserialize(in, index, d.firstSum) &&
+      support::deserialize(in, index, d.secondSum) && support::deserialize(in, index, d.positions) &&
+      support::deserialize(in, index, d.velocities) && d.consistent();
   if (!ok) return false;
   std::swap(*details_, d);
   position = index;
