@@ -11,8 +11,8 @@ namespace forces {
 // Orbits (2000), 3.3.2.
 void sunMoonJ2000(double t, double moon[3], double sun[3]);
 
-// The same bodies in the Earth-rotating true-of-date frame of t,
-// icrsToInt0(t, 0, leapSeconds): the frame of a satellite's attitude.
+// The same bodies turned into the Earth-rotating true-of-date frame of t by
+// icrsToInt0(t, 0, leapSeconds).
 void sunMoonOfDate(double t, int leapSeconds, double moon[3], double sun[3]);
 
 // Attraction of one body at `body` (m) on a satellite at r (m), relative to
