@@ -58,8 +58,8 @@ ZARN_EXPORT void replaceUint32(BinaryData& out, unsigned int value, int& index);
 // and the caller discards both. Values are not validated. bool is one byte
 // (non-zero reads as true); enumerations are 32-bit; a string is a u32 byte
 // count then the bytes; a Mat is u32 rows, u32 columns, then the elements as
-// doubles in row-major order; a Vec is a u32 element count, then the doubles.
-// Records are their fields in wire order.
+// doubles in row-major order; a Vec is a u32 element count, then the
+// elements as doubles. Records are their fields in wire order.
 #define ZARN_DECLARE_CODEC(T)                                                       \
   ZARN_EXPORT bool serialize(T const& value, BinaryData& out, unsigned int& count); \
   ZARN_EXPORT bool deserialize(BinaryData const& in, unsigned int& index, T& value)

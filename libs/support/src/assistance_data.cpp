@@ -2,10 +2,10 @@
 
 #include <stdexcept>
 
+#include "force_model/third_body.hpp"
 #include "tables/assistance_default_table.hpp"
-#include "zarn/support/coordinate_conversion.hpp"
-#include "zarn/support/force_model.hpp"
 #include "zarn/support/log.hpp"
+#include "zarn/support/math.hpp"
 #include "zarn/support/utility.hpp"
 
 namespace zarn {
@@ -36,12 +36,16 @@ void copyRow(tables::DefaultAssistanceRow const& row, AssistanceData& data) {
   }
 }
 
-// Yaw-steering body axes from the Sun's direction (series Sun, turned into the
-// Earth-rotating frame of date); no check of the degenerate alignment.
+// Nominal yaw-steering body axes: z towards the Earth's centre, y along
+// z x (Sun direction), x completing the right-handed set on the Sun's side
+// (Montenbruck et al. 2015, Adv. Space Res. 56(6), 1015-1029). The
+// Sun is the force model's series Sun in the Earth-rotating frame of date; no
+// check of the degenerate alignment.
 Vec moveAlongBodyAxes(Vec const& position, double x, double y, double z, double t, int leapSeconds) {
-  Vec moon(3), sunJ2000(3);
-  ForceModel::sunMoonCoord(t, moon, sunJ2000);
-  Vec const sun = prod(icrsToInt0(t, 0.0, leapSeconds), sunJ2000);
+  double moonOfDate[3], sunOfDate[3];
+  forces::sunMoonOfDate(t, leapSeconds, moonOfDate, sunOfDate);
+  Vec sun(3);
+  for (int i = 0; i < 3; ++i) sun(i) = sunOfDate[i];
   Vec eS = sun - position;
   eS /= norm_2(eS);
   Vec const eZ = -position / norm_2(position);

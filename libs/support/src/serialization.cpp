@@ -17,6 +17,7 @@ namespace {
 constexpr unsigned kBitsPerByte = 8;
 constexpr unsigned kDoubleMantissaBytes = 8;
 constexpr unsigned kDoubleExponentBytes = 4;
+constexpr std::uint64_t kDoubleBytes = kDoubleMantissaBytes + kDoubleExponentBytes;
 constexpr double kTwoPow64 = 18446744073709551616.0;  // 2^64
 constexpr double kTwoPowMinus64 = 1.0 / kTwoPow64;    // 2^-64
 // Exponent that no finite double produces (frexp gives -1073..1024); it marks
@@ -284,7 +285,6 @@ bool serialize(Mat const& value, BinaryData& out, unsigned int& count) {
 }
 
 bool deserialize(BinaryData const& in, unsigned int& index, Mat& value) {
-  constexpr std::uint64_t kDoubleBytes = kDoubleMantissaBytes + kDoubleExponentBytes;
   std::uint32_t rows = 0;
   std::uint32_t cols = 0;
   if (!deserializeInteger(in, index, rows) || !deserializeInteger(in, index, cols)) return false;
@@ -308,16 +308,15 @@ bool serialize(Vec const& value, BinaryData& out, unsigned int& count) {
 }
 
 bool deserialize(BinaryData const& in, unsigned int& index, Vec& value) {
-  constexpr std::uint64_t kDoubleBytes = kDoubleMantissaBytes + kDoubleExponentBytes;
-  std::uint32_t n = 0;
-  if (!deserializeInteger(in, index, n)) return false;
-  // A corrupt count must not allocate; fail at the end of input instead.
-  if (n > (in.size() - index) / kDoubleBytes) {
+  std::uint32_t size = 0;
+  if (!deserializeInteger(in, index, size)) return false;
+  // A corrupt count must not allocate.
+  if (size > (in.size() - index) / kDoubleBytes) {
     index = static_cast<unsigned int>(in.size());
     return false;
   }
-  value.resize(n, false);
-  for (std::size_t i = 0; i < n; ++i)
+  value.resize(size, false);
+  for (std::size_t i = 0; i < size; ++i)
     if (!deserialize(in, index, value(i))) return false;
   return true;
 }
