@@ -74,8 +74,15 @@ std::vector<GlonassAlmanac> glonassAlmanacs() {
 }
 
 std::vector<double> doubles() {
-  return {0.0, -0.0, 1.0, -2.5, 26560e3, 3.986004418e14, std::numeric_limits<double>::denorm_min(),
-          std::numeric_limits<double>::max(), std::numeric_limits<double>::infinity(),
+  return {0.0,
+          -0.0,
+          1.0,
+          -2.5,
+          26560e3,
+          3.986004418e14,
+          std::numeric_limits<double>::denorm_min(),
+          std::numeric_limits<double>::max(),
+          std::numeric_limits<double>::infinity(),
           std::numeric_limits<double>::quiet_NaN()};
 }
 
@@ -112,7 +119,8 @@ std::vector<TocPeriod> periods() {
 
 std::vector<AssistanceData> assistance() {
   std::vector<AssistanceData> out = {support::makeZeroAssistanceData()};
-  for (unsigned short sv : {1, 5, 24}) out.push_back(support::AssistanceDataFile::defaultAssistance(core::GPS, sv));
+  for (unsigned short sv : {1, 5, 24})
+    out.push_back(support::AssistanceDataFile::defaultAssistance(core::GPS, sv));
   out.push_back(support::AssistanceDataFile::defaultAssistance(core::GLONASS, 7));
   out.push_back(support::AssistanceDataFile::defaultAssistance(core::BEIDOU, 3));
   out.back().outages = periods();

@@ -82,7 +82,8 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
   }
   auto const found = registry().find(name);
   if (found == registry().end()) {
-    std::fprintf(stderr, "zarn_fuzz: no harness \"%s\"; run as fuzz_<name> or set ZARN_FUZZ_HARNESS (--list)\n",
+    std::fprintf(stderr,
+                 "zarn_fuzz: no harness \"%s\"; run as fuzz_<name> or set ZARN_FUZZ_HARNESS (--list)\n",
                  name.c_str());
     std::exit(2);
   }

@@ -95,6 +95,9 @@ def main():
         # rinex_nav_file: first byte odd means "gzip the rest".
         write(corpus, "rinex_nav_file", name + "_plain", "\x00" + text)
         write(corpus, "rinex_nav_file", name + "_gzip", "\x0b" + text)
+        # A gzip file as found on disk, which the fuzzer damages byte by byte.
+        with open(os.path.join(corpus, "rinex_nav_file", name + "_gz"), "wb") as f:
+            f.write(b"\x00" + gzip.compress(text.encode("latin-1"), mtime=0))
     sp3 = {
         "sp3a_velocities": read(os.path.join(data, "2015-200_gpstk/test_input_sp3_nav_2015_200.sp3")),
         "sp3c_gps": read(os.path.join(data, "2009-265_267_gpstk/igs15502.sp3")),

@@ -73,7 +73,8 @@ std::string gzipOf(std::string const& text, int level) {
   z_stream stream{};
   constexpr int kGzipWindowBits = 16 + MAX_WBITS;
   constexpr int kMemLevel = 8;
-  ZARN_FUZZ_CHECK(deflateInit2(&stream, level, Z_DEFLATED, kGzipWindowBits, kMemLevel, Z_DEFAULT_STRATEGY) == Z_OK);
+  ZARN_FUZZ_CHECK(deflateInit2(&stream, level, Z_DEFLATED, kGzipWindowBits, kMemLevel, Z_DEFAULT_STRATEGY) ==
+                  Z_OK);
   std::string out(deflateBound(&stream, text.size()), '\0');
   stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
   stream.avail_in = static_cast<uInt>(text.size());

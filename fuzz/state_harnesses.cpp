@@ -63,13 +63,13 @@ BinaryData primedForceModel() {
   return encodeState(model);
 }
 
-#define ZARN_FUZZ_STATE(name, T, primer)                      \
-  ZARN_FUZZ_HARNESS(                                          \
-      "state_" name,                                          \
-      [](std::uint8_t const* d, std::size_t n) {              \
-        static BinaryData const primed = primer();            \
-        stateRoundTrip<T>(primed, d, n);                      \
-      },                                                      \
+#define ZARN_FUZZ_STATE(name, T, primer)           \
+  ZARN_FUZZ_HARNESS(                               \
+      "state_" name,                               \
+      [](std::uint8_t const* d, std::size_t n) {   \
+        static BinaryData const primed = primer(); \
+        stateRoundTrip<T>(primed, d, n);           \
+      },                                           \
       []() { return std::vector<std::string>{asString(primer())}; })
 
 ZARN_FUZZ_STATE("gj8_integrator", support::Gj8Integrator, primedIntegrator);
