@@ -30,11 +30,20 @@ using support::TocPeriod;
 
 // Almanacs are not in navigation files; these carry the orbit of a real
 // ephemeris at almanac resolution.
-std::vector<GpsAlmanac> gpsAlmanacs() {
-  std::vector<GpsAlmanac> out;
-  for (GpsEphemeris const& e : realGps()) {
-    GpsAlmanac a;
+template <class Almanac, class Ephemeris, class Fill>
+std::vector<Almanac> almanacsOf(std::vector<Ephemeris> const& ephemerides, Fill fill) {
+  std::vector<Almanac> out;
+  for (Ephemeris const& e : ephemerides) {
+    Almanac a;
     a.svId = e.svId;
+    fill(e, a);
+    out.push_back(a);
+  }
+  return out;
+}
+
+std::vector<GpsAlmanac> gpsAlmanacs() {
+  return almanacsOf<GpsAlmanac>(realGps(), [](GpsEphemeris const& e, GpsAlmanac& a) {
     a.toa = e.toe;
     a.wna = static_cast<std::uint16_t>(e.toe.second % 256);
     a.e = static_cast<std::uint16_t>(e.e >> 12);
@@ -42,35 +51,23 @@ std::vector<GpsAlmanac> gpsAlmanacs() {
     a.omega0 = e.omega0 >> 8;
     a.omega = e.omega >> 8;
     a.m0 = e.m0 >> 8;
-    out.push_back(a);
-  }
-  return out;
+  });
 }
 
 std::vector<BeidouAlmanac> beidouAlmanacs() {
-  std::vector<BeidouAlmanac> out;
-  for (BeidouEphemeris const& e : realBeidou()) {
-    BeidouAlmanac a;
-    a.svId = e.svId;
+  return almanacsOf<BeidouAlmanac>(realBeidou(), [](BeidouEphemeris const& e, BeidouAlmanac& a) {
     a.toa = e.toe;
     a.sqrtA = e.sqrtA >> 8;
-    out.push_back(a);
-  }
-  return out;
+  });
 }
 
 std::vector<GlonassAlmanac> glonassAlmanacs() {
-  std::vector<GlonassAlmanac> out;
-  for (GlonassEphemeris const& e : realGlonass()) {
-    GlonassAlmanac a;
-    a.svId = e.svId;
+  return almanacsOf<GlonassAlmanac>(realGlonass(), [](GlonassEphemeris const& e, GlonassAlmanac& a) {
     a.time = e.time;
     a.na = static_cast<std::uint16_t>(e.time.second);
     a.frequencyNumber = e.frequencyNumber;
     a.tau = static_cast<std::int16_t>(e.tauN >> 12);
-    out.push_back(a);
-  }
-  return out;
+  });
 }
 
 std::vector<double> doubles() {
