@@ -371,3 +371,26 @@ TEST(Deserialize, CorruptCountsFailWithoutAllocating) {
   EXPECT_FALSE(zs::deserialize(hugeShape, index, m));
   EXPECT_EQ(index, hugeShape.size());
 }
+
+// Found by fuzzing: a shape with no elements but 2^28 or more rows made every
+// read, write and comparison walk the rows. It reads, writes and compares in
+// time proportional to the elements, keeping its shape.
+TEST(Deserialize, EmptyMatricesOfHugeExtentCostNothing) {
+  struct Shape {
+    std::uint32_t rows, cols;
+  };
+  for (Shape const s : {Shape{0x10005300, 0}, Shape{0xFFFFFFFF, 0}, Shape{0, 0xFFFFFFFF}}) {
+    Bytes const in = wire({{s.rows, 4}, {s.cols, 4}});
+    zs::Mat m;
+    unsigned index = 0;
+    ASSERT_TRUE(zs::deserialize(in, index, m));
+    EXPECT_EQ(index, in.size());
+    EXPECT_EQ(m.size1(), s.rows);
+    EXPECT_EQ(m.size2(), s.cols);
+    Bytes out;
+    unsigned count = 0;
+    ASSERT_TRUE(zs::serialize(m, out, count));
+    EXPECT_EQ(out, in);
+    EXPECT_TRUE(m == m);
+  }
+}

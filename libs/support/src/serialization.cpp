@@ -279,8 +279,9 @@ bool deserialize(BinaryData const& in, unsigned int& index, std::string& value) 
 bool serialize(Mat const& value, BinaryData& out, unsigned int& count) {
   serializeInteger(static_cast<std::uint32_t>(value.size1()), out, count);
   serializeInteger(static_cast<std::uint32_t>(value.size2()), out, count);
-  for (std::size_t i = 0; i < value.size1(); ++i)
-    for (std::size_t j = 0; j < value.size2(); ++j) serialize(value(i, j), out, count);
+  // Row-major storage is the wire order. Walking the elements rather than the
+  // rows keeps a shape like 2^32-1 x 0 from costing time without bytes.
+  for (double const x : value.data()) serialize(x, out, count);
   return true;
 }
 
@@ -295,9 +296,8 @@ bool deserialize(BinaryData const& in, unsigned int& index, Mat& value) {
     return false;
   }
   value.resize(rows, cols, false);
-  for (std::size_t i = 0; i < rows; ++i)
-    for (std::size_t j = 0; j < cols; ++j)
-      if (!deserialize(in, index, value(i, j))) return false;
+  for (double& x : value.data())
+    if (!deserialize(in, index, x)) return false;
   return true;
 }
 
