@@ -15,7 +15,6 @@
 #include <set>
 #include <utility>
 
-#include "broadcast_scaling.hpp"
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/support/encryption.hpp"
 #include "zarn/support/serialization.hpp"
@@ -114,21 +113,6 @@ bool readBytes(std::string const& path, support::BinaryData& bytes) {
 bool exists(std::string const& path) {
   struct stat st;
   return ::lstat(path.c_str(), &st) == 0;
-}
-
-// The broadcast clock polynomial of a record (s, s/s, s/s^2).
-support::Vec broadcastClock(Ephemeris const& e) {
-  support::Vec c(3);
-  if (e.sat.system == 'C') {
-    c(0) = e.beidou.a0 * detail::kBdsA0Lsb;
-    c(1) = e.beidou.a1 * detail::kBdsA1Lsb;
-    c(2) = e.beidou.a2 * detail::kBdsA2Lsb;
-  } else {
-    c(0) = e.gps.af0 * detail::kGpsAf0Lsb;
-    c(1) = e.gps.af1 * detail::kGpsAf1Lsb;
-    c(2) = e.gps.af2 * detail::kGpsAf2Lsb;
-  }
-  return c;
 }
 
 }  // namespace
@@ -404,9 +388,9 @@ std::size_t StateStore::feedClocks(std::map<SatelliteId, std::vector<Ephemeris>>
       // earlier run already saw carry nothing new.
       if (filter.initialized() && e->toc <= filter.getUpdateTime()) continue;
       if (!filter.initialized()) {
-        filter.initialize(gnss, e->toc, broadcastClock(*e), false);
+        filter.initialize(gnss, e->toc, clockPolynomial(*e), false);
       } else {
-        filter.update(e->toc, broadcastClock(*e));
+        filter.update(e->toc, clockPolynomial(*e));
       }
       ++fed;
     }
