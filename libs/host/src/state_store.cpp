@@ -151,7 +151,9 @@ bool writeFileAtomically(std::string const& path, support::BinaryData const& byt
   bool const closed = ::close(fd) == 0;
   if (written != bytes.size() || !synced || !closed) {
     error = "cannot write " + temporary + ": " +
-            std::strerror(written != bytes.size() ? writeErrno : !synced ? syncErrno : errno);
+            std::strerror(written != bytes.size() ? writeErrno
+                          : !synced               ? syncErrno
+                                                  : errno);
     ::unlink(temporary.c_str());
     return false;
   }
@@ -171,57 +173,56 @@ StateStore::~StateStore() = default;
 
 std::vector<StateStore::Part> StateStore::parts() {
   std::vector<Part> list;
-  list.push_back(Part{
-      "clock-filters.dat", kTagClocks,
-      [this](support::BinaryData& out) {
-        unsigned int count = 0;
-        bool ok = support::serialize(static_cast<unsigned int>(clocks_.size()), out, count);
-        for (auto const& entry : clocks_) {
-          ok = ok && support::serialize(static_cast<unsigned char>(entry.first.system), out, count) &&
-               support::serialize(static_cast<unsigned short>(entry.first.prn), out, count) &&
-               entry.second.serialize(out);
-        }
-        return ok;
-      },
-      [this](support::BinaryData const& in) {
-        unsigned int at = 0, n = 0;
-        std::map<SatelliteId, support::ClockFilter> read;
-        if (!support::deserialize(in, at, n)) return false;
-        for (unsigned int i = 0; i < n; ++i) {
-          unsigned char system = 0;
-          unsigned short prn = 0;
-          support::ClockFilter filter;
-          if (!support::deserialize(in, at, system) || !support::deserialize(in, at, prn) ||
-              !filter.deserialize(in, at))
-            return false;
-          read[SatelliteId{static_cast<char>(system), prn}] = filter;
-        }
-        if (at != in.size()) return false;
-        clocks_.swap(read);
-        return true;
-      },
-      [this]() { clocks_.clear(); }});
-  list.push_back(Part{
-      "pole-filter.dat", kTagPole, [this](support::BinaryData& out) { return pole_.serialize(out); },
-      [this](support::BinaryData const& in) {
-        support::EopFilter read;
-        unsigned int at = 0;
-        if (!read.deserialize(in, at) || at != in.size()) return false;
-        pole_ = read;
-        return true;
-      },
-      [this]() { pole_ = support::EopFilter(); }});
-  list.push_back(Part{
-      "constellation-analyzer.dat", kTagAnalyzer,
-      [this](support::BinaryData& out) { return analyzer_.serialize(out); },
-      [this](support::BinaryData const& in) {
-        support::ConstellationAnalyzer read;
-        unsigned int at = 0;
-        if (!read.deserialize(in, at) || at != in.size()) return false;
-        analyzer_ = read;
-        return true;
-      },
-      [this]() { analyzer_.reset(); }});
+  list.push_back(
+      Part{"clock-filters.dat", kTagClocks,
+           [this](support::BinaryData& out) {
+             unsigned int count = 0;
+             bool ok = support::serialize(static_cast<unsigned int>(clocks_.size()), out, count);
+             for (auto const& entry : clocks_) {
+               ok = ok && support::serialize(static_cast<unsigned char>(entry.first.system), out, count) &&
+                    support::serialize(static_cast<unsigned short>(entry.first.prn), out, count) &&
+                    entry.second.serialize(out);
+             }
+             return ok;
+           },
+           [this](support::BinaryData const& in) {
+             unsigned int at = 0, n = 0;
+             std::map<SatelliteId, support::ClockFilter> read;
+             if (!support::deserialize(in, at, n)) return false;
+             for (unsigned int i = 0; i < n; ++i) {
+               unsigned char system = 0;
+               unsigned short prn = 0;
+               support::ClockFilter filter;
+               if (!support::deserialize(in, at, system) || !support::deserialize(in, at, prn) ||
+                   !filter.deserialize(in, at))
+                 return false;
+               read[SatelliteId{static_cast<char>(system), prn}] = filter;
+             }
+             if (at != in.size()) return false;
+             clocks_.swap(read);
+             return true;
+           },
+           [this]() { clocks_.clear(); }});
+  list.push_back(Part{"pole-filter.dat", kTagPole,
+                      [this](support::BinaryData& out) { return pole_.serialize(out); },
+                      [this](support::BinaryData const& in) {
+                        support::EopFilter read;
+                        unsigned int at = 0;
+                        if (!read.deserialize(in, at) || at != in.size()) return false;
+                        pole_ = read;
+                        return true;
+                      },
+                      [this]() { pole_ = support::EopFilter(); }});
+  list.push_back(Part{"constellation-analyzer.dat", kTagAnalyzer,
+                      [this](support::BinaryData& out) { return analyzer_.serialize(out); },
+                      [this](support::BinaryData const& in) {
+                        support::ConstellationAnalyzer read;
+                        unsigned int at = 0;
+                        if (!read.deserialize(in, at) || at != in.size()) return false;
+                        analyzer_ = read;
+                        return true;
+                      },
+                      [this]() { analyzer_.reset(); }});
   return list;
 }
 
@@ -283,7 +284,7 @@ bool StateStore::load(std::string& error, bool inspect) {
     if (!readBytes(path, bytes)) {
       why = "cannot be read";
     } else if (bytes.empty() || bytes.size() % kCipherBlock != 0) {
-      why = "truncated or not an assistance-data container (" + std::to_string(bytes.size()) +
+      why = "truncated or from another program (" + std::to_string(bytes.size()) +
             " bytes, not whole 8-byte blocks)";
     } else {
       core::Status const status = file.load(bytes);
@@ -366,13 +367,15 @@ bool StateStore::setAssistance(SatelliteId const& sat, support::AssistanceData c
   return true;
 }
 
-bool StateStore::setSrp(SatelliteId const& sat, support::BeidouSvType type, double t, support::Srp const& srp) {
+bool StateStore::setSrp(SatelliteId const& sat, support::BeidouSvType type, double t,
+                        support::Srp const& srp) {
   support::AssistanceData record = assistance(sat, type, t);
   record.srp = srp;
   return setAssistance(sat, record);
 }
 
-std::size_t StateStore::feedClocks(std::map<SatelliteId, std::vector<Ephemeris>> const& records, double until) {
+std::size_t StateStore::feedClocks(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
+                                   double until) {
   std::size_t fed = 0;
   for (auto const& entry : records) {
     core::GnssType const gnss = gnssType(entry.first.system);
@@ -450,13 +453,19 @@ void StateStore::recordPrediction(ConstellationPrediction const& prediction) {
     unsigned short const svId = static_cast<unsigned short>(p.sat.prn);
     if (!support::validSvId(gnss, svId)) continue;
     bool const initialised = p.skipReason.empty();
-    core::Status const initStatus = initialised                                        ? core::OK
-                                    : p.skipReason.find("unhealthy") != std::string::npos ? core::UNHEALTHY_SV
-                                                                                        : core::GENERAL_ERROR;
-    analyzer_.recordEvent(gnss, svId, support::PredictorEvent{prediction.fitEnd, kFullInitialisationEvent, initStatus});
-    core::Status const predicted = !initialised ? initStatus : p.predicted.empty() ? core::GENERAL_ERROR : core::OK;
-    analyzer_.recordEvent(gnss, svId, support::PredictorEvent{prediction.fitEnd, kPredictionEvent, predicted});
-    if (initialised && !assistance_[gnss]->contains(svId)) setAssistance(p.sat, satelliteAssistance(p.sat, p.svType, prediction.fitEnd));
+    core::Status const initStatus = initialised ? core::OK
+                                    : p.skipReason.find("unhealthy") != std::string::npos
+                                        ? core::UNHEALTHY_SV
+                                        : core::GENERAL_ERROR;
+    analyzer_.recordEvent(gnss, svId,
+                          support::PredictorEvent{prediction.fitEnd, kFullInitialisationEvent, initStatus});
+    core::Status const predicted = !initialised          ? initStatus
+                                   : p.predicted.empty() ? core::GENERAL_ERROR
+                                                         : core::OK;
+    analyzer_.recordEvent(gnss, svId,
+                          support::PredictorEvent{prediction.fitEnd, kPredictionEvent, predicted});
+    if (initialised && !assistance_[gnss]->contains(svId))
+      setAssistance(p.sat, satelliteAssistance(p.sat, p.svType, prediction.fitEnd));
   }
   for (core::GnssType gnss : kConstellations) {
     std::map<unsigned short, support::AssistanceData> data;
@@ -543,14 +552,18 @@ std::vector<StatusRow> statusRows(StateStore const& store, double at) {
       core::Toc suggested;
       analyzer.suggestedInitTime(suggested, gnss, sv);
       double const seconds = tocToGpsSeconds(gnss, suggested);
-      row.suggested = state == 0 || isZeroToc(suggested) ? "-" : seconds <= 0.0 ? "now" : formatGpsTime(seconds);
+      row.suggested = state == 0 || isZeroToc(suggested) ? "-"
+                      : seconds <= 0.0                   ? "now"
+                                                         : formatGpsTime(seconds);
       row.initNow = analyzer.shouldInit(gnss, sv, now);
       if (sv != 0) {
         auto it = store.clockFilters().find(satelliteOf(gnss, sv));
         if (it == store.clockFilters().end()) {
           row.clock = "-";
         } else {
-          row.clock = it->second.converged() ? "converged" : it->second.jumpDetected() ? "jump" : "converging";
+          row.clock = it->second.converged()      ? "converged"
+                      : it->second.jumpDetected() ? "jump"
+                                                  : "converging";
           row.clockUpdates = it->second.updateCount();
         }
         row.stored = store.assistanceFile(gnss).contains(sv);
@@ -572,8 +585,9 @@ std::string statusTable(StateStore const& store, double at) {
   std::string out = "state " + store.directory() + " at " + formatGpsTime(at) + " GPST\n";
   if (store.poleFilter().initialized()) {
     char line[160];
-    std::snprintf(line, sizeof line, "pole filter: xp %.4f\", yp %.4f\" at %s\n", store.poleFilter().output().xp,
-                  store.poleFilter().output().yp, formatGpsTime(store.poleFilter().time()).c_str());
+    std::snprintf(line, sizeof line, "pole filter: xp %.4f\", yp %.4f\" at %s\n",
+                  store.poleFilter().output().xp, store.poleFilter().output().yp,
+                  formatGpsTime(store.poleFilter().time()).c_str());
     out += line;
   } else {
     out += "pole filter: no estimate yet\n";
@@ -593,11 +607,12 @@ std::string statusTable(StateStore const& store, double at) {
       continue;
     }
     std::string const clock = r.clock == "-" ? "-" : r.clock + " " + std::to_string(r.clockUpdates);
-    std::snprintf(line, sizeof line, "%-8s %-12s %-19s %-4s %-14s %7.4f %7.4f %7.3f %7.3f %7.3f %5u %9.3f %4zu %s\n",
+    std::snprintf(line, sizeof line,
+                  "%-8s %-12s %-19s %-4s %-14s %7.4f %7.4f %7.3f %7.3f %7.3f %5u %9.3f %4zu %s\n",
                   rowName(r).c_str(), r.state.c_str(), r.suggested.c_str(), r.initNow ? "yes" : "no",
                   clock.c_str(), r.data.srp[0], r.data.srp[1], r.data.antPhase[0], r.data.antPhase[1],
-                  r.data.antPhase[2], static_cast<unsigned>(r.data.maxPredictionLength), r.data.errorParams[2],
-                  r.data.outages.size(), r.stored ? "stored" : "built-in");
+                  r.data.antPhase[2], static_cast<unsigned>(r.data.maxPredictionLength),
+                  r.data.errorParams[2], r.data.outages.size(), r.stored ? "stored" : "built-in");
     out += line;
   }
   return out;
@@ -610,11 +625,13 @@ std::string statusJson(StateStore const& store, double at) {
     return std::string(text);
   };
   auto str = [](std::string const& x) { return "\"" + x + "\""; };
-  std::string out = "{\n  \"directory\": " + str(store.directory()) + ",\n  \"at\": " + str(formatGpsTime(at)) + ",\n";
+  std::string out =
+      "{\n  \"directory\": " + str(store.directory()) + ",\n  \"at\": " + str(formatGpsTime(at)) + ",\n";
   out += "  \"pole\": ";
   if (store.poleFilter().initialized()) {
-    out += "{\"xpArcsec\": " + num(store.poleFilter().output().xp) + ", \"ypArcsec\": " +
-           num(store.poleFilter().output().yp) + ", \"time\": " + str(formatGpsTime(store.poleFilter().time())) + "}";
+    out += "{\"xpArcsec\": " + num(store.poleFilter().output().xp) +
+           ", \"ypArcsec\": " + num(store.poleFilter().output().yp) +
+           ", \"time\": " + str(formatGpsTime(store.poleFilter().time())) + "}";
   } else {
     out += "null";
   }
@@ -623,17 +640,17 @@ std::string statusJson(StateStore const& store, double at) {
   for (std::size_t i = 0; i < rows.size(); ++i) {
     StatusRow const& r = rows[i];
     out += std::string(i == 0 ? "" : ",") + "\n    {\"name\": " + str(rowName(r)) +
-           ", \"constellation\": " + str(support::toString(r.gnss)) + ", \"svId\": " + std::to_string(r.svId) +
-           ", \"state\": " + str(r.state) + ", \"suggestedInit\": " + str(r.suggested) +
-           ", \"initNow\": " + (r.initNow ? "true" : "false");
+           ", \"constellation\": " + str(support::toString(r.gnss)) +
+           ", \"svId\": " + std::to_string(r.svId) + ", \"state\": " + str(r.state) +
+           ", \"suggestedInit\": " + str(r.suggested) + ", \"initNow\": " + (r.initNow ? "true" : "false");
     if (r.svId != 0) {
       out += ", \"clockFilter\": " + str(r.clock) + ", \"clockUpdates\": " + std::to_string(r.clockUpdates) +
              ", \"stored\": " + (r.stored ? "true" : "false") + ", \"srp\": [" + num(r.data.srp[0]) + ", " +
              num(r.data.srp[1]) + "], \"antenna\": [" + num(r.data.antPhase[0]) + ", " +
              num(r.data.antPhase[1]) + ", " + num(r.data.antPhase[2]) +
-             "], \"maxPredictionHours\": " + std::to_string(r.data.maxPredictionLength) + ", \"errorParams\": [" +
-             num(r.data.errorParams[0]) + ", " + num(r.data.errorParams[1]) + ", " + num(r.data.errorParams[2]) +
-             "], \"clockModel\": [";
+             "], \"maxPredictionHours\": " + std::to_string(r.data.maxPredictionLength) +
+             ", \"errorParams\": [" + num(r.data.errorParams[0]) + ", " + num(r.data.errorParams[1]) + ", " +
+             num(r.data.errorParams[2]) + "], \"clockModel\": [";
       for (std::size_t k = 0; k < r.data.clockModelParams.size(); ++k)
         out += (k == 0 ? "" : ", ") + num(r.data.clockModelParams[k]);
       out += "], \"outages\": " + std::to_string(r.data.outages.size());
