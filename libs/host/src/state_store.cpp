@@ -390,7 +390,8 @@ std::size_t StateStore::feedClocks(std::map<SatelliteId, std::vector<Ephemeris>>
       // Repeats of a toc (several receivers, several files) and what an
       // earlier run already saw carry nothing new.
       if (filter.initialized() && e->toc <= filter.getUpdateTime()) continue;
-      if (!filter.initialized()) {
+      // A clock last seen longer ago than a prediction lasts is started afresh.
+      if (!filter.initialized() || e->toc - filter.getUpdateTime() > kMaxPredictionDays * kSecondsPerDay) {
         filter.initialize(gnss, e->toc, clockPolynomial(*e), false);
       } else {
         filter.update(e->toc, clockPolynomial(*e));

@@ -82,7 +82,8 @@ class StateStore {
   std::map<SatelliteId, support::ClockFilter> const& clockFilters() const { return clocks_; }
   // Feeds every healthy broadcast clock polynomial with toc up to `until`
   // and after the filter's last update into the satellite's filter, in toc
-  // order (one per toc). Returns how many were fed.
+  // order (one per toc); a filter not updated for longer than
+  // kMaxPredictionDays restarts. Returns how many were fed.
   std::size_t feedClocks(std::map<SatelliteId, std::vector<Ephemeris>> const& records, double until);
   // The converged filter's clock (a0 s, a1 s/s, a2 s/s^2) at t; false when
   // the satellite has no converged filter.
