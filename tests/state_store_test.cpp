@@ -344,20 +344,13 @@ TEST(StateStore, InspectingChangesNothing) {
 
 namespace {
 
-std::string toolPath() {
-  char buffer[4096];
-  ssize_t const n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-  std::string self = n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string("./x");
-  return self.substr(0, self.find_last_of('/')) + "/zarn";
-}
-
 struct ToolRun {
   int status = -1;
   std::string out, err;
 };
 
 ToolRun runTool(TempDir const& dir, std::string const& arguments) {
-  std::string const cmd = toolPath() + " " + arguments + " >'" + dir.file("stdout") + "' 2>'" +
+  std::string const cmd = zarn::test::toolPath() + " " + arguments + " >'" + dir.file("stdout") + "' 2>'" +
                           dir.file("stderr") + "' </dev/null";
   int const raw = std::system(cmd.c_str());
   ToolRun r;
@@ -372,7 +365,8 @@ ToolRun runTool(TempDir const& dir, std::string const& arguments) {
 TEST(StateTool, PredictKeepsStateAcrossDaysAndStatusShowsIt) {
   ZARN_SHARED_FILE_OR_SKIP(day1, kDataDir + "brdc2510.16n");
   ZARN_SHARED_FILE_OR_SKIP(day2, kDataDir + "brdc2520.16n");
-  if (access(toolPath().c_str(), X_OK) != 0) GTEST_SKIP() << "tool not built: " << toolPath();
+  if (access(zarn::test::toolPath().c_str(), X_OK) != 0)
+    GTEST_SKIP() << "tool not built: " << zarn::test::toolPath();
   TempDir dir;
   std::string const common =
       " --systems G --satellites G05,G12 --days 1 --jobs 1 --state " + dir.file("state");

@@ -430,7 +430,8 @@ int runPredict(Arguments const& args) {
       std::fprintf(stderr, "zarn predict: %s\n", error.c_str());
       return kExitFailure;
     }
-    for (std::string const& p : state->problems()) std::fprintf(stderr, "zarn predict: state: %s\n", p.c_str());
+    for (std::string const& p : state->problems())
+      std::fprintf(stderr, "zarn predict: state: %s\n", p.c_str());
     state->attach(options.pipeline);
     // Precise orbits carry their own clocks.
     if (fromSp3) options.pipeline.predictedClock = nullptr;
@@ -643,9 +644,10 @@ int main(int argc, char** argv) {
     if (command == "status") return runStatus(args);
     throw UsageError("unknown command '" + command + "'");
   } catch (UsageError const& e) {
-    std::fprintf(stderr, "zarn%s%s: %s\n(run 'zarn %s--help' for usage)\n", command.empty() ? "" : " ",
-                 command.c_str(), e.what(),
-                 command == "predict" || command == "evaluate" || command == "status" ? (command + " ").c_str() : "");
+    std::fprintf(
+        stderr, "zarn%s%s: %s\n(run 'zarn %s--help' for usage)\n", command.empty() ? "" : " ",
+        command.c_str(), e.what(),
+        command == "predict" || command == "evaluate" || command == "status" ? (command + " ").c_str() : "");
     return kExitUsage;
   } catch (std::exception const& e) {
     std::fprintf(stderr, "zarn %s: error: %s\n", command.c_str(), e.what());

@@ -20,7 +20,7 @@ namespace {
 constexpr double kDefaultGpsFitIntervalHours = 4.0;  // IS-GPS-200 20.3.4.4: fit interval flag 0
 constexpr double kMinimumFitIntervalHours = 1.0;     // below this the field is a flag, not hours
 constexpr double kSecondsPerHour = 3600.0;
-constexpr double kGridTolerance = 1e-6;  // s
+constexpr double kGridTolerance = 1e-6;        // s
 constexpr double kSpeedOfLight = 299792458.0;  // m/s (IS-GPS-200 20.3.4.3)
 
 std::string groupOf(ErrorSample const& s) {
@@ -306,8 +306,8 @@ std::string formatSummary(std::vector<SummaryRow> const& rows) {
                     out.empty() ? "" : "\n", truth.c_str());
       out += line;
       std::snprintf(line, sizeof line, "%-9s %4s %5s %8s %8s %8s %9s %7s %7s %7s %7s %7s %7s %7s\n", "system",
-                    "day", "sats", "samples", "median", "p95", "max", "radial", "along", "cross", "SISRE", "clock",
-                    "URE med", "URE p95");
+                    "day", "sats", "samples", "median", "p95", "max", "radial", "along", "cross", "SISRE",
+                    "clock", "URE med", "URE p95");
       out += line;
     }
     std::snprintf(line, sizeof line, "%-9s %4d %5zu %8zu %8.2f %8.2f %9.2f %7.2f %7.2f %7.2f %7.2f",

@@ -311,8 +311,8 @@ bool encodeAs(Record eph, Vec const& kepler, double toe, RecordFields const& f, 
   char const system = f.sat.system;
   double const dt = toe - f.clock.toc;
   std::array<double, 3> predicted{};
-  bool const hooked = f.options != nullptr && f.options->predictedClock &&
-                      f.options->predictedClock(f.sat, toe, predicted);
+  bool const hooked =
+      f.options != nullptr && f.options->predictedClock && f.options->predictedClock(f.sat, toe, predicted);
   double const clock[3] = {hooked ? predicted[0] : f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt,
                            hooked ? predicted[1] : f.clock.a1 + 2.0 * f.clock.a2 * dt,
                            hooked ? predicted[2] : f.clock.a2};

@@ -171,6 +171,23 @@ StateStore::StateStore(std::string directory) : directory_(std::move(directory))
 
 StateStore::~StateStore() = default;
 
+namespace {
+
+// Reads a payload that is exactly one serialised T into `target`, which
+// changes only when the whole payload was read.
+template <class T>
+std::function<bool(support::BinaryData const&)> readWhole(T& target) {
+  return [&target](support::BinaryData const& in) {
+    T read;
+    unsigned int at = 0;
+    if (!read.deserialize(in, at) || at != in.size()) return false;
+    target = read;
+    return true;
+  };
+}
+
+}  // namespace
+
 std::vector<StateStore::Part> StateStore::parts() {
   std::vector<Part> list;
   list.push_back(
@@ -204,25 +221,11 @@ std::vector<StateStore::Part> StateStore::parts() {
            },
            [this]() { clocks_.clear(); }});
   list.push_back(Part{"pole-filter.dat", kTagPole,
-                      [this](support::BinaryData& out) { return pole_.serialize(out); },
-                      [this](support::BinaryData const& in) {
-                        support::EopFilter read;
-                        unsigned int at = 0;
-                        if (!read.deserialize(in, at) || at != in.size()) return false;
-                        pole_ = read;
-                        return true;
-                      },
+                      [this](support::BinaryData& out) { return pole_.serialize(out); }, readWhole(pole_),
                       [this]() { pole_ = support::EopFilter(); }});
   list.push_back(Part{"constellation-analyzer.dat", kTagAnalyzer,
                       [this](support::BinaryData& out) { return analyzer_.serialize(out); },
-                      [this](support::BinaryData const& in) {
-                        support::ConstellationAnalyzer read;
-                        unsigned int at = 0;
-                        if (!read.deserialize(in, at) || at != in.size()) return false;
-                        analyzer_ = read;
-                        return true;
-                      },
-                      [this]() { analyzer_.reset(); }});
+                      readWhole(analyzer_), [this]() { analyzer_.reset(); }});
   return list;
 }
 
