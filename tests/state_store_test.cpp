@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -171,6 +172,10 @@ struct Fault {
   char const* reason;  // a word of the one-line report
 };
 
+void PrintTo(Fault const& f, std::ostream* os) {
+  *os << f.file << ", " << f.how;
+}
+
 class StateFaults : public ::testing::TestWithParam<Fault> {};
 
 std::string wrongKey(std::string const& good) {
@@ -283,6 +288,10 @@ struct BrokenTemporary {
   char const* how;
   std::function<bool(std::string const&)> breakIt;  // false: cannot be arranged here
 };
+
+void PrintTo(BrokenTemporary const& b, std::ostream* os) {
+  *os << b.how;
+}
 
 class AtomicWrite : public ::testing::TestWithParam<BrokenTemporary> {};
 
