@@ -3,7 +3,9 @@
 
 Reads the ERRORS.csv written by 'zarn evaluate --csv' and draws, per truth and
 constellation group (GPS, BeiDou MEO/IGSO/GEO), the median and 95th percentile
-of the 3D orbit error in hourly bins of prediction age, on a logarithmic scale.
+of the 3D orbit error in hourly bins of prediction age, on a logarithmic scale;
+and, where the truth has clocks, the median user range error (orbit and clock)
+and the RMS clock error in a second panel.
 
 usage: scripts/plot_errors.py ERRORS.csv OUT.png [--title TEXT]
 """
@@ -37,17 +39,26 @@ def main():
     args = parser.parse_args()
 
     bins = defaultdict(lambda: defaultdict(list))  # (truth, group) -> bin -> errors
+    ure = defaultdict(lambda: defaultdict(list))  # (truth, group) -> bin -> user range errors
+    clock = defaultdict(lambda: defaultdict(list))  # (truth, group) -> bin -> clock errors
     try:
         with open(args.csv_file, newline="") as f:
             for row in csv.DictReader(f):
                 age = max(float(row["age_h"]), 0.0)
-                bins[(row["truth"], row["group"])][math.floor(age / BIN_HOURS)].append(float(row["error_3d_m"]))
+                key, b = (row["truth"], row["group"]), math.floor(age / BIN_HOURS)
+                bins[key][b].append(float(row["error_3d_m"]))
+                if row.get("ure_m"):
+                    ure[key][b].append(float(row["ure_m"]))
+                    clock[key][b].append(float(row["clock_m"]))
     except (OSError, KeyError, ValueError) as e:
         sys.exit(f"plot_errors: cannot read {args.csv_file}: {e}")
     if not bins:
         sys.exit(f"plot_errors: {args.csv_file} holds no error samples")
 
-    fig, ax = plt.subplots(figsize=(10, 6))
+    if ure:
+        fig, (ax, ax2) = plt.subplots(2, 1, figsize=(10, 9), sharex=True)
+    else:
+        fig, ax = plt.subplots(figsize=(10, 6))
     for (truth, group), by_bin in sorted(bins.items()):
         ages, medians, p95 = [], [], []
         for b in sorted(by_bin):
@@ -57,6 +68,18 @@ def main():
             p95.append(percentile(values, 0.95))
         line, = ax.plot(ages, medians, label=f"{group} median ({truth})")
         ax.plot(ages, p95, linestyle="--", color=line.get_color(), label=f"{group} 95% ({truth})")
+    if ure:
+        for key in sorted(ure):
+            truth, group = key
+            ages = [(b + 0.5) * BIN_HOURS / 24.0 for b in sorted(ure[key])]
+            medians = [percentile(sorted(ure[key][b]), 0.5) for b in sorted(ure[key])]
+            rms = [math.sqrt(sum(x * x for x in clock[key][b]) / len(clock[key][b])) for b in sorted(ure[key])]
+            line, = ax2.plot(ages, medians, label=f"{group} URE median ({truth})")
+            ax2.plot(ages, rms, linestyle=":", color=line.get_color(), label=f"{group} clock RMS ({truth})")
+        ax2.set_xlabel("prediction age (days)")
+        ax2.set_ylabel("user range / clock error (m)")
+        ax2.grid(True, alpha=0.3)
+        ax2.legend(fontsize="small")
     ax.set_yscale("log")
     ax.set_xlabel("prediction age (days)")
     ax.set_ylabel("3D orbit error (m)")

@@ -22,21 +22,14 @@ namespace zh = zarn::host;
 
 namespace {
 
-// build/zarn beside this test executable.
-std::string toolPath() {
-  char buffer[4096];
-  ssize_t const n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-  std::string self = n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string("./x");
-  return self.substr(0, self.find_last_of('/')) + "/zarn";
-}
-
 class ToolTest : public ::testing::Test {
  protected:
   void SetUp() override {
     char pattern[] = "/tmp/zarn_tool_test_XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     dir_ = pattern;
-    if (access(toolPath().c_str(), X_OK) != 0) GTEST_SKIP() << "tool not built: " << toolPath();
+    if (access(zarn::test::toolPath().c_str(), X_OK) != 0)
+      GTEST_SKIP() << "tool not built: " << zarn::test::toolPath();
   }
   void TearDown() override {
     if (!dir_.empty()) std::system(("rm -rf '" + dir_ + "'").c_str());
@@ -48,8 +41,8 @@ class ToolTest : public ::testing::Test {
   };
   Result run(std::string const& arguments) {
     Result r;
-    std::string const cmd =
-        toolPath() + " " + arguments + " >'" + dir_ + "/stdout' 2>'" + dir_ + "/stderr' </dev/null";
+    std::string const cmd = zarn::test::toolPath() + " " + arguments + " >'" + dir_ + "/stdout' 2>'" + dir_ +
+                            "/stderr' </dev/null";
     int const raw = std::system(cmd.c_str());
     r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
     r.out = zarn::test::readFile(dir_ + "/stdout");

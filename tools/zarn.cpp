@@ -4,6 +4,7 @@
 //
 //   zarn predict --nav FILE... | --sp3 FILE...  --out PREDICTED.rnx [options]
 //   zarn evaluate --predicted PREDICTED.rnx --truth FILE... [--csv F] [--json F]
+//   zarn status --state DIR [--at TIME] [--json]
 //
 // Exit status: 0 success, 1 failure (unreadable input, nothing to predict or
 // evaluate), 2 wrong usage.
@@ -14,6 +15,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -31,6 +33,7 @@
 #include "zarn/host/rinex_nav.hpp"
 #include "zarn/host/sp3.hpp"
 #include "zarn/host/sp3_orbit.hpp"
+#include "zarn/host/state_store.hpp"
 #include "zarn/host/text_file.hpp"
 
 namespace {
@@ -50,6 +53,7 @@ char const* const kMainHelp =
     "commands:\n"
     "  predict    fit broadcast or precise orbits up to a fit end, write predicted ephemerides (RINEX 3)\n"
     "  evaluate   compare predicted ephemerides with SP3 or broadcast truth\n"
+    "  status     show the state kept between runs (--state DIR of predict)\n"
     "\n"
     "Run 'zarn <command> --help' for the options of a command.\n";
 
@@ -82,6 +86,24 @@ char const* const kPredictHelp =
     "  --check             re-propagate and report how closely every written ephemeris\n"
     "                      matches the states it was fitted to\n"
     "  --jobs N            worker threads (default: the number of processors)\n"
+    "  --state DIR         keep state between runs in DIR (created on the first run): model parameters,\n"
+    "                      clock filters fed with every broadcast clock (a converged filter predicts the\n"
+    "                      clocks), the pole filter (its pole is the next a-priori pole) and the record of\n"
+    "                      initialisations and predictions\n"
+    "  --help              this text\n";
+
+char const* const kStatusHelp =
+    "usage: zarn status --state DIR [--at TIME] [--json]\n"
+    "\n"
+    "Shows the state that 'zarn predict --state DIR' keeps: per constellation and satellite the state,\n"
+    "the suggested time of the next initialisation and whether to initialise at TIME, the clock filter\n"
+    "(converged or not, and its number of updates) and the model parameters (stored or built-in).\n"
+    "Files that do not load are reported and left as they are.\n"
+    "\n"
+    "options:\n"
+    "  --state DIR         the state directory\n"
+    "  --at TIME           GPS time 'YYYY-MM-DD[THH:MM[:SS]]' (default: now)\n"
+    "  --json              JSON instead of the table\n"
     "  --help              this text\n";
 
 char const* const kEvaluateHelp =
@@ -372,10 +394,38 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
   return report;
 }
 
+// Feeds the broadcast clocks up to the fit end into the state's filters.
+void feedClocks(StateStore& state, std::map<SatelliteId, std::vector<Ephemeris>> const& records,
+                ConstellationOptions const& options) {
+  std::size_t const fed = state.feedClocks(records, constellationFitEnd(records, options));
+  std::size_t converged = 0;
+  for (auto const& entry : state.clockFilters()) converged += entry.second.converged() ? 1 : 0;
+  std::printf("state: %zu broadcast clocks fed; %zu of %zu clock filters converged (their clocks are used)\n",
+              fed, converged, state.clockFilters().size());
+}
+
+// Feeds the pole, records the outcome and writes the state back.
+int saveState(StateStore& state, ConstellationPrediction const& prediction) {
+  constexpr double kArcsecond = 4.84813681109536e-6;  // rad
+  if (state.feedPole(prediction)) {
+    zarn::support::Eop const pole = state.aprioriPole();
+    std::printf("state: filtered pole xp %.4f\", yp %.4f\" (the next a-priori pole)\n", pole.xp / kArcsecond,
+                pole.yp / kArcsecond);
+  }
+  state.recordPrediction(prediction);
+  std::string error;
+  if (!state.save(error)) {
+    std::fprintf(stderr, "zarn predict: state not saved: %s\n", error.c_str());
+    return kExitFailure;
+  }
+  std::printf("state: saved to %s\n", state.directory().c_str());
+  return 0;
+}
+
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
               "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "jobs",
-              "help"});
+              "state", "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;
@@ -387,6 +437,20 @@ int runPredict(Arguments const& args) {
   if (out.empty()) throw UsageError("--out FILE is required");
   ConstellationOptions options = predictOptions(args);
   bool const fromSp3 = navFiles.empty();
+  std::unique_ptr<StateStore> state;
+  if (args.has("state")) {
+    state.reset(new StateStore(args.single("state")));
+    std::string error;
+    if (!state->load(error)) {
+      std::fprintf(stderr, "zarn predict: %s\n", error.c_str());
+      return kExitFailure;
+    }
+    for (std::string const& p : state->problems())
+      std::fprintf(stderr, "zarn predict: state: %s\n", p.c_str());
+    state->attach(options.pipeline);
+    // Precise orbits carry their own clocks.
+    if (fromSp3) options.pipeline.predictedClock = nullptr;
+  }
 
   std::unique_ptr<Progress> progress;
   options.progress = [&](std::size_t done, std::size_t total) {
@@ -399,7 +463,9 @@ int runPredict(Arguments const& args) {
     for (std::string const& f : sp3Files) files.push_back(readSp3(f));
     prediction = predictConstellation(Sp3Orbit(files), options);
   } else {
-    prediction = predictConstellation(readBroadcast(navFiles), options);
+    std::map<SatelliteId, std::vector<Ephemeris>> const records = readBroadcast(navFiles);
+    if (state) feedClocks(*state, records, options);
+    prediction = predictConstellation(records, options);
   }
   if (prediction.satellites.empty()) {
     std::fprintf(stderr, "zarn predict: no %s satellite in the input\n",
@@ -443,6 +509,38 @@ int runPredict(Arguments const& args) {
   if (options.pipeline.checkFit) {
     std::printf("largest fit residual of a written ephemeris: %.3f m\n", report.worstFit);
   }
+  if (state) return saveState(*state, prediction);
+  return 0;
+}
+
+// ---- status ----------------------------------------------------------------
+
+int runStatus(Arguments const& args) {
+  args.allow({"state", "at", "json", "help"});
+  if (args.has("help")) {
+    std::fputs(kStatusHelp, stdout);
+    return 0;
+  }
+  args.flag("json");
+  std::string const directory = args.single("state");
+  if (directory.empty()) throw UsageError("--state DIR is required");
+  double at = 0;
+  if (args.has("at")) {
+    if (!parseGpsTime(args.single("at"), at))
+      throw UsageError("--at: '" + args.single("at") + "' is not a time like 2016-09-08T00:00:00");
+  } else {
+    constexpr double kGpsEpochUnix = 315964800.0;  // s: 1980-01-06 in Unix time
+    double const utc = static_cast<double>(std::time(nullptr)) - kGpsEpochUnix;
+    at = utc + leapSecondsAt(utc);
+  }
+  StateStore store(directory);
+  std::string error;
+  if (!store.load(error, true)) {
+    std::fprintf(stderr, "zarn status: %s\n", error.c_str());
+    return kExitFailure;
+  }
+  for (std::string const& p : store.problems()) std::fprintf(stderr, "zarn status: %s\n", p.c_str());
+  std::fputs((args.has("json") ? statusJson(store, at) : statusTable(store, at)).c_str(), stdout);
   return 0;
 }
 
@@ -558,11 +656,13 @@ int main(int argc, char** argv) {
     Arguments const args(argc, argv, 2);
     if (command == "predict") return runPredict(args);
     if (command == "evaluate") return runEvaluate(args);
+    if (command == "status") return runStatus(args);
     throw UsageError("unknown command '" + command + "'");
   } catch (UsageError const& e) {
-    std::fprintf(stderr, "zarn%s%s: %s\n(run 'zarn %s--help' for usage)\n", command.empty() ? "" : " ",
-                 command.c_str(), e.what(),
-                 command == "predict" || command == "evaluate" ? (command + " ").c_str() : "");
+    std::fprintf(
+        stderr, "zarn%s%s: %s\n(run 'zarn %s--help' for usage)\n", command.empty() ? "" : " ",
+        command.c_str(), e.what(),
+        command == "predict" || command == "evaluate" || command == "status" ? (command + " ").c_str() : "");
     return kExitUsage;
   } catch (std::exception const& e) {
     std::fprintf(stderr, "zarn %s: error: %s\n", command.c_str(), e.what());

@@ -1,6 +1,7 @@
 #include "support/test_support.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -25,6 +26,13 @@ std::string readFile(std::string const& path) {
   std::ostringstream s;
   s << in.rdbuf();
   return s.str();
+}
+
+std::string toolPath() {
+  char buffer[4096];
+  ssize_t const n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+  std::string self = n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string("./x");
+  return self.substr(0, self.find_last_of('/')) + "/zarn";
 }
 
 std::string fatalPattern(std::string const& text, std::string const& path) {

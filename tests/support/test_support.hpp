@@ -30,6 +30,9 @@ bool fileExists(std::string const& path);
 // The whole file as bytes; empty when it cannot be read.
 std::string readFile(std::string const& path);
 
+// build/zarn beside the running test executable.
+std::string toolPath();
+
 // The regular expression that a fatal ZARN_THROW line matches for `text`
 // logged from the source `path` (repository-relative, any when empty).
 std::string fatalPattern(std::string const& text, std::string const& path = "");

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "broadcast_scaling.hpp"
 #include "tables/satellite_history_table.hpp"
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
@@ -56,6 +57,26 @@ Ephemeris fromBeidou(core::BeidouEphemeris const& eph, std::string origin) {
   e.health = eph.health;
   e.origin = std::move(origin);
   return e;
+}
+
+support::Vec clockPolynomial(Ephemeris const& e) {
+  support::Vec c(3);
+  if (e.sat.system == 'C') {
+    c(0) = e.beidou.a0 * detail::kBdsA0Lsb;
+    c(1) = e.beidou.a1 * detail::kBdsA1Lsb;
+    c(2) = e.beidou.a2 * detail::kBdsA2Lsb;
+  } else {
+    c(0) = e.gps.af0 * detail::kGpsAf0Lsb;
+    c(1) = e.gps.af1 * detail::kGpsAf1Lsb;
+    c(2) = e.gps.af2 * detail::kGpsAf2Lsb;
+  }
+  return c;
+}
+
+double clockOffset(Ephemeris const& eph, double t) {
+  support::Vec const c = clockPolynomial(eph);
+  double const dt = t - eph.toc;
+  return c(0) + c(1) * dt + c(2) * dt * dt;
 }
 
 void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::Vec& vel) {

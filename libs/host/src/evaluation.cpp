@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <set>
 #include <tuple>
 
@@ -19,7 +20,8 @@ namespace {
 constexpr double kDefaultGpsFitIntervalHours = 4.0;  // IS-GPS-200 20.3.4.4: fit interval flag 0
 constexpr double kMinimumFitIntervalHours = 1.0;     // below this the field is a flag, not hours
 constexpr double kSecondsPerHour = 3600.0;
-constexpr double kGridTolerance = 1e-6;  // s
+constexpr double kGridTolerance = 1e-6;        // s
+constexpr double kSpeedOfLight = 299792458.0;  // m/s (IS-GPS-200 20.3.4.3)
 
 std::string groupOf(ErrorSample const& s) {
   if (s.sat.system != 'C') return "GPS";
@@ -66,6 +68,11 @@ bool Sp3Truth::position(SatelliteId const& sat, double t, support::Vec& pos) con
   return true;
 }
 
+bool Sp3Truth::clock(SatelliteId const& sat, double t, double& seconds) const {
+  seconds = orbit_.interpolatedClock(sat, t);
+  return std::isfinite(seconds);
+}
+
 BroadcastTruth::BroadcastTruth(std::vector<NavData> const& files) {
   bool first = true;
   for (auto& entry : collectEphemerides(files)) {
@@ -82,17 +89,35 @@ BroadcastTruth::BroadcastTruth(std::vector<NavData> const& files) {
   }
 }
 
-bool BroadcastTruth::position(SatelliteId const& sat, double t, support::Vec& pos) const {
-  auto it = records_.find(sat);
-  if (it == records_.end()) return false;
-  std::vector<Ephemeris> const& r = it->second;
+namespace {
+
+// The record of `records` (toe order) nearest t, null when none is trusted at t.
+Ephemeris const* nearestRecord(std::vector<Ephemeris> const& r, SatelliteId const& sat, double t) {
+  if (r.empty()) return nullptr;
   auto above =
       std::lower_bound(r.begin(), r.end(), t, [](Ephemeris const& e, double x) { return e.toe < x; });
   std::size_t best = static_cast<std::size_t>(above - r.begin());
   if (best == r.size() || (best > 0 && t - r[best - 1].toe <= r[best].toe - t)) --best;
-  if (std::fabs(t - r[best].toe) > screeningOptionsFor(sat.system).trusted) return false;
+  if (std::fabs(t - r[best].toe) > screeningOptionsFor(sat.system).trusted) return nullptr;
+  return &r[best];
+}
+
+}  // namespace
+
+bool BroadcastTruth::clock(SatelliteId const& sat, double t, double& seconds) const {
+  auto it = records_.find(sat);
+  Ephemeris const* e = it == records_.end() ? nullptr : nearestRecord(it->second, sat, t);
+  if (e == nullptr) return false;
+  seconds = clockOffset(*e, t);
+  return true;
+}
+
+bool BroadcastTruth::position(SatelliteId const& sat, double t, support::Vec& pos) const {
+  auto it = records_.find(sat);
+  Ephemeris const* e = it == records_.end() ? nullptr : nearestRecord(it->second, sat, t);
+  if (e == nullptr) return false;
   support::Vec vel(3);
-  ephemerisState(r[best], t, pos, vel);
+  ephemerisState(*e, t, pos, vel);
   return true;
 }
 
@@ -148,6 +173,11 @@ EvaluationResult evaluatePredictions(std::vector<PredictedEphemeris> const& pred
       s.along = rtn(1);
       s.cross = rtn(2);
       s.sisre = support::sisreError(rtn, 0.0, gnssType(e.sat.system), type);
+      double truthClock = 0.0;
+      if (truth.clock(e.sat, t, truthClock)) {
+        s.hasClock = true;
+        s.clockDifference = (clockOffset(e, t) - truthClock) * kSpeedOfLight;
+      }
       result.samples.push_back(s);
     }
     if (result.samples.size() > before) {
@@ -160,7 +190,41 @@ EvaluationResult evaluatePredictions(std::vector<PredictedEphemeris> const& pred
   for (SatelliteId const& sat : seen) {
     if (covered.count(sat) == 0) result.missing.push_back(toString(sat));
   }
+  removeClockDatum(result.samples);
   return result;
+}
+
+void removeClockDatum(std::vector<ErrorSample>& samples) {
+  // Epochs are on the evaluation grid: rounded to the millisecond they group exactly.
+  constexpr double kEpochResolution = 1e-3;  // s
+  struct Sum {
+    double total = 0;
+    std::size_t count = 0;
+  };
+  std::map<std::tuple<std::string, char, long long>, Sum> sums;
+  auto key = [&](ErrorSample const& s) {
+    return std::make_tuple(s.truth, s.sat.system, std::llround(s.t / kEpochResolution));
+  };
+  for (ErrorSample const& s : samples) {
+    if (!s.hasClock) continue;
+    Sum& sum = sums[key(s)];
+    sum.total += s.clockDifference;
+    ++sum.count;
+  }
+  support::Vec rtn(3);
+  for (ErrorSample& s : samples) {
+    if (!s.hasClock) continue;
+    Sum const& sum = sums[key(s)];
+    if (sum.count < 2) {
+      s.hasClock = false;
+      continue;
+    }
+    s.clock = s.clockDifference - sum.total / static_cast<double>(sum.count);
+    rtn(0) = s.radial;
+    rtn(1) = s.along;
+    rtn(2) = s.cross;
+    s.ure = support::sisreError(rtn, s.clock, gnssType(s.sat.system), s.svType);
+  }
 }
 
 double quantile(std::vector<double> values, double q) {
@@ -179,7 +243,7 @@ std::vector<SummaryRow> summarize(std::vector<ErrorSample> const& samples) {
     if (std::find(truths.begin(), truths.end(), s.truth) == truths.end()) truths.push_back(s.truth);
   }
   struct Bucket {
-    std::vector<double> error, radial, along, cross, sisre;
+    std::vector<double> error, radial, along, cross, sisre, clock, ure;
     std::set<SatelliteId> sats;
   };
   std::map<std::tuple<std::size_t, std::size_t, int>, Bucket> buckets;
@@ -198,6 +262,10 @@ std::vector<SummaryRow> summarize(std::vector<ErrorSample> const& samples) {
       b.along.push_back(s.along);
       b.cross.push_back(s.cross);
       b.sisre.push_back(s.sisre);
+      if (s.hasClock) {
+        b.clock.push_back(s.clock);
+        b.ure.push_back(s.ure);
+      }
       b.sats.insert(s.sat);
     }
   }
@@ -217,6 +285,11 @@ std::vector<SummaryRow> summarize(std::vector<ErrorSample> const& samples) {
     row.rmsAlong = rms(b.along);
     row.rmsCross = rms(b.cross);
     row.rmsSisre = rms(b.sisre);
+    row.clockSamples = b.clock.size();
+    row.rmsClock = rms(b.clock);
+    row.medianUre = quantile(b.ure, 0.5);
+    row.p95Ure = quantile(b.ure, 0.95);
+    row.rmsUre = rms(b.ure);
     rows.push_back(row);
   }
   return rows;
@@ -232,13 +305,20 @@ std::string formatSummary(std::vector<SummaryRow> const& rows) {
       std::snprintf(line, sizeof line, "%struth: %s (errors in m, 3D error percentiles, RMS per component)\n",
                     out.empty() ? "" : "\n", truth.c_str());
       out += line;
-      std::snprintf(line, sizeof line, "%-9s %4s %5s %8s %8s %8s %9s %7s %7s %7s %7s\n", "system", "day",
-                    "sats", "samples", "median", "p95", "max", "radial", "along", "cross", "SISRE");
+      std::snprintf(line, sizeof line, "%-9s %4s %5s %8s %8s %8s %9s %7s %7s %7s %7s %7s %7s %7s\n", "system",
+                    "day", "sats", "samples", "median", "p95", "max", "radial", "along", "cross", "SISRE",
+                    "clock", "URE med", "URE p95");
       out += line;
     }
-    std::snprintf(line, sizeof line, "%-9s %4d %5zu %8zu %8.2f %8.2f %9.2f %7.2f %7.2f %7.2f %7.2f\n",
+    std::snprintf(line, sizeof line, "%-9s %4d %5zu %8zu %8.2f %8.2f %9.2f %7.2f %7.2f %7.2f %7.2f",
                   r.group.c_str(), r.day, r.satellites, r.samples, r.median, r.p95, r.max, r.rmsRadial,
                   r.rmsAlong, r.rmsCross, r.rmsSisre);
+    out += line;
+    if (r.clockSamples > 0) {
+      std::snprintf(line, sizeof line, " %7.2f %7.2f %7.2f\n", r.rmsClock, r.medianUre, r.p95Ure);
+    } else {
+      std::snprintf(line, sizeof line, " %7s %7s %7s\n", "-", "-", "-");
+    }
     out += line;
   }
   return out;
@@ -251,14 +331,16 @@ std::string summaryJson(std::vector<SummaryRow> const& rows, double fitEnd) {
   out += "  \"fitEndGpsSeconds\": " + std::string(number) + ",\n  \"rows\": [";
   for (std::size_t i = 0; i < rows.size(); ++i) {
     SummaryRow const& r = rows[i];
-    char text[512];
+    char text[768];
     std::snprintf(
         text, sizeof text,
         "%s\n    {\"truth\": %s, \"system\": %s, \"day\": %d, \"satellites\": %zu, \"samples\": %zu, "
         "\"median3d\": %.4f, \"p95_3d\": %.4f, \"max3d\": %.4f, \"rmsRadial\": %.4f, \"rmsAlong\": %.4f, "
-        "\"rmsCross\": %.4f, \"rmsSisre\": %.4f}",
+        "\"rmsCross\": %.4f, \"rmsSisre\": %.4f, \"clockSamples\": %zu, \"rmsClock\": %.4f, "
+        "\"medianUre\": %.4f, \"p95Ure\": %.4f, \"rmsUre\": %.4f}",
         i == 0 ? "" : ",", jsonString(r.truth).c_str(), jsonString(r.group).c_str(), r.day, r.satellites,
-        r.samples, r.median, r.p95, r.max, r.rmsRadial, r.rmsAlong, r.rmsCross, r.rmsSisre);
+        r.samples, r.median, r.p95, r.max, r.rmsRadial, r.rmsAlong, r.rmsCross, r.rmsSisre, r.clockSamples,
+        r.rmsClock, r.medianUre, r.p95Ure, r.rmsUre);
     out += text;
   }
   out += rows.empty() ? "]\n}\n" : "\n  ]\n}\n";
@@ -266,13 +348,19 @@ std::string summaryJson(std::vector<SummaryRow> const& rows, double fitEnd) {
 }
 
 void writeErrorsCsv(std::ostream& out, std::vector<ErrorSample> const& samples) {
-  out << "truth,satellite,group,toe,time,age_h,error_3d_m,radial_m,along_m,cross_m,sisre_m\n";
-  char line[256];
+  out << "truth,satellite,group,toe,time,age_h,error_3d_m,radial_m,along_m,cross_m,sisre_m,clock_m,ure_m\n";
+  char line[320];
   for (ErrorSample const& s : samples) {
-    std::snprintf(line, sizeof line, "%s,%s,%s,%s,%s,%.4f,%.4f,%.4f,%.4f,%.4f,%.4f\n", s.truth.c_str(),
+    std::snprintf(line, sizeof line, "%s,%s,%s,%s,%s,%.4f,%.4f,%.4f,%.4f,%.4f,%.4f", s.truth.c_str(),
                   toString(s.sat).c_str(), groupOf(s).c_str(), formatGpsTime(s.toe).c_str(),
                   formatGpsTime(s.t).c_str(), s.age / kSecondsPerHour, s.error, s.radial, s.along, s.cross,
                   s.sisre);
+    out << line;
+    if (s.hasClock) {
+      std::snprintf(line, sizeof line, ",%.4f,%.4f\n", s.clock, s.ure);
+    } else {
+      std::snprintf(line, sizeof line, ",,\n");
+    }
     out << line;
   }
 }

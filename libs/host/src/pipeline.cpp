@@ -59,6 +59,11 @@ constexpr double kBeidouA1Lsb = kBeidouA0Lsb / 131072.0;  // 2^-50 s/s
 constexpr double kBeidouA2Lsb = kBeidouA1Lsb / 65536.0;   // 2^-66 s/s^2
 constexpr int kBeidouA0Bits = 24, kBeidouA1Bits = 22, kBeidouA2Bits = 11;
 
+support::AssistanceData assistanceOf(SatelliteId const& sat, support::BeidouSvType type,
+                                     PipelineOptions const& o) {
+  return o.assistance ? o.assistance(sat, type, o.fitEnd) : satelliteAssistance(sat, type, o.fitEnd);
+}
+
 double threadCpuSeconds() {
   timespec ts{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
@@ -316,6 +321,7 @@ struct RecordFields {
   Ephemeris templateRecord;              // the fields that neither the fit nor the encoding sets
   support::PredictionErrorParams error;  // accuracy growth with prediction age
   double fitEnd = 0;
+  PipelineOptions const* options = nullptr;  // for its predictedClock hook
 };
 
 bool fromKepler(Vec const& kepler, core::GpsEphemeris& eph) {
@@ -367,8 +373,12 @@ template <typename Record>
 bool encodeAs(Record eph, Vec const& kepler, double toe, RecordFields const& f, Ephemeris& out) {
   char const system = f.sat.system;
   double const dt = toe - f.clock.toc;
-  double const clock[3] = {f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt,
-                           f.clock.a1 + 2.0 * f.clock.a2 * dt, f.clock.a2};
+  std::array<double, 3> predicted{};
+  bool const hooked =
+      f.options != nullptr && f.options->predictedClock && f.options->predictedClock(f.sat, toe, predicted);
+  double const clock[3] = {hooked ? predicted[0] : f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt,
+                           hooked ? predicted[1] : f.clock.a1 + 2.0 * f.clock.a2 * dt,
+                           hooked ? predicted[2] : f.clock.a2};
   unsigned const issue =
       static_cast<unsigned>(std::llround((toe - gridOffset(system)) / spacing(system))) & 0xFFu;
   double const ura = support::estimateSisreError(f.error, toe - f.fitEnd);
@@ -479,7 +489,7 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
                         SatellitePrediction& result) {
   std::size_t const n = s.t.size();
   int const leap = leapSecondsAt(s.t[n / 2]);
-  support::AssistanceData assistance = satelliteAssistance(result.sat, type, o.fitEnd);
+  support::AssistanceData assistance = assistanceOf(result.sat, type, o);
   if (!o.antennaOffset) assistance.antPhase.fill(0.0);
   result.fitStart = s.t.front();
   result.fitEnd = s.t.back();
@@ -513,7 +523,7 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
       return;
     }
   }
-  RecordFields const fields{result.sat, clock, templateRecord, assistance.errorParams, o.fitEnd};
+  RecordFields const fields{result.sat, clock, templateRecord, assistance.errorParams, o.fitEnd, &o};
   int fitFailures = 0, refusals = 0;
   double firstFailure = 0, firstRefusal = 0;
   for (std::size_t i = 0; i < plan.toes.size(); ++i) {
@@ -669,7 +679,7 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
   s.position = pos;
   s.velocity0 = velocity0;
   if (o.antennaOffset) {
-    support::AntennaPhase const apc = satelliteAssistance(result.sat, type, o.fitEnd).antPhase;
+    support::AntennaPhase const apc = assistanceOf(result.sat, type, o).antPhase;
     for (std::size_t k = 0; k < s.t.size(); ++k) {
       s.position[k] = support::removeApcOffset(s.position[k], apc, s.t[k], leapSecondsAt(s.t[k]));
     }
@@ -791,23 +801,30 @@ ConstellationPrediction predictAll(
 
 }  // namespace
 
+double constellationFitEnd(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
+                           ConstellationOptions const& o) {
+  double const h = o.pipeline.sampleStep;
+  if (o.fitEndGiven) return std::floor(o.pipeline.fitEnd / h + 1e-9) * h;
+  double latest = -1.0;
+  for (auto const& entry : records) {
+    if (std::find(o.systems.begin(), o.systems.end(), entry.first.system) == o.systems.end()) continue;
+    for (Ephemeris const& e : entry.second) latest = std::max(latest, e.toe);
+  }
+  return std::round(latest / h) * h;
+}
+
 ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
                                              ConstellationOptions const& o) {
-  double const h = o.pipeline.sampleStep;
-  double latest = -1.0;
   std::vector<SatelliteId> sats;
   std::vector<std::vector<Ephemeris> const*> inputs;
   std::vector<support::BeidouSvType> types;
   for (auto const& entry : records) {
-    if (std::find(o.systems.begin(), o.systems.end(), entry.first.system) == o.systems.end()) continue;
-    for (Ephemeris const& e : entry.second) latest = std::max(latest, e.toe);
     if (!selected(entry.first, o)) continue;
     sats.push_back(entry.first);
     inputs.push_back(&entry.second);
     types.push_back(orbitType(entry.second));
   }
-  double const fitEnd =
-      o.fitEndGiven ? std::floor(o.pipeline.fitEnd / h + 1e-9) * h : std::round(latest / h) * h;
+  double const fitEnd = constellationFitEnd(records, o);
   return predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
     return predictFromBroadcast(*inputs[i], options);
   });

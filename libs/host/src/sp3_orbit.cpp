@@ -114,6 +114,23 @@ double Sp3Orbit::clock(SatelliteId const& sat, double t) const {
   return tr.clock[best];
 }
 
+double Sp3Orbit::interpolatedClock(SatelliteId const& sat, double t) const {
+  constexpr double kLargestGap = 1.5;  // intervals between the two epochs used
+  double const absent = std::numeric_limits<double>::quiet_NaN();
+  auto it = tracks_.find(sat);
+  if (it == tracks_.end() || it->second.t.empty()) return absent;
+  Track const& tr = it->second;
+  auto above = std::lower_bound(tr.t.begin(), tr.t.end(), t);
+  std::size_t hi = static_cast<std::size_t>(above - tr.t.begin());
+  if (hi < tr.t.size() && tr.t[hi] == t) return tr.clock[hi];
+  if (hi == 0 || hi == tr.t.size()) return absent;
+  std::size_t const lo = hi - 1;
+  double const span = tr.t[hi] - tr.t[lo];
+  if (span > kLargestGap * tr.interval) return absent;
+  double const w = (t - tr.t[lo]) / span;
+  return tr.clock[lo] + w * (tr.clock[hi] - tr.clock[lo]);  // NaN propagates
+}
+
 std::vector<SatelliteId> Sp3Orbit::satellites() const {
   std::vector<SatelliteId> list;
   for (auto const& entry : tracks_) list.push_back(entry.first);

@@ -50,6 +50,11 @@ Ephemeris fromBeidou(core::BeidouEphemeris const& eph, std::string origin = "");
 // Earth-fixed antenna-phase-centre position (m) and velocity (m/s) of the
 // ephemeris at t (GPS seconds). pos and vel need not be sized.
 void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::Vec& vel);
+// The broadcast clock polynomial of the record: offset (s), drift (s/s) and
+// drift rate (s/s^2) at toc, as a0 + a1 dt + a2 dt^2; and its value (s) at t
+// (GPS seconds), without the relativistic term.
+support::Vec clockPolynomial(Ephemeris const& eph);
+double clockOffset(Ephemeris const& eph, double t);
 // Square root of the semi-major axis, m^1/2.
 double sqrtSemiMajorAxis(Ephemeris const& eph);
 // The 17-element validation vector of the record (kepler elements from its

@@ -7,6 +7,12 @@
 // orbital frame of the predicted state (velocity made inertial by adding the
 // Earth rotation). SISRE is the orbit-only signal-in-space range error of
 // sisreError with a zero clock error.
+//
+// Clocks. Where the truth has a clock, the clock error is the predicted
+// broadcast clock minus the truth clock in metres, less the mean of that
+// difference over the constellation's samples of the same truth and epoch
+// (broadcast and precise clocks refer to different datums); the user range
+// error (URE) is sisreError with that clock error.
 #ifndef ZARN_HOST_EVALUATION_HPP
 #define ZARN_HOST_EVALUATION_HPP
 
@@ -33,6 +39,8 @@ class TruthOrbit {
   // Earth-fixed antenna-phase-centre position (m) of the satellite at t (GPS
   // seconds); false when the truth does not cover that instant.
   virtual bool position(SatelliteId const& sat, double t, support::Vec& pos) const = 0;
+  // Satellite clock offset (s) at t; false when the truth has none there.
+  virtual bool clock(SatelliteId const& /*sat*/, double /*t*/, double& /*seconds*/) const { return false; }
   // First and last instant covered by any satellite (GPS seconds).
   virtual double start() const = 0;
   virtual double end() const = 0;
@@ -46,6 +54,8 @@ class Sp3Truth : public TruthOrbit {
   explicit Sp3Truth(std::vector<Sp3Data> const& files);
   std::string kind() const override { return "SP3"; }
   bool position(SatelliteId const& sat, double t, support::Vec& pos) const override;
+  // Linear between the tabulated clocks (Sp3Orbit::interpolatedClock).
+  bool clock(SatelliteId const& sat, double t, double& seconds) const override;
   double start() const override { return orbit_.start(); }
   double end() const override { return orbit_.end(); }
   Sp3Orbit const& orbit() const { return orbit_; }
@@ -63,6 +73,8 @@ class BroadcastTruth : public TruthOrbit {
   explicit BroadcastTruth(std::vector<NavData> const& files);
   std::string kind() const override { return "broadcast"; }
   bool position(SatelliteId const& sat, double t, support::Vec& pos) const override;
+  // The clock polynomial of the record that position() uses.
+  bool clock(SatelliteId const& sat, double t, double& seconds) const override;
   double start() const override { return start_; }
   double end() const override { return end_; }
   std::vector<std::string> const& notes() const { return notes_; }
@@ -96,7 +108,18 @@ struct ErrorSample {
   double error = 0;                         // 3D, m
   double radial = 0, along = 0, cross = 0;  // m
   double sisre = 0;                         // m
+  // Clocks, when the truth has one at t (see the top of this file).
+  bool hasClock = false;
+  double clockDifference = 0;  // m: predicted - truth, datum not removed
+  double clock = 0;            // m: clockDifference less the constellation's mean at t
+  double ure = 0;              // m: sisreError with `clock`
 };
+
+// Sets clock and ure of the samples that have a clock difference, removing
+// per truth, constellation and epoch the mean difference over those samples;
+// an epoch with fewer than two such samples of a constellation has no datum
+// and its samples lose their clock. evaluatePredictions calls it.
+void removeClockDatum(std::vector<ErrorSample>& samples);
 
 struct EvaluationResult {
   std::vector<ErrorSample> samples;
@@ -120,6 +143,9 @@ struct SummaryRow {
   double median = 0, p95 = 0, max = 0;               // 3D error, m
   double rmsRadial = 0, rmsAlong = 0, rmsCross = 0;  // m
   double rmsSisre = 0;                               // m
+  std::size_t clockSamples = 0;                      // samples with a clock
+  double rmsClock = 0;                               // m
+  double medianUre = 0, p95Ure = 0, rmsUre = 0;      // m
 };
 
 // Rows per truth, group and day, in that order. Samples before the fit end

@@ -20,6 +20,7 @@
 #ifndef ZARN_HOST_PIPELINE_HPP
 #define ZARN_HOST_PIPELINE_HPP
 
+#include <array>
 #include <functional>
 #include <map>
 #include <string>
@@ -64,6 +65,16 @@ struct PipelineOptions {
   // samples cannot separate it from the orbit: give those the pole estimated
   // for the others (at 42000 km a pole of 0.4" is 80 m).
   support::Eop pole;
+
+  // Hooks of a host that keeps state between runs (both optional). Workers
+  // call them at once from several threads.
+  //
+  // The clock polynomial (offset s, drift s/s, drift rate s/s^2 at the
+  // reference time: a0 + a1 dt + a2 dt^2) to encode at a predicted reference
+  // time; false leaves the extrapolated last broadcast polynomial.
+  std::function<bool(SatelliteId const&, double, std::array<double, 3>&)> predictedClock;
+  // The model parameters of a satellite at the fit end, in place of satelliteAssistance().
+  std::function<support::AssistanceData(SatelliteId const&, support::BeidouSvType, double)> assistance;
 };
 
 // Empty when the options can be used; otherwise what is wrong with them.
@@ -138,6 +149,9 @@ struct ConstellationPrediction {
 // that hold the pole run after the others and take their median pole.
 ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
                                              ConstellationOptions const& options);
+// The fit end that predictConstellation uses for these records.
+double constellationFitEnd(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
+                           ConstellationOptions const& options);
 ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, ConstellationOptions const& options);
 
 }  // namespace host

@@ -27,6 +27,10 @@ class Sp3Orbit {
   bool state(SatelliteId const& sat, double t, support::Vec& pos, support::Vec* vel = nullptr) const;
   // Clock offset (s) at the tabulated epoch nearest t, within half an interval; NaN when absent.
   double clock(SatelliteId const& sat, double t) const;
+  // Clock offset (s) at t, linear between the two tabulated epochs around it
+  // (a satellite clock drifts by up to metres over an SP3 interval); NaN when
+  // either clock is absent or they are further apart than 1.5 intervals.
+  double interpolatedClock(SatelliteId const& sat, double t) const;
 
   std::vector<SatelliteId> satellites() const;
   // First and last tabulated epoch of the satellite (GPS seconds); false when unknown.
