@@ -298,7 +298,7 @@ std::vector<InertialOrbit> readSp3Gcrs(std::string const& path, int gpsMinusUtc)
 }
 
 Vec unitNormal(Vec const& a, Vec const& b) {
-  Vec const n = cross(a, b);
+  Vec const n = zs::cross(a, b);
   return n / norm_2(n);
 }
 
