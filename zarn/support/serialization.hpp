@@ -59,9 +59,12 @@ ZARN_EXPORT void replaceUint32(BinaryData& out, unsigned int value, int& index);
 // (non-zero reads as true); enumerations are 32-bit; a string is a u32 byte
 // count then the bytes; a Mat is u32 rows, u32 columns, then the elements as
 // doubles in row-major order. Records are their fields in wire order.
+// T is a type and takes no parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define ZARN_DECLARE_CODEC(T)                                                       \
   ZARN_EXPORT bool serialize(T const& value, BinaryData& out, unsigned int& count); \
   ZARN_EXPORT bool deserialize(BinaryData const& in, unsigned int& index, T& value)
+// NOLINTEND(bugprone-macro-parentheses)
 
 ZARN_DECLARE_CODEC(unsigned char);
 ZARN_DECLARE_CODEC(signed char);
