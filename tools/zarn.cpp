@@ -39,7 +39,9 @@ using namespace zarn::host;
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
+constexpr double kSecondsPerDay = 86400.0;
 constexpr double kMaxPredictionDays = 14.0;
+constexpr double kDefaultPredictionDays = 7.0;
 constexpr double kEvaluationStep = 300.0;  // s: every predicted ephemeris is sampled every 5 minutes
 constexpr char const* kBeidouIntervalComment = "BDS FIT INTERVAL";
 

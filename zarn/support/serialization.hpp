@@ -50,6 +50,8 @@ ZARN_EXPORT void replaceUint8(BinaryData& out, unsigned char value, int& index);
 ZARN_EXPORT void replaceUint16(BinaryData& out, unsigned short value, int& index);
 ZARN_EXPORT void replaceUint32(BinaryData& out, unsigned int value, int& index);
 
+// The codec macro's T is a type and takes no parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 // Checked codecs. serialize appends the encoding of `value` to `out`, adds the
 // number of bytes appended to `count` and returns true (it cannot fail).
 // deserialize reads from `in` at `index`, advancing `index` byte by byte, and
@@ -59,8 +61,6 @@ ZARN_EXPORT void replaceUint32(BinaryData& out, unsigned int value, int& index);
 // (non-zero reads as true); enumerations are 32-bit; a string is a u32 byte
 // count then the bytes; a Mat is u32 rows, u32 columns, then the elements as
 // doubles in row-major order. Records are their fields in wire order.
-// T is a type and takes no parentheses.
-// NOLINTBEGIN(bugprone-macro-parentheses)
 #define ZARN_DECLARE_CODEC(T)                                                       \
   ZARN_EXPORT bool serialize(T const& value, BinaryData& out, unsigned int& count); \
   ZARN_EXPORT bool deserialize(BinaryData const& in, unsigned int& index, T& value)
