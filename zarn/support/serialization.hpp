@@ -50,8 +50,6 @@ ZARN_EXPORT void replaceUint8(BinaryData& out, unsigned char value, int& index);
 ZARN_EXPORT void replaceUint16(BinaryData& out, unsigned short value, int& index);
 ZARN_EXPORT void replaceUint32(BinaryData& out, unsigned int value, int& index);
 
-// The codec macro's T is a type and takes no parentheses.
-// NOLINTBEGIN(bugprone-macro-parentheses)
 // Checked codecs. serialize appends the encoding of `value` to `out`, adds the
 // number of bytes appended to `count` and returns true (it cannot fail).
 // deserialize reads from `in` at `index`, advancing `index` byte by byte, and
@@ -64,7 +62,6 @@ ZARN_EXPORT void replaceUint32(BinaryData& out, unsigned int value, int& index);
 #define ZARN_DECLARE_CODEC(T)                                                       \
   ZARN_EXPORT bool serialize(T const& value, BinaryData& out, unsigned int& count); \
   ZARN_EXPORT bool deserialize(BinaryData const& in, unsigned int& index, T& value)
-// NOLINTEND(bugprone-macro-parentheses)
 
 ZARN_DECLARE_CODEC(unsigned char);
 ZARN_DECLARE_CODEC(signed char);
