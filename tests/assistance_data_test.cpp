@@ -14,9 +14,7 @@
 #include "support/vectors.hpp"
 #include "zarn/support/utility.hpp"
 
-#ifdef ZARN_HAVE_ERFA
 #include <erfa.h>
-#endif
 
 namespace zarn {
 namespace support {
@@ -140,7 +138,6 @@ TEST(DefaultAssistance, PhaseCentresAreThePublishedIgsValues) {
 // ---------------------------------------------------------------------------
 // Antenna offsets
 
-#ifdef ZARN_HAVE_ERFA
 // The yaw-steering axes built from ERFA's Sun, turned into the Earth-rotating
 // frame of date with ERFA's IAU 1976/1980 precession-nutation and sidereal time.
 TEST(ApcOffset, MovesAlongTheYawSteeringAxes) {
@@ -175,7 +172,6 @@ TEST(ApcOffset, MovesAlongTheYawSteeringAxes) {
     EXPECT_LT(norm_2(back - pos), 1e-6);
   }
 }
-#endif
 
 TEST(ApcOffsetDeathTest, PositionsMustBeThreeDimensional) {
   AntennaPhase offset{};

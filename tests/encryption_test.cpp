@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "libs/support/src/encryption_internal.hpp"
 #include "support/test_support.hpp"
 #include "zarn/support/encryption.hpp"
 

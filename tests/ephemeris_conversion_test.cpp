@@ -12,10 +12,9 @@
 #include <utility>
 #include <vector>
 
+#include "support/broadcast_helpers.hpp"
 #include "support/test_support.hpp"
 #include "support/vectors.hpp"
-#include "zarn/host/rinex_nav.hpp"
-#include "zarn/host/sp3.hpp"
 #include "zarn/support/time_conversion.hpp"
 #include "zarn/support/validation.hpp"
 
@@ -29,7 +28,11 @@ double const icdPi = 3.1415926535898;
 double const week = 604800.0;
 double const bdsOffset = 820108814.0;  // BeiDou seconds + offset = GPS seconds
 
+using zarn::test::almanacOf;
+using zarn::test::keplerOf;
+using zarn::test::positionOf;
 using zarn::test::vec3;
+using zarn::test::velocityByDifferences;
 
 // GPS PRN 1 from brdc2510.16n: toe 2016-09-07 00:00 GPS (week 1913, 259200 s).
 zc::GpsEphemeris gpsPrn1() {
@@ -42,69 +45,8 @@ zc::GpsEphemeris gpsPrn1() {
 }
 double const prn1Toe = 1913 * week + 259200.0;
 
-// A record's 15 kepler elements as ICD-scaled doubles: sqrtA, e, i0, Omega0,
-// omega, M0, deltaN, iDot, OmegaDot, cuc, cus, crc, crs, cic, cis.
-template <typename Record>
-Vec keplerOf(Record const& e, double harmonicAngle, double harmonicRadius) {
-  double const sc = icdPi * std::ldexp(1.0, -31), rate = icdPi * std::ldexp(1.0, -43);
-  double const v[15] = {e.sqrtA * std::ldexp(1.0, -19),
-                        e.e * std::ldexp(1.0, -33),
-                        e.i0 * sc,
-                        e.omega0 * sc,
-                        e.omega * sc,
-                        e.m0 * sc,
-                        e.deltaN * rate,
-                        e.iDot * rate,
-                        e.omegaDot * rate,
-                        e.cuc * harmonicAngle,
-                        e.cus * harmonicAngle,
-                        e.crc * harmonicRadius,
-                        e.crs * harmonicRadius,
-                        e.cic * harmonicAngle,
-                        e.cis * harmonicAngle};
-  Vec k(15);
-  for (unsigned i = 0; i < 15; ++i) k(i) = v[i];
-  return k;
-}
-
 Vec prn1Kepler() {
   return keplerOf(gpsPrn1(), std::ldexp(1.0, -29), std::ldexp(1.0, -5));
-}
-
-// Almanac of an ephemeris (kepler elements k, reference time toe, both scales
-// alike): deltaN folded into the axis, node and anomaly carried to toa, the
-// multiple of 2^12 s of week nearest toe, and all quantised to the almanac LSBs. The
-// caller sets the toa Toc.
-zc::GpsAlmanac almanacOf(Vec const& k, double toe, double gm, double& toa) {
-  double const weekStart = std::floor(toe / week) * week;
-  toa = weekStart + std::floor((toe - weekStart) / 4096.0 + 0.5) * 4096.0;
-  double const dt = toa - toe;
-  double const n = std::sqrt(gm / std::pow(k(0), 6)) + k(6);
-  double const sc = icdPi * std::ldexp(1.0, -23);
-  zc::GpsAlmanac alm;
-  alm.sqrtA = static_cast<std::uint32_t>(std::lround(std::sqrt(std::cbrt(gm / (n * n))) * 2048.0));
-  alm.e = static_cast<std::uint16_t>(std::lround(k(1) * std::ldexp(1.0, 21)));
-  alm.deltaI = static_cast<std::int16_t>(std::lround((k(2) - 0.3 * icdPi) / (icdPi * std::ldexp(1.0, -19))));
-  alm.omega0 = static_cast<std::int32_t>(std::lround(std::remainder(k(3) + k(8) * dt, 2 * icdPi) / sc));
-  alm.omega = static_cast<std::int32_t>(std::lround(std::remainder(k(4), 2 * icdPi) / sc));
-  alm.m0 = static_cast<std::int32_t>(std::lround(std::remainder(k(5) + n * dt, 2 * icdPi) / sc));
-  alm.omegaDot = static_cast<std::int16_t>(std::lround(k(8) / (icdPi * std::ldexp(1.0, -38))));
-  return alm;
-}
-
-// Five-point central difference of a position function (m/s).
-Vec velocityByDifferences(std::function<Vec(double)> const& pos, double t, double h) {
-  return (pos(t - 2 * h) - 8.0 * pos(t - h) + 8.0 * pos(t + h) - pos(t + 2 * h)) / (12.0 * h);
-}
-
-// The position part of a state function state(t, pos, vel).
-template <class State>
-std::function<Vec(double)> positionOf(State state) {
-  return [state](double t) {
-    Vec p(3), v(3);
-    state(t, p, v);
-    return p;
-  };
 }
 
 Vec gpsPosition(zc::GpsEphemeris const& e, double t) {
@@ -370,216 +312,4 @@ TEST(EphemerisConversionDeathTest, PreconditionTexts) {
   EXPECT_DEATH(
       zs::glonassAlmanacToEcef(zc::GlonassAlmanac{}, 0.0, p, bad, {}),
       pattern("glonassAlmanacToEcef: Either coordinate or velocity vector is not three dimensional."));
-}
-
-// ---- Real broadcast ephemerides against precise orbits ----------------------
-
-namespace {
-
-namespace zh = zarn::host;
-
-struct Stats {
-  double sum2 = 0.0, max = 0.0;
-  long count = 0;
-  void add(double d) {
-    sum2 += d * d;
-    max = std::max(max, d);
-    ++count;
-  }
-  double rms() const { return count > 0 ? std::sqrt(sum2 / count) : 0.0; }
-};
-
-// Precise positions by satellite and epoch (GPS seconds).
-using Truth = std::map<std::pair<char, int>, std::map<double, Vec>>;
-
-void addSp3(Truth& truth, std::string const& path) {
-  zh::Sp3Data const data = zh::readSp3(path);
-  for (zh::Sp3Epoch const& epoch : data.epochs) {
-    for (zh::Sp3Entry const& e : epoch.entries) {
-      truth[{e.system, e.prn}][epoch.time] = vec3(e.position[0], e.position[1], e.position[2]);
-    }
-  }
-}
-
-struct Dataset {
-  char const* directory;
-  std::vector<char const*> navigation;
-  std::vector<char const*> precise;
-};
-
-std::vector<Dataset> const datasets = {
-    {"2016-251_252_smartloc",
-     {"brdc2510.16n", "brdc2520.16n", "brdc2510.16g", "brdc2520.16g"},
-     {"gbm19133.sp3", "gbm19134.sp3"}},
-    {"2016-158_smartloc",
-     {"BRDC00WRD_U_20161580000_01D_MN.rnx", "brdc1580.16n", "brdc1580.16g"},
-     {"gbm19001.sp3"}},
-    {"2023-008_instinct", {"BRDM00DLR_S_20230081000_01D_MN.rnx"}, {"GFZ0MGXRAP_20230080000_01D_05M_ORB.SP3"}},
-    {"2020-176_177_navsol",
-     {"MOJN00DNK_R_20201770000_01D_MN.rnx.gz"},
-     {"GRG0MGXFIN_20201760000_01D_15M_ORB.SP3.gz", "GRG0MGXFIN_20201770000_01D_15M_ORB.SP3.gz"}},
-    {"2020-135_139_gnsslibpy",
-     {"brdc1360.20n", "brdc1360.20g", "BRDC00IGS_R_20201360000_01D_MN.rnx"},
-     {"COD0MGXFIN_20201360000_01D_05M_ORB.SP3"}},
-    {"2021-118_120_gnsslibpy", {"brdc1180.21n"}, {"GBM0MGXRAP_20211180000_01D_05M_ORB.SP3"}},
-    {"2009-265_267_gpstk", {"ARL82660.09N"}, {"igs15502.sp3", "igs15503.sp3", "igs15504.sp3"}},
-    {"2015-200_gpstk", {"arlm2000.15n"}, {"test_input_sp3_nav_2015_200.sp3"}},
-    {"2023-071_073", {"brdc0730.23n", "brdc0730.23g"}, {"COD0OPSRAP_20230730000_01D_05M_ORB.SP3"}},
-};
-
-// Validity intervals around the reference time (s): GPS fit interval 4 h,
-// GLONASS 30-minute update, BeiDou hourly update.
-constexpr double gpsHalfSpan = 7200.0, glonassHalfSpan = 900.0, beidouHalfSpan = 3600.0;
-
-struct Results {
-  Stats gps, glonass, beidou[4], gpsAlmanac, beidouAlmanac;
-  double worstVelocity[4] = {0, 0, 0, 0};  // |v - finite difference| per GnssType, m/s
-  long invalid = 0, records = 0;
-  std::vector<std::string> blunders;
-};
-
-void compareDataset(Dataset const& set, Results& out) {
-  std::string const dir = zarn::test::sharedDir() + "/data/" + set.directory + "/";
-  Truth truth;
-  for (char const* f : set.precise) addSp3(truth, dir + f);
-  std::vector<zs::LeapInfo> const leaps = zh::leapSecondTable();  // the built-in table ends in 2015
-  Vec p(3), v(3);
-  // The precise track of a healthy record that is not a broadcast blunder, else null. A record
-  // more than 1 km off at its own reference epoch is a blunder (corrupted record, wrong time
-  // tag), not a conversion error: listed, then skipped.
-  auto trackOf = [&](int health, char system, int prn, double ref, std::function<Vec(double)> const& position,
-                     char const* file, int line) -> std::map<double, Vec> const* {
-    if (health != 0) return nullptr;
-    auto found = truth.find({system, prn});
-    if (found == truth.end()) return nullptr;
-    ++out.records;
-    auto it = found->second.lower_bound(ref);
-    if (it == found->second.end() || it->first - ref > 900.0) return &found->second;
-    double const d = norm_2(position(it->first) - it->second);
-    if (d <= 1000.0) return &found->second;
-    char text[160];
-    std::snprintf(text, sizeof text, "%s/%s:%d %c%02d %.0f m", set.directory, file, line, system, prn, d);
-    out.blunders.push_back(text);
-    return nullptr;
-  };
-  // Calls sample(t, precise position) at the precise epochs within halfSpan of ref.
-  auto within = [](std::map<double, Vec> const& track, double ref, double halfSpan, auto&& sample) {
-    for (auto it = track.lower_bound(ref - halfSpan); it != track.end() && it->first <= ref + halfSpan;
-         ++it) {
-      sample(it->first, it->second);
-    }
-  };
-
-  for (char const* f : set.navigation) {
-    zh::NavData const nav = zh::readRinexNav(dir + f);
-    for (zh::GpsNavRecord const& r : nav.gps) {
-      zc::GpsEphemeris const& e = r.eph;
-      double const toe = zs::gpsToGpsSecs(e.toe);
-      auto const position = positionOf([&](double t, Vec& q, Vec& w) { zs::gpsEphemerisToEcef(e, t, q, w); });
-      auto const* track = trackOf(e.health, 'G', e.svId, toe, position, f, r.line);
-      if (track == nullptr) continue;
-      double toa = 0.0;
-      zc::GpsAlmanac almanac = almanacOf(keplerOf(e, std::ldexp(1.0, -29), 1.0 / 32), toe, 3.986005e14, toa);
-      almanac.toa = zs::gpsSecsToGps(toa);
-      within(*track, toe, gpsHalfSpan, [&](double t, Vec const& precise) {
-        zs::gpsEphemerisToEcef(e, t, p, v);
-        out.gps.add(norm_2(p - precise));
-        if (!zs::validGpsSatCoordinates(p, v, true)) ++out.invalid;
-        Vec pa(3);
-        zs::almanacToEcef(almanac, t, pa);
-        out.gpsAlmanac.add(norm_2(pa - p));
-      });
-      zs::gpsEphemerisToEcef(e, toe + 1000.0, p, v);
-      out.worstVelocity[zc::GPS] = std::max(out.worstVelocity[zc::GPS],
-                                            norm_inf(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
-    }
-
-    for (zh::BeidouNavRecord const& r : nav.beidou) {
-      zc::BeidouEphemeris const& e = r.eph;
-      zs::BeidouSvType const type = zs::getBeidouSvType(e);
-      double const toe = zs::beidouSecsToGpsSecs(zs::beidouToSecs(e.toe));
-      auto const position =
-          positionOf([&](double t, Vec& q, Vec& w) { zs::beidouEphemerisToEcef(e, t, q, w); });
-      auto const* track = trackOf(e.health, 'C', e.svId, toe, position, f, r.line);
-      if (track == nullptr) continue;
-      // A BeiDou almanac of MEO and IGSO orbits, on the BDT scale; the GEO model's frame differs.
-      double toa = 0.0;
-      zc::BeidouAlmanac almanac;
-      if (type != zs::GEO) {
-        zc::GpsAlmanac const g = almanacOf(keplerOf(e, std::ldexp(1.0, -31), 1.0 / 64),
-                                           zs::beidouToSecs(e.toe), 3.986004418e14, toa);
-        almanac.sqrtA = g.sqrtA, almanac.e = g.e, almanac.deltaI = g.deltaI, almanac.omega0 = g.omega0;
-        almanac.omega = g.omega, almanac.m0 = g.m0, almanac.omegaDot = g.omegaDot;
-        almanac.toa = zs::secsToBeidou(toa);
-      }
-      within(*track, toe, beidouHalfSpan, [&](double t, Vec const& precise) {
-        zs::beidouEphemerisToEcef(e, t, p, v);
-        out.beidou[type].add(norm_2(p - precise));
-        if (type == zs::GEO) {
-          // The GEO velocity is not Earth-fixed; the checks take the one of the positions.
-          v = velocityByDifferences(position, t, 1.0);
-        } else {
-          Vec pa(3), va(3);
-          zs::beidouAlmanacToEcef(almanac, t, pa, va, type);
-          out.beidouAlmanac.add(norm_2(pa - p));
-        }
-        if (!zs::validBeidouSatCoordinates(p, v, type, true)) ++out.invalid;
-      });
-      if (type != zs::GEO) {
-        zs::beidouEphemerisToEcef(e, toe + 1000.0, p, v);
-        out.worstVelocity[zc::BEIDOU] = std::max(
-            out.worstVelocity[zc::BEIDOU], norm_inf(v - velocityByDifferences(position, toe + 1000.0, 1.0)));
-      }
-    }
-
-    for (zh::GlonassNavRecord const& r : nav.glonass) {
-      zc::GlonassEphemeris const& e = r.eph;
-      double const t0 = zs::glonassSecsToGpsSecs(zs::glonassToSecs(e.time), leaps);
-      if (e.health == 0 && truth.count({'R', e.svId})) {
-        EXPECT_NEAR(t0, r.raw.toc, 0.5) << f << " R" << e.svId;
-      }
-      auto const position =
-          positionOf([&](double t, Vec& q, Vec& w) { zs::glonassEphemerisToEcef(e, t, q, w, leaps); });
-      auto const* track = trackOf(e.health, 'R', e.svId, t0, position, f, r.line);
-      if (track == nullptr) continue;
-      within(*track, t0, glonassHalfSpan, [&](double t, Vec const& precise) {
-        zs::glonassEphemerisToEcef(e, t, p, v, leaps);
-        out.glonass.add(norm_2(p - precise));
-        if (!zs::validGlonassSatCoordinates(p, v, true)) ++out.invalid;
-      });
-      zs::glonassEphemerisToEcef(e, t0 + 600.0, p, v, leaps);
-      out.worstVelocity[zc::GLONASS] = std::max(
-          out.worstVelocity[zc::GLONASS], norm_inf(v - velocityByDifferences(position, t0 + 600.0, 2.0)));
-    }
-  }
-}
-
-}  // namespace
-
-TEST(RealBroadcast, AgreesWithPreciseOrbits) {
-  ZARN_SHARED_FILE_OR_SKIP(probe, "data/2016-251_252_smartloc/gbm19133.sp3");
-  Results r;
-  testing::internal::CaptureStderr();  // the validation checks log every rejected state
-  for (Dataset const& set : datasets) compareDataset(set, r);
-  std::string const rejected = testing::internal::GetCapturedStderr();
-  std::printf(
-      "RMS m: GPS %.2f, GLONASS %.2f, BeiDou IGSO %.2f MEO %.2f GEO %.2f; %ld records, %zu blunders\n",
-      r.gps.rms(), r.glonass.rms(), r.beidou[zs::IGSO].rms(), r.beidou[zs::MEO].rms(),
-      r.beidou[zs::GEO].rms(), r.records, r.blunders.size());
-  for (std::string const& b : r.blunders) std::printf("  %s\n", b.c_str());
-  EXPECT_LT(r.blunders.size(), static_cast<std::size_t>(r.records / 200));
-  EXPECT_GT(r.gps.count, 10000);
-  EXPECT_GT(r.glonass.count, 2000);
-  EXPECT_GT(r.beidou[zs::MEO].count, 100);
-  EXPECT_GT(r.beidou[zs::IGSO].count, 100);
-  EXPECT_LT(r.gps.rms(), 4.0);
-  EXPECT_LT(r.glonass.rms(), 10.0);
-  EXPECT_LT(r.beidou[zs::MEO].rms(), 10.0);
-  EXPECT_LT(r.beidou[zs::IGSO].rms(), 10.0);
-  EXPECT_LT(r.gpsAlmanac.max, 5000.0);
-  EXPECT_LT(r.beidouAlmanac.max, 5000.0);
-  EXPECT_LT(r.worstVelocity[zc::GPS], 1e-5);
-  EXPECT_LT(r.worstVelocity[zc::BEIDOU], 1e-5);
-  EXPECT_LT(r.worstVelocity[zc::GLONASS], 1e-4);
-  EXPECT_EQ(r.invalid, 0) << rejected.substr(0, 2000);
 }

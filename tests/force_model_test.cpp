@@ -16,13 +16,11 @@
 #include <string>
 #include <vector>
 
+#include "support/erfa_bodies.hpp"
 #include "support/test_support.hpp"
 #include "support/vectors.hpp"
-#include "zarn/host/sp3.hpp"
 
-#ifdef ZARN_HAVE_ERFA
 #include <erfa.h>
-#endif
 
 namespace zarn {
 namespace support {
@@ -231,9 +229,10 @@ TEST(GeopotentialDeathTest, WrongWorkMatrixSizesAbort) {
 // ---------------------------------------------------------------------------
 // Sun and Moon
 
-constexpr double kJdGpsOrigin = 2444244.5;
-constexpr double kGpsToTt = 51.184;
-constexpr double kAu = 149597870700.0;  // IAU 2012, m
+using test::erfaSunMoon;
+using test::kAu;
+using test::kGpsToTt;
+using test::kJdGpsOrigin;
 
 // Point-mass attraction of the Moon and the Sun at r, less that on the Earth's centre.
 Vec thirdBodies(Vec const& r, Vec const& moon, Vec const& sun) {
@@ -243,20 +242,6 @@ Vec thirdBodies(Vec const& r, Vec const& moon, Vec const& sun) {
     a += gm * (d / std::pow(norm_2(d), 3) - body / std::pow(norm_2(body), 3));
   }
   return a;
-}
-
-#ifdef ZARN_HAVE_ERFA
-// Geometric geocentric Sun and Moon in the GCRS (within 23 mas of the mean
-// equator and equinox of J2000), metres, at GPS time t.
-void erfaSunMoon(double t, double sun[3], double moon[3]) {
-  double const tt = (t + kGpsToTt) / 86400.0;
-  double pvh[2][3], pvb[2][3], pvm[2][3];
-  eraEpv00(kJdGpsOrigin, tt, pvh, pvb);  // TDB ~ TT here
-  eraMoon98(kJdGpsOrigin, tt, pvm);
-  for (int i = 0; i < 3; ++i) {
-    sun[i] = -pvh[0][i] * kAu;
-    moon[i] = pvm[0][i] * kAu;
-  }
 }
 
 // The series are referred to the mean equator and equinox of J2000 (the
@@ -320,7 +305,6 @@ TEST(SunMoon, AccelerationInTheEarthRotatingFrameAgreesWithErfa) {
     EXPECT_LT(norm_2(acc - expected), 5e-3 * norm_2(expected)) << t;
   }
 }
-#endif
 
 // ---------------------------------------------------------------------------
 // Shadow and radiation pressure
@@ -444,77 +428,6 @@ TEST(SolarRadiationPressure, PartialsMatchFiniteDifferences) {
     }
   }
 }
-
-#ifdef ZARN_HAVE_ERFA
-// GPS satellites of an IGS final orbit, in the GCRS: Earth-fixed SP3 positions
-// rotated with ERFA's IAU 2006/2000A chain (UT1 taken as UTC, pole at zero:
-// both well below what an eclipse test can see).
-struct InertialOrbit {
-  std::vector<double> t;  // GPS seconds
-  std::vector<Vec> r;     // m, GCRS
-};
-
-std::vector<InertialOrbit> readSp3Gcrs(std::string const& path, int gpsMinusUtc) {
-  std::vector<InertialOrbit> orbits(33);
-  for (host::Sp3Epoch const& epoch : host::readSp3(path).epochs) {
-    double const days = std::floor(epoch.time / 86400.0), jd0 = kJdGpsOrigin + days;
-    double const day = epoch.time / 86400.0 - days;
-    double rc2t[3][3], e3[3], g[3];
-    eraC2t06a(jd0, day + kGpsToTt / 86400.0, jd0, day - gpsMinusUtc / 86400.0, 0.0, 0.0, rc2t);
-    for (host::Sp3Entry const& e : epoch.entries) {
-      if (e.system != 'G' || e.prn < 1 || e.prn > 32) continue;
-      std::copy(e.position, e.position + 3, e3);
-      eraTrxp(rc2t, e3, g);
-      orbits[e.prn].t.push_back(epoch.time);
-      orbits[e.prn].r.push_back(vec3(g[0], g[1], g[2]));
-    }
-  }
-  return orbits;
-}
-
-Vec unitNormal(Vec const& a, Vec const& b) {
-  Vec const n = cross(a, b);
-  return n / norm_2(n);
-}
-
-// Elevation of the Sun (ERFA) above the plane with unit normal n.
-double betaAngle(Vec const& n, double t) {
-  double sun[3], moon[3];
-  erfaSunMoon(t, sun, moon);
-  return std::asin(inner_prod(n, vec3(sun[0], sun[1], sun[2])) / eraPm(sun));
-}
-
-// Eclipses happen on an orbit of radius a only while the Sun is within
-// asin(R/a) (13.9 deg for GPS) of the orbital plane.
-TEST(Eclipse, RealGpsOrbitsAreEclipsedOnlyInSeason) {
-  ZARN_SHARED_FILE_OR_SKIP(path, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
-  std::vector<InertialOrbit> const orbits = readSp3Gcrs(path, 18);
-  ForceModel model;  // quasi-inertial frame = J2000 axes
-  double const deg = M_PI / 180.0;
-  int inSeason = 0, outOfSeason = 0;
-  for (int prn = 1; prn <= 32; ++prn) {
-    InertialOrbit const& o = orbits[prn];
-    if (o.r.size() < 90) continue;
-    double const limit = std::asin(kShadowRadius / norm_2(o.r[0]));
-    double const beta = betaAngle(unitNormal(o.r[0], o.r[1]), o.t[o.t.size() / 2]);
-    int eclipsed = 0;
-    for (std::size_t k = 0; k < o.r.size(); ++k) eclipsed += model.isEclipsed(o.r[k], o.t[k]) ? 1 : 0;
-    // Shadow passages last at most about an hour, penumbra included, twice a day.
-    int const perPassage = static_cast<int>(3600.0 / (o.t[1] - o.t[0])) + 1;
-    EXPECT_LE(eclipsed, 2 * perPassage) << "G" << prn;
-    if (std::fabs(beta) < limit - 2.0 * deg) {
-      ++inSeason;
-      EXPECT_GE(eclipsed, 2) << "G" << prn << " beta " << beta / deg;
-    } else if (std::fabs(beta) > limit + 0.5 * deg) {
-      ++outOfSeason;
-      EXPECT_EQ(eclipsed, 0) << "G" << prn << " beta " << beta / deg;
-    }
-  }
-  EXPECT_GE(inSeason, 3);
-  EXPECT_GE(outOfSeason, 15);
-}
-
-#endif
 
 // ---------------------------------------------------------------------------
 // ForceModel

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "libs/support/src/log_internal.hpp"
 #include "support/test_support.hpp"
 #include "zarn/support.hpp"  // the umbrella header must stay self-contained
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "support/broadcast_records.hpp"
+#include "support/keplerian_fit_check.hpp"
 #include "support/test_support.hpp"
-#include "zarn/host/rinex_nav.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
 
@@ -17,100 +17,15 @@ namespace zs = zarn::support;
 namespace zt = zarn::test;
 using zs::Mat;
 using zs::Vec;
+using zt::fit;
+using zt::sample;
+using zt::Samples;
+using zt::toeGps;
 
 namespace {
 
 double const week = 604800.0;
-double const pi = 3.14159265358979323846;
 char const fitSource[] = "libs/support/src/keplerian_fit";
-
-struct Samples {
-  Mat r, v;
-  Vec t;
-};
-
-// n states of a record at t0 + k step (GPS seconds), one per column.
-template <typename Record>
-Samples sample(Record const& e, double t0, double step, unsigned n) {
-  Samples s{Mat(3, n), Mat(3, n), Vec(n)};
-  Vec p(3), v(3);
-  for (unsigned k = 0; k < n; ++k) {
-    s.t(k) = t0 + k * step;
-    zt::position(e, s.t(k), p, v);
-    column(s.r, k) = p;
-    column(s.v, k) = v;
-  }
-  return s;
-}
-
-bool fit(zc::GnssType gnss, Samples const& s, Vec& kepler) {
-  return zs::satelliteStatesToKeplerian(gnss, s.r, s.v, s.t, kepler);
-}
-
-// Largest distance (m) between the positions of two records at the times.
-template <typename Record>
-double largestDistance(Record const& a, Record const& b, Vec const& t) {
-  Vec pa(3), pb(3), v(3);
-  double d = 0.0;
-  for (double tk : t) {
-    zt::position(a, tk, pa, v);
-    zt::position(b, tk, pb, v);
-    d = std::fmax(d, norm_2(pa - pb));
-  }
-  return d;
-}
-
-// Largest difference of the orbit words, in units of their last bit. Only the
-// sum of omega and M0 counts: for small e the positions fix the argument of
-// latitude but split it between perigee and anomaly only to 1 cm / (a e).
-template <typename Record>
-std::int64_t largestWordDifference(Record const& a, Record const& b) {
-  zt::Words const wa = zt::words(a), wb = zt::words(b);
-  std::int64_t d = std::llabs(wa.w[4] + wa.w[5] - wb.w[4] - wb.w[5]);
-  for (int k = 0; k < 15; ++k) {
-    if (k != 4 && k != 5) d = std::max<std::int64_t>(d, std::llabs(wa.w[k] - wb.w[k]));
-  }
-  return d;
-}
-
-template <typename Record>
-double toeGps(Record const& e);
-template <>
-double toeGps(zc::GpsEphemeris const& e) {
-  return zs::gpsToGpsSecs(e.toe);
-}
-template <>
-double toeGps(zc::BeidouEphemeris const& e) {
-  return zs::beidouSecsToGpsSecs(zs::beidouToSecs(e.toe));
-}
-
-bool encode(Vec const& kepler, zc::GpsEphemeris& e) {
-  return zs::keplerianToGpsEphemeris(kepler, e);
-}
-bool encode(Vec const& kepler, zc::BeidouEphemeris& e) {
-  return zs::keplerianToBeidouEphemeris(kepler, e);
-}
-
-// Fits four hours of positions centred on the record's toe and encodes them.
-template <typename Record>
-void expectRecovered(zc::GnssType gnss, Record const& truth, std::int64_t wordTolerance, double metres,
-                     char const* name) {
-  Samples const s = sample(truth, toeGps(truth) - 7200.0, 300.0, 49);
-  Vec kepler;
-  ASSERT_TRUE(fit(gnss, s, kepler)) << name;
-  ASSERT_EQ(kepler.size(), 17u);
-  for (int k : {2, 3, 4, 5}) {  // signed angle words
-    EXPECT_GE(kepler(k), -pi) << name << " " << k;
-    EXPECT_LT(kepler(k), pi) << name << " " << k;
-  }
-  Record fitted;
-  EXPECT_TRUE(encode(kepler, fitted)) << name;
-  EXPECT_TRUE(fitted.toe == truth.toe) << name;
-  if (wordTolerance >= 0) {
-    EXPECT_LE(largestWordDifference(fitted, truth), wordTolerance) << name;
-  }
-  EXPECT_LT(largestDistance(fitted, truth, s.t), metres) << name;
-}
 
 }  // namespace
 
@@ -218,28 +133,4 @@ TEST(KeplerianFitDeathTest, SizeTexts) {
                fatal("keplerianToGpsEphemeris: invalid size keplerian vector"));
   EXPECT_DEATH(zs::keplerianToBeidouEphemeris(Vec(16), b),
                fatal("keplerianToBeidouEphemeris: invalid size keplerian vector"));
-}
-
-// Every GPS record of a daily file and every BeiDou record of a mixed file are
-// fitted back to the same words. A GEO orbit is nearly circular (e = 2.6e-4):
-// its perigee and mean anomaly trade against e and the radius terms at the
-// centimetre level, so only its positions are compared. The iteration stops at 1 cm, which at IGSO height
-// leaves e free by up to ten of its 2^-33 LSBs (5 cm along the radius).
-TEST(KeplerianFit, RecoversEveryRecordOfNavigationFiles) {
-  ZARN_SHARED_FILE_OR_SKIP(gpsFile, "data/2016-251_252_smartloc/brdc2510.16n");
-  ZARN_SHARED_FILE_OR_SKIP(mixedFile, "data/2016-158_smartloc/BRDC00WRD_U_20161580000_01D_MN.rnx");
-  for (auto const& r : zarn::host::readRinexNav(gpsFile).gps) {
-    expectRecovered(zc::GPS, r.eph, 2, 0.05, ("GPS line " + std::to_string(r.line)).c_str());
-  }
-  // At the 42,164 km radius of GEO and IGSO orbits half a last bit moves the orbit by 3 cm for each angle
-  // word and by up to 5 cm at the ends of the four-hour arc for each rate word, so the rounding of the
-  // words alone shifts it by several centimetres. Where the 1 cm stop leaves the fit, and so which way each
-  // word rounds, depends on the last bits of the arithmetic: one IGSO record lands at 3.8 cm with separate
-  // multiplies and adds, at 6.0 cm with the fused multiply-adds aarch64 compilers emit.
-  for (auto const& r : zarn::host::readRinexNav(mixedFile).beidou) {
-    zs::BeidouSvType const type = zs::getBeidouSvType(r.eph);
-    double const metres = type == zs::GEO ? 0.15 : (type == zs::IGSO ? 0.10 : 0.05);
-    expectRecovered(zc::BEIDOU, r.eph, type == zs::GEO ? -1 : 10, metres,
-                    ("BeiDou line " + std::to_string(r.line)).c_str());
-  }
 }

@@ -8,9 +8,7 @@
 #ifndef ZARN_SUPPORT_ENCRYPTION_HPP
 #define ZARN_SUPPORT_ENCRYPTION_HPP
 
-#include <cstddef>
 #include <cstdint>
-#include <string>
 
 #include "zarn/core/records.hpp"
 #include "zarn/support/export.hpp"
@@ -42,12 +40,6 @@ ZARN_EXPORT bool tripleDesDecrypt(BinaryData const& in, char const* key, BinaryD
 // build are readable only by builds with the same pieces.
 ZARN_EXPORT bool encrypt(BinaryData const& in, BinaryData& out);
 ZARN_EXPORT bool decrypt(BinaryData const& in, BinaryData& out);
-
-// Key assembly from `count` text pieces taken in consecutive pairs: each piece
-// is rotated left by (code of its first character) mod (its length), and the
-// two rotated pieces of a pair are combined by exclusive-or over the length of
-// the shorter; the pair results are concatenated. An odd last piece is ignored.
-ZARN_EXPORT std::string combineKeyPieces(char const* const* pieces, std::size_t count);
 
 }  // namespace support
 }  // namespace zarn

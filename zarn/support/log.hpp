@@ -13,9 +13,6 @@ namespace log {
 
 enum Level : unsigned { DEBUG = 1, INFO = 2, WARNING = 3, ERROR = 4, FATAL = 5 };
 
-// Android priority for a level; 0 (ANDROID_LOG_UNKNOWN) outside 1..5.
-ZARN_EXPORT int priority(Level level);
-
 // printf-style line, passed unchanged to the platform; nothing for an empty format.
 ZARN_EXPORT void printFormatted(Level level, char const* tag, char const* format, ...)
     __attribute__((format(printf, 3, 4)));

@@ -198,10 +198,10 @@ std::string formatGpsTime(double gpsSeconds) {
   char text[48];
   if (millis > 0) {
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", c.year, c.month, c.day, c.hour,
-                  c.minute, static_cast<int>(c.second + 0.5), millis);
+                  c.minute, static_cast<int>(std::lround(c.second)), millis);
   } else {
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", c.year, c.month, c.day, c.hour,
-                  c.minute, static_cast<int>(c.second + 0.5));
+                  c.minute, static_cast<int>(std::lround(c.second)));
   }
   return text;
 }

@@ -26,10 +26,12 @@ char const* priorityName(int prio) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 extern "C" int __android_log_write(int prio, const char* tag, const char* text) {
   return std::fprintf(stderr, "%s/%s: %s\n", priorityName(prio), tag ? tag : "", text ? text : "");
 }
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
   // One fprintf per piece is fine: the caller holds the log mutex.
   int n = std::fprintf(stderr, "%s/%s: ", priorityName(prio), tag ? tag : "");

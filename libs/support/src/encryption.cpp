@@ -1,5 +1,7 @@
 #include "zarn/support/encryption.hpp"
 
+#include "encryption_internal.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>

@@ -1,5 +1,7 @@
 #include "zarn/support/log.hpp"
 
+#include "log_internal.hpp"
+
 #include <android/log.h>
 
 #include <cstdarg>

@@ -3,14 +3,11 @@
 //
 // Row index j + 4 for the point j = -4..4 of the nine-point window (start-up
 // and corrector) and j = 5 (predictor of the next point); column index k + 4
-// for the acceleration a_k, k = -4 (oldest) .. 4 (newest). Exported only so
-// that the tests can check the exact numerators.
+// for the acceleration a_k, k = -4 (oldest) .. 4 (newest).
 #ifndef ZARN_SUPPORT_TABLES_GAUSS_JACKSON_TABLE_HPP
 #define ZARN_SUPPORT_TABLES_GAUSS_JACKSON_TABLE_HPP
 
 #include <cstdint>
-
-#include "zarn/support/export.hpp"
 
 namespace zarn {
 namespace support {
@@ -18,13 +15,13 @@ namespace tables {
 
 // Summed-Adams (velocity) coefficients b_jk = numerator / 7257600.
 constexpr std::int32_t summedAdamsDenominator = 7257600;
-ZARN_EXPORT extern std::int32_t const summedAdamsNumerators[10][9];
-ZARN_EXPORT extern double const summedAdams[10][9];
+extern std::int32_t const summedAdamsNumerators[10][9];
+extern double const summedAdams[10][9];
 
 // Gauss-Jackson (position) coefficients a_jk = numerator / 159667200.
 constexpr std::int32_t gaussJacksonDenominator = 159667200;
-ZARN_EXPORT extern std::int32_t const gaussJacksonNumerators[10][9];
-ZARN_EXPORT extern double const gaussJackson[10][9];
+extern std::int32_t const gaussJacksonNumerators[10][9];
+extern double const gaussJackson[10][9];
 
 }  // namespace tables
 }  // namespace support

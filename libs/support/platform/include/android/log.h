@@ -22,7 +22,9 @@ typedef enum android_LogPriority {
   ANDROID_LOG_SILENT
 } android_LogPriority;
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 int __android_log_write(int prio, const char* tag, const char* text);
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap);
 
 #ifdef __cplusplus
