@@ -36,6 +36,11 @@ namespace host {
 // initialisation from new broadcast ephemerides.
 constexpr double kMaxPredictionDays = 14.0;
 
+// How a GLONASS orbit starts: the filter on Earth-fixed samples of the
+// broadcast states over the fit span (as GPS and BeiDou), or the newest
+// broadcast state alone or with a second one about glonassPairAge older.
+enum class GlonassStart { filter, oneState, twoStates };
+
 struct PipelineOptions {
   double fitEnd = 0;             // GPS seconds: the last sample is at or before it, on the grid
   double fitSpan = 24 * 3600.0;  // s: samples cover [fitEnd - fitSpan, fitEnd]
@@ -52,6 +57,8 @@ struct PipelineOptions {
   // samples cannot separate it from the orbit: give those the pole estimated
   // for the others (at 42000 km a pole of 0.4" is 80 m).
   support::Eop pole;
+  GlonassStart glonassStart = GlonassStart::filter;
+  double glonassPairAge = 6 * 3600.0;  // s: age of the second state of GlonassStart::twoStates
 };
 
 // Empty when the options can be used; otherwise what is wrong with them.
@@ -63,7 +70,7 @@ struct SatellitePrediction {
   SatelliteId sat;
   std::string skipReason;            // non-empty when nothing was predicted: one line saying why
   std::vector<std::string> notes;    // records left out and other remarks, one line each
-  std::vector<Ephemeris> predicted;  // encoded and validated, in toe order
+  std::vector<Ephemeris> predicted;  // encoded and validated, in toe order (GLONASS: fromGlonass)
   int rejected = 0;                  // windows whose fit failed or whose elements failed validation
   double fitStart = 0, fitEnd = 0;   // GPS seconds of the first and last sample
   int samples = 0;
@@ -87,6 +94,8 @@ support::Eop medianPole(std::vector<SatellitePrediction> const& predictions);
 
 // From one satellite's broadcast ephemerides (any order, as read). Records
 // after the fit end are not used; the rest are screened (screenEphemerides).
+// GLONASS satellites go to predictGlonassFromBroadcast (glonass_pipeline.hpp),
+// as they do to predictGlonassFromSp3 below.
 SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records,
                                          PipelineOptions const& options);
 // From precise orbits (centre of mass). Clock terms are a straight line fitted
@@ -100,7 +109,7 @@ struct ConstellationOptions {
   // fitEnd is used only when fitEndGiven; pole is replaced for the satellites that hold it.
   PipelineOptions pipeline;
   bool fitEndGiven = false;
-  std::vector<char> systems = {'G', 'C'};
+  std::vector<char> systems = {'G', 'R', 'C'};
   std::vector<SatelliteId> satellites;  // only these; empty: every satellite of `systems`
   unsigned threads = 1;                 // worker threads (at least one)
   // If set: called with (0, selected satellites) before the first one starts,
