@@ -170,7 +170,31 @@ void predictFromSamples(Samples const& s, Clock const& clock, core::GlonassEphem
   result.pole = support::Eop{est.state(6), est.state(7)};
   double const cpu1 = threadCpuSeconds();
   result.estimateSeconds = cpu1 - cpu0;
-  propagateSlots(model, s.t[n / 2], o.sampleStep, clock, templateRecord, o, leap, result);
+  // The integrator stands at the middle sample: step it through the later
+  // samples to measure the fit, then on to the slots.
+  double reached = s.t[n / 2];
+  std::size_t const later = n - 1 - n / 2;
+  if (later > 0) {
+    Mat positions(3, later), velocities(3, later);
+    Vec epochs(later);
+    for (std::size_t j = 0; j < later; ++j) epochs(j) = s.t[n / 2 + 1 + j];
+    support::OdeFunGj8 ode(model);
+    if (model.getGj8Integrator().gj8Propagate(ode, positions, velocities, static_cast<unsigned>(later)) !=
+        later) {
+      result.skipReason = "the estimated orbit does not propagate over the fit span";
+      return;
+    }
+    support::int0StatesToItrs(model, epochs, leap, false, positions, velocities);
+    double sum = 0.0;
+    for (std::size_t j = 0; j < later; ++j) {
+      double const d =
+          support::distance(boost::numeric::ublas::column(positions, j), s.position[n / 2 + 1 + j]);
+      sum += d * d;
+    }
+    result.sampleRms = std::sqrt(sum / static_cast<double>(later));
+    reached = s.t.back();
+  }
+  propagateSlots(model, reached, o.sampleStep, clock, templateRecord, o, leap, result);
   double const cpu2 = threadCpuSeconds();
   result.propagateSeconds = cpu2 - cpu1;
   result.cpuSeconds = cpu2 - cpu0;

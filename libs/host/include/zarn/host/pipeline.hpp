@@ -75,6 +75,7 @@ struct SatellitePrediction {
   double fitStart = 0, fitEnd = 0;   // GPS seconds of the first and last sample
   int samples = 0;
   double sampleRms = 0;       // m: RMS distance between the samples and the estimated orbit
+                              // (GLONASS: over the second half of the span)
   double maxFitResidual = 0;  // m: with checkFit, the largest distance between a written
                               // ephemeris and the propagated states of its window
                               // (infinite when that propagation fails)
