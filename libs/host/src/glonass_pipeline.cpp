@@ -54,11 +54,12 @@ struct Samples {
 };
 
 // The sample grid: instants of [fitEnd - fitSpan, fitEnd] on the step grid
-// shifted by the leap seconds, an odd count (the filter starts the integrator
+// through the slots (the step divides their spacing), an odd count (the filter starts the integrator
 // on the middle one).
 std::vector<double> sampleGrid(PipelineOptions const& o, int leap) {
   double const h = o.sampleStep;
-  double const last = std::floor((o.fitEnd - leap) / h + 1e-9) * h + leap;
+  double const phase = leap + kSlotPhase;  // a slot lies on the grid
+  double const last = std::floor((o.fitEnd - phase) / h + 1e-9) * h + phase;
   long long count = static_cast<long long>(std::floor(o.fitSpan / h + 1e-9)) + 1;
   if (count % 2 == 0) --count;
   std::vector<double> t;

@@ -80,6 +80,7 @@ ScreeningOptions screeningOptionsFor(char system) {
   } else if (system == 'R') {
     options.maxSeparation = kGlonassMaxSeparation;
     options.trusted = kGlonassTrusted;
+    options.untilAgreement = true;
   }
   return options;
 }
@@ -140,7 +141,10 @@ ScreeningResult screenEphemerides(std::vector<Ephemeris> const& records, Screeni
       double const d = separation(healthy[i], healthy[j]);
       compared[i].push_back({j, d});
       compared[j].push_back({i, d});
-      if (d < options.agreement) groups.join(i, j);
+      if (d < options.agreement) {
+        groups.join(i, j);
+        if (options.untilAgreement) break;
+      }
     }
   }
   std::map<std::size_t, std::vector<std::size_t>> members;

@@ -24,6 +24,10 @@ struct ScreeningOptions {
   // interval, plus a minute for uploads that cut over a few seconds early
   // (reference times such as 21:59:44).
   double trusted = 2.0 * 3600.0 + 60.0;
+  // Compare a record with later ones only until one agrees (enough to bridge
+  // a bad record; the agreeing one carries the chain on). For GLONASS, whose
+  // broadcast orbit is integrated second by second, this halves the cost.
+  bool untilAgreement = false;
 };
 
 // Screening options that suit the constellation (BeiDou records are hourly
