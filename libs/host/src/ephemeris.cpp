@@ -173,6 +173,16 @@ std::map<SatelliteId, std::vector<Ephemeris>> collectEphemerides(std::vector<Nav
   return bySat;
 }
 
+std::vector<Ephemeris> recordsUpTo(std::vector<Ephemeris> const& records, double t) {
+  std::vector<Ephemeris> usable;
+  for (Ephemeris const& e : records) {
+    if (e.toe <= t) usable.push_back(e);
+  }
+  std::stable_sort(usable.begin(), usable.end(),
+                   [](Ephemeris const& a, Ephemeris const& b) { return a.toe < b.toe; });
+  return usable;
+}
+
 support::AssistanceData satelliteAssistance(SatelliteId const& sat, support::BeidouSvType type,
                                             double gpsSeconds) {
   core::GnssType const gnss = gnssType(sat.system);

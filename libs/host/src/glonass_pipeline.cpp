@@ -284,12 +284,7 @@ SatellitePrediction predictGlonassFromBroadcast(std::vector<Ephemeris> const& re
   result.sat = records.front().sat;
   result.skipReason = checkOptions(o);
   if (!result.skipReason.empty()) return result;
-  std::vector<Ephemeris> usable;
-  for (Ephemeris const& e : records) {
-    if (e.toe <= o.fitEnd) usable.push_back(e);
-  }
-  std::stable_sort(usable.begin(), usable.end(),
-                   [](Ephemeris const& a, Ephemeris const& b) { return a.toe < b.toe; });
+  std::vector<Ephemeris> const usable = recordsUpTo(records, o.fitEnd);
   if (usable.empty()) {
     result.skipReason = "no ephemeris up to the fit end " + formatGpsTime(o.fitEnd);
     return result;

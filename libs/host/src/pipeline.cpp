@@ -544,12 +544,7 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
   if (records.front().sat.system == 'R') return predictGlonassFromBroadcast(records, o);
   result.sat = records.front().sat;
   char const system = result.sat.system;
-  std::vector<Ephemeris> usable;
-  for (Ephemeris const& e : records) {
-    if (e.toe <= o.fitEnd) usable.push_back(e);
-  }
-  std::stable_sort(usable.begin(), usable.end(),
-                   [](Ephemeris const& a, Ephemeris const& b) { return a.toe < b.toe; });
+  std::vector<Ephemeris> const usable = recordsUpTo(records, o.fitEnd);
   if (usable.empty()) {
     result.skipReason = "no ephemeris up to the fit end " + formatGpsTime(o.fitEnd);
     return result;

@@ -72,6 +72,9 @@ support::BeidouSvType svType(Ephemeris const& eph);
 // every file merged; nothing is screened or removed here).
 std::map<SatelliteId, std::vector<Ephemeris>> collectEphemerides(std::vector<NavData> const& files);
 
+// The records with toe at or before t (GPS seconds), in toe order (stable).
+std::vector<Ephemeris> recordsUpTo(std::vector<Ephemeris> const& records, double t);
+
 // Model parameters (radiation pressure, antenna offset, error model) of the
 // satellite flying a PRN at GPS time t: the library's defaults, with the
 // radiation-pressure scale and antenna offset of the satellite that the
