@@ -368,7 +368,7 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
       line +=
           ", " + std::to_string(r.rejected) + (r.sat.system == 'R' ? " records" : " windows") + " refused";
     }
-    if (checkFit) {
+    if (checkFit && r.sat.system != 'R') {  // GLONASS records are states, not fits
       std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
       line += text;
     }
