@@ -188,3 +188,33 @@ TEST(GlonassPipeline, SlotsFollowTheUtcQuarterPastAndQuarterToGrid) {
     for (double t : slots) EXPECT_EQ(std::fmod(t - c.leap, 1800.0), 900.0);
   }
 }
+
+TEST(GlonassPipeline, PreciseOrbitPredictionCarriesTheSp3ClockAsTauN) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  ZARN_SHARED_FILE_OR_SKIP(day2, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190980000_01D_15M_ORB.SP3");
+  zh::Sp3Orbit const fit({zh::readSp3(day1)});
+  zh::Sp3Orbit const next({zh::readSp3(day2)});
+  zh::PipelineOptions o;
+  ASSERT_TRUE(zh::parseGpsTime("2019-04-07T23:45:00", o.fitEnd));
+  o.days = 1.0;
+  zh::SatelliteId const sat{'R', 7};
+  zh::SatellitePrediction const p = zh::predictFromSp3(fit, sat, o);
+  ASSERT_TRUE(p.skipReason.empty()) << p.skipReason;
+  EXPECT_LT(p.sampleRms, 3.0);
+  ASSERT_GE(p.predicted.size(), 47u);
+  EXPECT_EQ(p.rejected, 0);
+  Errors const e = againstSp3(p, day2, o.fitEnd);
+  EXPECT_LT(e.median, 10.0);
+  EXPECT_LT(e.max, 30.0);
+  // The satellite clock is -tauN + gammaN (t - tb): compare at the tabulated epochs it meets.
+  int compared = 0;
+  for (zh::Ephemeris const& r : p.predicted) {
+    double const t = std::round(r.toe / 900.0) * 900.0;
+    double const clock = next.clock(sat, t);
+    if (!std::isfinite(clock)) continue;
+    double const predicted = -r.glonass.tauN * 0x1p-30 + r.glonass.gammaN * 0x1p-40 * (t - r.toe);
+    EXPECT_NEAR(predicted, clock, 50e-9) << zh::formatGpsTime(t);
+    ++compared;
+  }
+  EXPECT_GT(compared, 40);
+}
