@@ -1,7 +1,8 @@
 // The host prediction pipeline: one GPS satellite split by stage (estimation,
 // seven days of propagation, fit and encoding of the 84 two-hourly windows),
 // the same satellite end to end, and the whole GPS constellation of a day of
-// broadcast ephemerides predicted seven days ahead on one thread.
+// broadcast ephemerides predicted seven days ahead on one thread; one GLONASS
+// satellite end to end (336 half-hourly records) beside the GPS one.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -228,5 +229,28 @@ void BM_PipelineGpsConstellation7Days(benchmark::State& state) {
   state.counters["ephemerides"] = static_cast<double>(ephemerides);
 }
 BENCHMARK(BM_PipelineGpsConstellation7Days)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// GLONASS R01 of the same day: filter start, seven days of half-hourly records.
+void BM_PipelineOneGlonassSatellite7Days(benchmark::State& state) {
+  static std::vector<zh::Ephemeris> const records = [] {
+    try {
+      return zh::collectEphemerides({zh::readRinexNav(std::string(ZARN_SHARED_DIR) +
+                                                      "/data/2016-251_252_smartloc/brdc2510.16g")})
+          .at({'R', 1});
+    } catch (std::exception const&) {
+      return std::vector<zh::Ephemeris>();
+    }
+  }();
+  if (!data().ok || records.empty()) return state.SkipWithError("shared data not found");
+  std::size_t ephemerides = 0;
+  for (auto _ : state) {
+    zh::SatellitePrediction const p = zh::predictFromBroadcast(records, data().options);
+    if (p.predicted.empty()) return state.SkipWithError(("no prediction: " + p.skipReason).c_str());
+    ephemerides = p.predicted.size();
+    benchmark::DoNotOptimize(p);
+  }
+  state.counters["ephemerides"] = static_cast<double>(ephemerides);
+}
+BENCHMARK(BM_PipelineOneGlonassSatellite7Days)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Generates libs/host/src/tables/satellite_history_table.cpp.
 
-Which GPS and BeiDou satellite flew each PRN on the dates of the reference
+Which GPS, GLONASS and BeiDou satellite flew each PRN on the dates of the reference
 summary, with the model parameters of that satellite, so that the host can give
 the force model the parameters of the satellite actually flying when its data
 were taken (a PRN passes from satellite to satellite over the years: GPS PRN 11
@@ -40,7 +40,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 DEFAULT_REFERENCE = os.path.join(ROOT, "..", "shared", "reference")
 DEFAULT_OUTPUT = os.path.join(ROOT, "libs", "host", "src", "tables", "satellite_history_table.cpp")
 
-SYSTEMS = ("G", "C")
+SYSTEMS = ("G", "R", "C")
 K_SRP = 4.56e-6 * 1.21 * 13.4 / 1075.0
 PLACEHOLDER_MASS = 1000.0
 
@@ -50,6 +50,8 @@ FORCE_BLOCK = {
     ("G", "BLOCK_IIA"): ("BLOCK_IIA", "G"), ("G", "BLOCK_IIR-A"): ("BLOCK_IIR", "G"),
     ("G", "BLOCK_IIR-B"): ("BLOCK_IIR", "G"), ("G", "BLOCK_IIR-M"): ("BLOCK_IIR", "G"),
     ("G", "BLOCK_IIF"): ("BLOCK_IIF", "G"), ("G", "BLOCK_IIIA"): ("BLOCK_IIIA", "G"),
+    ("R", "GLONASS"): ("GLONASS", "G"), ("R", "GLONASS-M"): ("GLONASS-M", "G"),
+    ("R", "GLONASS-K1"): ("GLONASS-K1", "G"), ("R", "GLONASS-K2"): ("GLONASS-K1", "G"),
     ("C", "BEIDOU-2G"): ("BEIDOU-2G", "F"), ("C", "BEIDOU-2I"): ("BEIDOU-2I", "F"),
     ("C", "BEIDOU-2M"): ("BEIDOU-2M", "F"),
     ("C", "BEIDOU-3M-CAST"): ("BEIDOU-3M-CAST", "F"), ("C", "BEIDOU-3M-SECM"): ("BEIDOU-3M-SECM", "F"),
@@ -65,12 +67,13 @@ MASS_BLOCK = {
     "BEIDOU-2G": "BDS-2G", "BEIDOU-2I": "BDS-2I", "BEIDOU-2M": "BDS-2M",
     "BEIDOU-3M-CAST": "BDS-3M-CAST", "BEIDOU-3M-SECM": "BDS-3M-SECM-A", "BEIDOU-3SI-CAST": "BDS-3SI-CAST",
     "BEIDOU-3SI-SECM": "BDS-3SI-SECM", "BEIDOU-3SM-CAST": "BDS-3SM-CAST", "BEIDOU-3I": "BDS-3I",
-    "BEIDOU-3G-CAST": "BDS-3G",
+    "BEIDOU-3G-CAST": "BDS-3G", "GLONASS-K2": "GLO-K1A",
 }
 
 # Blocks without an IGS value -> row of the nominal (NRCan) table.
 NOMINAL_BLOCK = {
     ("G", "BLOCK_IIIA"): "BLOCK_IIIA",
+    ("R", "GLONASS-K2"): "GLONASS-K", ("R", "GLONASS-K1"): "GLONASS-K",
     ("C", "BEIDOU-2G"): "BDS-2_GEO", ("C", "BEIDOU-2I"): "BDS-2_IGSO", ("C", "BEIDOU-2M"): "BDS-2_MEO",
 }
 

@@ -2,7 +2,7 @@
 """Plots the error growth of predicted ephemerides against prediction age.
 
 Reads the ERRORS.csv written by 'zarn evaluate --csv' and draws, per truth and
-constellation group (GPS, BeiDou MEO/IGSO/GEO), the median and 95th percentile
+constellation group (GPS, GLONASS, BeiDou MEO/IGSO/GEO), the median and 95th percentile
 of the 3D orbit error in hourly bins of prediction age, on a logarithmic scale;
 and, where the truth has clocks, the median user range error (orbit and clock)
 and the RMS clock error in a second panel.

@@ -215,3 +215,36 @@ TEST_F(ToolTest, PredictThenEvaluate) {
       std::string::npos)
       << r.err;
 }
+
+TEST_F(ToolTest, GlonassIsPredictedWrittenAndEvaluatedByDefault) {
+  ZARN_SHARED_FILE_OR_SKIP(gps, "data/2016-251_252_smartloc/brdc2510.16n");
+  ZARN_SHARED_FILE_OR_SKIP(glonass, "data/2016-251_252_smartloc/brdc2510.16g");
+  ZARN_SHARED_FILE_OR_SKIP(sp3, "data/2016-251_252_smartloc/gbm19134.sp3");
+  Result r = run("predict --nav '" + gps + "' '" + glonass + "' --satellites G01,R01,R11 --days 1 --out '" +
+                 file("p.rnx") + "'");
+  ASSERT_EQ(r.status, 0) << r.err;
+  for (char const* line : {"\nR01  fit 2016-09-07 00:15:17 .. 2016-09-07 23:45:17", "\nR11  fit ",
+                           "wrote 13 GPS, 96 GLONASS and 0 BeiDou ephemerides of 3 satellites"}) {
+    EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+  }
+  zh::NavData const predicted = zh::readRinexNav(file("p.rnx"));
+  ASSERT_EQ(predicted.glonass.size(), 96u);
+  EXPECT_EQ(predicted.header.system, 'M');
+  for (auto const& rec : predicted.glonass) {
+    EXPECT_TRUE(zh::passesValidation(zh::fromGlonass(rec.eph)));
+    EXPECT_EQ(rec.raw.health, 0.0);
+    EXPECT_EQ(rec.raw.tocCalendar.minute % 30, 15);
+  }
+
+  r = run("evaluate --predicted '" + file("p.rnx") + "' --truth '" + sp3 + "' --json '" + file("s.json") +
+          "'");
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::string const json = zarn::test::readFile(file("s.json"));
+  EXPECT_NE(json.find("\"truth\": \"SP3\", \"system\": \"GLO\", \"day\": 1, \"satellites\": 2"),
+            std::string::npos)
+      << json;
+
+  r = run("predict --nav '" + glonass + "' --systems R,E --out '" + file("q.rnx") + "'");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("--systems takes G, R and/or C, not 'E'"), std::string::npos) << r.err;
+}

@@ -1,4 +1,4 @@
-// zarn: predicts GPS and BeiDou broadcast ephemerides days ahead from broadcast
+// zarn: predicts GPS, GLONASS and BeiDou broadcast ephemerides days ahead from broadcast
 // navigation files or precise orbits, and measures predicted ephemerides
 // against a reference orbit.
 //
@@ -48,7 +48,7 @@ constexpr char const* kBeidouIntervalComment = "BDS FIT INTERVAL";
 char const* const kMainHelp =
     "usage: zarn <command> [options]\n"
     "\n"
-    "Predicts GPS and BeiDou broadcast ephemerides days ahead and measures their accuracy.\n"
+    "Predicts GPS, GLONASS and BeiDou broadcast ephemerides days ahead and measures their accuracy.\n"
     "\n"
     "commands:\n"
     "  predict    fit broadcast or precise orbits up to a fit end, write predicted ephemerides (RINEX 3)\n"
@@ -62,7 +62,8 @@ char const* const kPredictHelp =
     "\n"
     "Fits each satellite's orbit to positions sampled from its broadcast ephemerides (--nav, RINEX 2/3/4\n"
     "navigation files, gzip allowed) or from precise orbits (--sp3) up to the fit end, propagates it and\n"
-    "writes predicted ephemerides: every two hours for GPS, every hour for BeiDou.\n"
+    "writes predicted ephemerides: every two hours for GPS, every hour for BeiDou, every 30 minutes for\n"
+    "GLONASS.\n"
     "\n"
     "options:\n"
     "  --nav FILE...       broadcast navigation files (records of all files are merged)\n"
@@ -71,7 +72,10 @@ char const* const kPredictHelp =
     "  --fit-end TIME      end of the fit, GPS time 'YYYY-MM-DD[THH:MM[:SS]]'; default: the latest\n"
     "                      ephemeris reference time (--nav) or the last SP3 epoch (--sp3)\n"
     "  --days N            prediction length in days, at most 14 (default 7)\n"
-    "  --systems G,C       constellations to predict (default G,C: GPS and BeiDou)\n"
+    "  --systems G,R,C     constellations to predict (default G,R,C: GPS, GLONASS and BeiDou)\n"
+    "  --glonass-start S   how a GLONASS orbit starts: filter (fit to the broadcast states of the fit\n"
+    "                      span, default), one (the newest broadcast state) or two (the newest and one\n"
+    "                      about six hours older)\n"
     "  --satellites LIST   only these satellites, e.g. G01,G14,C11\n"
     "  --fit-span HOURS    length of the fitted span (default 24)\n"
     "  --step SECONDS      sample and integration step (default 900)\n"
@@ -266,8 +270,8 @@ ConstellationOptions predictOptions(Arguments const& args) {
   if (!problem.empty()) throw UsageError(problem);
 
   options.systems.clear();
-  for (std::string const& s : splitList(args.single("systems", "G,C"))) {
-    if (s != "G" && s != "C") throw UsageError("--systems takes G and/or C, not '" + s + "'");
+  for (std::string const& s : splitList(args.single("systems", "G,R,C"))) {
+    if (s != "G" && s != "R" && s != "C") throw UsageError("--systems takes G, R and/or C, not '" + s + "'");
     options.systems.push_back(s[0]);
   }
   for (std::string const& name : splitList(args.single("satellites", ""))) {
@@ -275,6 +279,14 @@ ConstellationOptions predictOptions(Arguments const& args) {
     SatelliteId sat{name.empty() ? '?' : name[0], std::atoi(name.c_str() + (name.empty() ? 0 : 1))};
     if (toString(sat) != name) sat.prn = -1;
     options.satellites.push_back(sat);
+  }
+  std::string const start = args.single("glonass-start", "filter");
+  if (start == "one") {
+    options.pipeline.glonassStart = GlonassStart::oneState;
+  } else if (start == "two") {
+    options.pipeline.glonassStart = GlonassStart::twoStates;
+  } else if (start != "filter") {
+    throw UsageError("--glonass-start takes filter, one or two, not '" + start + "'");
   }
   options.fitEndGiven = args.has("fit-end");
   if (options.fitEndGiven && !parseGpsTime(args.single("fit-end"), pipeline.fitEnd)) {
@@ -296,10 +308,6 @@ std::map<SatelliteId, std::vector<Ephemeris>> readBroadcast(std::vector<std::str
     for (std::string const& w : navs.back().stats.warnings)
       std::fprintf(stderr, "zarn predict: %s\n", w.c_str());
   }
-  std::size_t glonass = 0;
-  for (NavData const& n : navs) glonass += n.glonass.size();
-  if (glonass > 0)
-    std::fprintf(stderr, "zarn predict: %zu GLONASS records not used (GPS and BeiDou only)\n", glonass);
   return collectEphemerides(navs);
 }
 
@@ -308,13 +316,15 @@ std::map<SatelliteId, std::vector<Ephemeris>> readBroadcast(std::vector<std::str
 // success, otherwise what went wrong.
 std::string writeChecked(std::string const& out, NavWriteOptions const& writeOptions,
                          std::vector<zarn::core::GpsEphemeris> const& gps,
-                         std::vector<zarn::core::BeidouEphemeris> const& beidou) {
-  writeRinexNav(out, writeOptions, gps, beidou);
+                         std::vector<zarn::core::BeidouEphemeris> const& beidou,
+                         std::vector<zarn::core::GlonassEphemeris> const& glonass) {
+  writeRinexNav(out, writeOptions, gps, beidou, glonass);
   NavData const back = readRinexNav(out);
   std::string mismatch;
-  if (back.gps.size() != gps.size() || back.beidou.size() != beidou.size()) {
-    mismatch = std::to_string(back.gps.size() + back.beidou.size()) + " records read, " +
-               std::to_string(gps.size() + beidou.size()) + " written";
+  if (back.gps.size() != gps.size() || back.beidou.size() != beidou.size() ||
+      back.glonass.size() != glonass.size()) {
+    mismatch = std::to_string(back.gps.size() + back.beidou.size() + back.glonass.size()) +
+               " records read, " + std::to_string(gps.size() + beidou.size() + glonass.size()) + " written";
   }
   std::size_t invalid = 0;
   auto differs = [&](Ephemeris const& e) {
@@ -328,6 +338,10 @@ std::string writeChecked(std::string const& out, NavWriteOptions const& writeOpt
   for (std::size_t i = 0; i < beidou.size() && i < back.beidou.size(); ++i) {
     if (!(back.beidou[i].eph == beidou[i])) differs(fromBeidou(beidou[i]));
     invalid += passesValidation(fromBeidou(back.beidou[i].eph)) ? 0 : 1;
+  }
+  for (std::size_t i = 0; i < glonass.size() && i < back.glonass.size(); ++i) {
+    if (!(back.glonass[i].eph == glonass[i])) differs(fromGlonass(glonass[i]));
+    invalid += passesValidation(fromGlonass(back.glonass[i].eph)) ? 0 : 1;
   }
   if (mismatch.empty() && invalid == 0) return "";
   return out + " does not read back as written: " + (mismatch.empty() ? "all records equal" : mismatch) +
@@ -352,6 +366,7 @@ void reportPole(ConstellationPrediction const& prediction) {
 struct PredictReport {
   std::vector<zarn::core::GpsEphemeris> gps;  // the records to write
   std::vector<zarn::core::BeidouEphemeris> beidou;
+  std::vector<zarn::core::GlonassEphemeris> glonass;
   std::size_t predicted = 0, skipped = 0;  // satellites
   double worstFit = 0.0;                   // m
   double cpu = 0.0;                        // s
@@ -372,6 +387,8 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
     for (Ephemeris const& e : r.predicted) {
       if (e.sat.system == 'C') {
         report.beidou.push_back(e.beidou);
+      } else if (e.sat.system == 'R') {
+        report.glonass.push_back(e.glonass);
       } else {
         report.gps.push_back(e.gps);
       }
@@ -383,8 +400,11 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
                   r.samples, r.sampleRms, r.srp[0], r.srp[1], r.srpEstimated ? "estimated" : "defaults",
                   r.predicted.size());
     line += text;
-    if (r.rejected > 0) line += ", " + std::to_string(r.rejected) + " windows refused";
-    if (checkFit) {
+    if (r.rejected > 0) {
+      line +=
+          ", " + std::to_string(r.rejected) + (r.sat.system == 'R' ? " records" : " windows") + " refused";
+    }
+    if (checkFit && r.sat.system != 'R') {  // GLONASS records are states, not fits
       std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
       line += text;
     }
@@ -425,7 +445,7 @@ int saveState(StateStore& state, ConstellationPrediction const& prediction) {
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
               "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "jobs",
-              "state", "help"});
+              "state", "glonass-start", "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;
@@ -469,7 +489,7 @@ int runPredict(Arguments const& args) {
   }
   if (prediction.satellites.empty()) {
     std::fprintf(stderr, "zarn predict: no %s satellite in the input\n",
-                 args.single("systems", "G,C").c_str());
+                 args.single("systems", "G,R,C").c_str());
     return kExitFailure;
   }
   progress->finish();
@@ -477,7 +497,8 @@ int runPredict(Arguments const& args) {
   PredictReport const report = reportSatellites(prediction, options.pipeline.checkFit);
   std::vector<zarn::core::GpsEphemeris> const& gps = report.gps;
   std::vector<zarn::core::BeidouEphemeris> const& beidou = report.beidou;
-  if (gps.empty() && beidou.empty()) {
+  std::vector<zarn::core::GlonassEphemeris> const& glonass = report.glonass;
+  if (gps.empty() && beidou.empty() && glonass.empty()) {
     std::fprintf(stderr, "zarn predict: no satellite could be predicted; nothing written\n");
     return kExitFailure;
   }
@@ -494,17 +515,18 @@ int runPredict(Arguments const& args) {
   writeOptions.comments.push_back(comment);
   writeOptions.comments.push_back(std::string("PREDICTED FROM ") +
                                   (fromSp3 ? "SP3 ORBITS" : "BROADCAST EPHEMERIDES"));
-  std::string const problem = writeChecked(out, writeOptions, gps, beidou);
+  std::string const problem = writeChecked(out, writeOptions, gps, beidou, glonass);
   if (!problem.empty()) {
     std::fprintf(stderr, "zarn predict: %s\n", problem.c_str());
     return kExitFailure;
   }
   std::printf(
-      "wrote %zu GPS and %zu BeiDou ephemerides of %zu satellites to %s (fit end %s GPST, %zu skipped)\n",
-      gps.size(), beidou.size(), report.predicted, out.c_str(), formatGpsTime(prediction.fitEnd).c_str(),
-      report.skipped);
+      "wrote %zu GPS, %zu GLONASS and %zu BeiDou ephemerides of %zu satellites to %s (fit end %s GPST, %zu "
+      "skipped)\n",
+      gps.size(), glonass.size(), beidou.size(), report.predicted, out.c_str(),
+      formatGpsTime(prediction.fitEnd).c_str(), report.skipped);
   std::printf("read back: %zu records identical to those written, all within the broadcast ranges\n",
-              gps.size() + beidou.size());
+              gps.size() + beidou.size() + glonass.size());
   std::printf("CPU time in the pipeline: %.3f s\n", report.cpu);
   if (options.pipeline.checkFit) {
     std::printf("largest fit residual of a written ephemeris: %.3f m\n", report.worstFit);
@@ -566,7 +588,8 @@ int runEvaluate(Arguments const& args) {
   }
   std::vector<PredictedEphemeris> const predicted = predictedEphemerides(nav, beidouHours);
   if (predicted.empty()) {
-    std::fprintf(stderr, "zarn evaluate: %s holds no GPS or BeiDou ephemeris\n", predictedFile.c_str());
+    std::fprintf(stderr, "zarn evaluate: %s holds no GPS, GLONASS or BeiDou ephemeris\n",
+                 predictedFile.c_str());
     return kExitFailure;
   }
   double from = predicted.front().validFrom, to = predicted.front().validTo;

@@ -7,6 +7,7 @@
 #include "broadcast_scaling.hpp"
 #include "tables/satellite_history_table.hpp"
 #include "zarn/host/gnss_time.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
 #include "zarn/support/validation.hpp"
@@ -34,7 +35,7 @@ std::string toString(SatelliteId const& sat) {
 }
 
 core::GnssType gnssType(char system) {
-  return system == 'C' ? core::BEIDOU : core::GPS;
+  return system == 'C' ? core::BEIDOU : system == 'R' ? core::GLONASS : core::GPS;
 }
 
 Ephemeris fromGps(core::GpsEphemeris const& eph, std::string origin) {
@@ -79,10 +80,29 @@ double clockOffset(Ephemeris const& eph, double t) {
   return c(0) + c(1) * dt + c(2) * dt * dt;
 }
 
+double glonassGpsSeconds(core::Toc const& glonassTime) {
+  static std::vector<support::LeapInfo> const table = leapSecondTable();
+  return support::glonassSecsToGpsSecs(support::glonassToSecs(glonassTime), table);
+}
+
+Ephemeris fromGlonass(core::GlonassEphemeris const& eph, std::string origin) {
+  Ephemeris e;
+  e.sat = {'R', eph.svId};
+  e.glonass = eph;
+  e.toe = glonassGpsSeconds(eph.time);
+  e.toc = e.toe;
+  e.health = eph.health;
+  e.origin = std::move(origin);
+  return e;
+}
+
 void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::Vec& vel) {
   if (pos.size() != 3) pos.resize(3);
   if (vel.size() != 3) vel.resize(3);
-  if (eph.sat.system == 'C') {
+  if (eph.sat.system == 'R') {
+    static std::vector<support::LeapInfo> const table = leapSecondTable();
+    support::glonassEphemerisToEcef(eph.glonass, t, pos, vel, table);
+  } else if (eph.sat.system == 'C') {
     support::beidouEphemerisToEcef(eph.beidou, t, pos, vel);
   } else {
     support::gpsEphemerisToEcef(eph.gps, t, pos, vel);
@@ -90,6 +110,12 @@ void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::
 }
 
 double sqrtSemiMajorAxis(Ephemeris const& eph) {
+  if (eph.sat.system == 'R') {
+    core::GlonassEphemeris const& g = eph.glonass;
+    double const x = g.x * support::broadcast::glonassPosition, y = g.y * support::broadcast::glonassPosition,
+                 z = g.z * support::broadcast::glonassPosition;
+    return std::sqrt(1000.0 * std::sqrt(x * x + y * y + z * z));
+  }
   return (eph.sat.system == 'C' ? eph.beidou.sqrtA : eph.gps.sqrtA) * kSqrtALsb;
 }
 
@@ -124,6 +150,21 @@ support::Vec validationVector(Ephemeris const& eph) {
 }
 
 bool passesValidation(Ephemeris const& eph) {
+  if (eph.sat.system == 'R') {
+    namespace lsb = support::broadcast;
+    core::GlonassEphemeris const& g = eph.glonass;
+    support::Vec r(3), v(3), a(3);
+    std::int32_t const pr[3] = {g.x, g.y, g.z}, vr[3] = {g.vx, g.vy, g.vz};
+    std::int8_t const ar[3] = {g.ax, g.ay, g.az};
+    for (std::size_t k = 0; k < 3; ++k) {
+      r(k) = pr[k] * lsb::glonassPosition;
+      v(k) = vr[k] * lsb::glonassVelocity;
+      a(k) = ar[k] * lsb::glonassAcceleration;
+    }
+    return support::validGlonassEphemeris(r, v, a) &&
+           support::validGlonassEphemeris(g.tauN * lsb::glonassTau, g.gammaN * lsb::glonassGamma,
+                                          g.deltaTauN * lsb::glonassDeltaTau);
+  }
   support::Vec const v = validationVector(eph);
   return eph.sat.system == 'C' ? support::validBeidouEphemeris(v) : support::validGpsEphemeris(v);
 }
@@ -142,12 +183,25 @@ std::map<SatelliteId, std::vector<Ephemeris>> collectEphemerides(std::vector<Nav
     for (BeidouNavRecord const& r : nav.beidou) {
       bySat[{'C', r.eph.svId}].push_back(fromBeidou(r.eph, name + ":" + std::to_string(r.line)));
     }
+    for (GlonassNavRecord const& r : nav.glonass) {
+      bySat[{'R', r.eph.svId}].push_back(fromGlonass(r.eph, name + ":" + std::to_string(r.line)));
+    }
   }
   for (auto& entry : bySat) {
     std::stable_sort(entry.second.begin(), entry.second.end(),
                      [](Ephemeris const& a, Ephemeris const& b) { return a.toe < b.toe; });
   }
   return bySat;
+}
+
+std::vector<Ephemeris> recordsUpTo(std::vector<Ephemeris> const& records, double t) {
+  std::vector<Ephemeris> usable;
+  for (Ephemeris const& e : records) {
+    if (e.toe <= t) usable.push_back(e);
+  }
+  std::stable_sort(usable.begin(), usable.end(),
+                   [](Ephemeris const& a, Ephemeris const& b) { return a.toe < b.toe; });
+  return usable;
 }
 
 support::AssistanceData satelliteAssistance(SatelliteId const& sat, support::BeidouSvType type,

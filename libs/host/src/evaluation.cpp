@@ -22,8 +22,16 @@ constexpr double kMinimumFitIntervalHours = 1.0;     // below this the field is 
 constexpr double kSecondsPerHour = 3600.0;
 constexpr double kGridTolerance = 1e-6;        // s
 constexpr double kSpeedOfLight = 299792458.0;  // m/s (IS-GPS-200 20.3.4.3)
+constexpr double kGlonassValidity = 900.0;  // s: a GLONASS state is used 15 minutes either side of its time
+
+// Earth-fixed antenna-phase-centre state of a record in the SP3 frame (GLONASS states are PZ-90.02).
+void stateInItrs(Ephemeris const& e, double t, support::Vec& pos, support::Vec& vel) {
+  ephemerisState(e, t, pos, vel);
+  if (e.sat.system == 'R') pos = support::pz902ToWgs84(pos);
+}
 
 std::string groupOf(ErrorSample const& s) {
+  if (s.sat.system == 'R') return "GLO";
   if (s.sat.system != 'C') return "GPS";
   switch (s.svType) {
     case support::GEO:
@@ -117,7 +125,7 @@ bool BroadcastTruth::position(SatelliteId const& sat, double t, support::Vec& po
   Ephemeris const* e = it == records_.end() ? nullptr : nearestRecord(it->second, sat, t);
   if (e == nullptr) return false;
   support::Vec vel(3);
-  ephemerisState(*e, t, pos, vel);
+  stateInItrs(*e, t, pos, vel);
   return true;
 }
 
@@ -139,6 +147,13 @@ std::vector<PredictedEphemeris> predictedEphemerides(NavData const& nav, double 
     p.validTo = p.ephemeris.toe + 0.5 * beidouFitIntervalHours * kSecondsPerHour;
     list.push_back(p);
   }
+  for (GlonassNavRecord const& r : nav.glonass) {
+    PredictedEphemeris p;
+    p.ephemeris = fromGlonass(r.eph);
+    p.validFrom = p.ephemeris.toe - kGlonassValidity;
+    p.validTo = p.ephemeris.toe + kGlonassValidity;
+    list.push_back(p);
+  }
   return list;
 }
 
@@ -155,7 +170,7 @@ EvaluationResult evaluatePredictions(std::vector<PredictedEphemeris> const& pred
     for (double t = std::ceil(p.validFrom / step - kGridTolerance) * step; t <= p.validTo + kGridTolerance;
          t += step) {
       if (!truth.position(e.sat, t, ref)) continue;
-      ephemerisState(e, t, pos, vel);
+      stateInItrs(e, t, pos, vel);
       // Earth-fixed velocity made inertial in the instantaneous Earth-fixed axes.
       inertialVel(0) = vel(0) - support::earthRotationRate * pos(1);
       inertialVel(1) = vel(1) + support::earthRotationRate * pos(0);
@@ -237,7 +252,7 @@ double quantile(std::vector<double> values, double q) {
 }
 
 std::vector<SummaryRow> summarize(std::vector<ErrorSample> const& samples) {
-  static std::vector<std::string> const kGroupOrder = {"GPS", "BDS", "BDS-MEO", "BDS-IGSO", "BDS-GEO"};
+  static std::vector<std::string> const kGroupOrder = {"GPS", "GLO", "BDS", "BDS-MEO", "BDS-IGSO", "BDS-GEO"};
   std::vector<std::string> truths;
   for (ErrorSample const& s : samples) {
     if (std::find(truths.begin(), truths.end(), s.truth) == truths.end()) truths.push_back(s.truth);

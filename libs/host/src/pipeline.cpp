@@ -11,6 +11,7 @@
 #include <memory>
 #include <thread>
 
+#include "zarn/host/glonass_pipeline.hpp"
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/host/screening.hpp"
 #include "zarn/support/assistance_data.hpp"
@@ -616,14 +617,10 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
     result.skipReason = "no ephemerides";
     return result;
   }
+  if (records.front().sat.system == 'R') return predictGlonassFromBroadcast(records, o);
   result.sat = records.front().sat;
   char const system = result.sat.system;
-  std::vector<Ephemeris> usable;
-  for (Ephemeris const& e : records) {
-    if (e.toe <= o.fitEnd) usable.push_back(e);
-  }
-  std::stable_sort(usable.begin(), usable.end(),
-                   [](Ephemeris const& a, Ephemeris const& b) { return a.toe < b.toe; });
+  std::vector<Ephemeris> const usable = recordsUpTo(records, o.fitEnd);
   if (usable.empty()) {
     result.skipReason = "no ephemeris up to the fit end " + formatGpsTime(o.fitEnd);
     return result;
@@ -701,6 +698,7 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
 }
 
 SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& o) {
+  if (sat.system == 'R') return predictGlonassFromSp3(orbit, sat, o);
   SatellitePrediction result;
   result.sat = sat;
   std::vector<double> t = sampleGrid(o, sat.system);

@@ -10,6 +10,7 @@
 
 #include "broadcast_scaling.hpp"
 #include "zarn/host/rinex_nav.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
 
 namespace zarn {
@@ -146,10 +147,40 @@ BeidouNavRaw decodeBeidou(core::BeidouEphemeris const& e) {
   return r;
 }
 
+GlonassNavRaw decodeGlonass(core::GlonassEphemeris const& e) {
+  namespace lsb = support::broadcast;
+  GlonassNavRaw r;
+  double const utc = support::glonassToSecs(e.time) + support::GLONASS_EPOCH_GPS_SECONDS;
+  r.tocCalendar = calendarFromGpsSeconds(utc);
+  r.toc = gpsSecondsFromUtc(r.tocCalendar);
+  r.minusTauN = -e.tauN * lsb::glonassTau;
+  r.gammaN = e.gammaN * lsb::glonassGamma;
+  r.messageFrameTime = std::fmod(utc, static_cast<double>(support::SECONDS_PER_WEEK));
+  r.x = e.x * lsb::glonassPosition;
+  r.y = e.y * lsb::glonassPosition;
+  r.z = e.z * lsb::glonassPosition;
+  r.vx = e.vx * lsb::glonassVelocity;
+  r.vy = e.vy * lsb::glonassVelocity;
+  r.vz = e.vz * lsb::glonassVelocity;
+  r.ax = e.ax * lsb::glonassAcceleration;
+  r.ay = e.ay * lsb::glonassAcceleration;
+  r.az = e.az * lsb::glonassAcceleration;
+  r.health = e.health;
+  r.frequencyNumber = e.frequencyNumber;
+  r.age = e.age;
+  r.groupDelayL1L2 = e.deltaTauN * lsb::glonassDeltaTau;
+  return r;
+}
+
 std::string formatRinexNav(NavWriteOptions const& options, std::vector<core::GpsEphemeris> const& gps,
-                           std::vector<core::BeidouEphemeris> const& beidou) {
-  char const system = gps.empty() == beidou.empty() ? 'M' : (gps.empty() ? 'C' : 'G');
-  char const* const systemName = system == 'M' ? "MIXED" : (system == 'G' ? "GPS" : "BEIDOU");
+                           std::vector<core::BeidouEphemeris> const& beidou,
+                           std::vector<core::GlonassEphemeris> const& glonass) {
+  int const systems = (gps.empty() ? 0 : 1) + (beidou.empty() ? 0 : 1) + (glonass.empty() ? 0 : 1);
+  char const system = systems != 1 ? 'M' : !gps.empty() ? 'G' : !beidou.empty() ? 'C' : 'R';
+  char const* const systemName = system == 'M'   ? "MIXED"
+                                 : system == 'G' ? "GPS"
+                                 : system == 'C' ? "BEIDOU"
+                                                 : "GLONASS";
   std::string out = headerLine(format(kVersionLine, system, systemName), "RINEX VERSION / TYPE");
   std::string pgm = options.program.substr(0, 20);
   pgm.resize(20, ' ');
@@ -174,13 +205,20 @@ std::string formatRinexNav(NavWriteOptions const& options, std::vector<core::Gps
     out += valuesLine({r.accuracy, r.satH1, r.tgd1, r.tgd2});
     out += valuesLine({r.transmissionTime, r.aodc});
   }
+  for (core::GlonassEphemeris const& e : glonass) {
+    GlonassNavRaw const r = decodeGlonass(e);
+    out += epochLine('R', e.svId, r.tocCalendar, r.minusTauN, r.gammaN, r.messageFrameTime);
+    out += valuesLine({r.x, r.vx, r.ax, r.health}) + valuesLine({r.y, r.vy, r.ay, r.frequencyNumber}) +
+           valuesLine({r.z, r.vz, r.az, r.age});
+  }
   return out;
 }
 
 void writeRinexNav(std::string const& path, NavWriteOptions const& options,
                    std::vector<core::GpsEphemeris> const& gps,
-                   std::vector<core::BeidouEphemeris> const& beidou) {
-  std::string const text = formatRinexNav(options, gps, beidou);
+                   std::vector<core::BeidouEphemeris> const& beidou,
+                   std::vector<core::GlonassEphemeris> const& glonass) {
+  std::string const text = formatRinexNav(options, gps, beidou, glonass);
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out) throw FormatError(path, 0, "cannot create file");
   out << text;

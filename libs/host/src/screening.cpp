@@ -16,6 +16,17 @@ namespace {
 
 constexpr double kBeidouMaxSeparation = 2.0 * 3600.0;  // s: hourly records, each trusted one hour either side
 constexpr double kBeidouTrusted = 3600.0 + 60.0;       // s
+// GLONASS: a state every 30 minutes, trusted 15 minutes either side; neighbours compared.
+constexpr double kGlonassMaxSeparation = 3600.0;  // s
+constexpr double kGlonassTrusted = 900.0 + 60.0;  // s
+constexpr double kGlonassGrid = 1800.0;           // s: reference times every 30 minutes of UTC
+constexpr double kGlonassGridPhase = 900.0;       // s: ... at a quarter past and a quarter to
+
+// Seconds of the UTC day of a GLONASS reference time, from its Moscow seconds of day.
+double utcSecondOfDay(core::GlonassEphemeris const& eph) {
+  constexpr double kMoscowOffset = 3.0 * 3600.0;  // s: Moscow time = UTC + 3 h (GLONASS ICD 3.3.3)
+  return std::fmod(static_cast<double>(eph.time.third) - kMoscowOffset + kSecondsPerDay, kSecondsPerDay);
+}
 
 class Groups {
  public:
@@ -37,6 +48,7 @@ class Groups {
 // Orbit and clock words equal: the same upload read twice (merged files).
 bool sameContent(Ephemeris const& a, Ephemeris const& b) {
   if (a.sat.system == 'C') return a.beidou == b.beidou;
+  if (a.sat.system == 'R') return a.glonass == b.glonass;
   return a.gps == b.gps;
 }
 
@@ -65,6 +77,10 @@ ScreeningOptions screeningOptionsFor(char system) {
   if (system == 'C') {
     options.maxSeparation = kBeidouMaxSeparation;
     options.trusted = kBeidouTrusted;
+  } else if (system == 'R') {
+    options.maxSeparation = kGlonassMaxSeparation;
+    options.trusted = kGlonassTrusted;
+    options.untilAgreement = true;
   }
   return options;
 }
@@ -77,6 +93,22 @@ ScreeningResult screenEphemerides(std::vector<Ephemeris> const& records, Screeni
   std::vector<Ephemeris> healthy;
   int lastHealth = 0;
   for (Ephemeris const& r : records) {
+    if (r.sat.system == 'R') {
+      double const second = utcSecondOfDay(r.glonass);
+      double const off = std::fmod(second - kGlonassGridPhase + kSecondsPerDay, kGlonassGrid);
+      if (off != 0.0) {
+        ++result.offGrid;
+        char text[240];
+        int const s = static_cast<int>(second);
+        std::snprintf(
+            text, sizeof text,
+            "%s: record at %s (UTC %02d:%02d:%02d) left out: %s the 30-minute grid of reference times",
+            name.c_str(), r.origin.empty() ? "?" : r.origin.c_str(), s / 3600, s / 60 % 60, s % 60,
+            off < 60.0 ? ("stamped " + std::to_string(static_cast<int>(off)) + " s after").c_str() : "off");
+        result.notes.push_back(text);
+        continue;
+      }
+    }
     if (r.health != 0) {
       ++result.unhealthy;
       lastHealth = r.health;
@@ -109,7 +141,10 @@ ScreeningResult screenEphemerides(std::vector<Ephemeris> const& records, Screeni
       double const d = separation(healthy[i], healthy[j]);
       compared[i].push_back({j, d});
       compared[j].push_back({i, d});
-      if (d < options.agreement) groups.join(i, j);
+      if (d < options.agreement) {
+        groups.join(i, j);
+        if (options.untilAgreement) break;
+      }
     }
   }
   std::map<std::size_t, std::vector<std::size_t>> members;

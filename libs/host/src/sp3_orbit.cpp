@@ -26,7 +26,7 @@ Sp3Orbit::Sp3Orbit(std::vector<Sp3Data> const& files) {
   for (Sp3Data const& file : files) {
     for (Sp3Epoch const& epoch : file.epochs) {
       for (Sp3Entry const& e : epoch.entries) {
-        if (e.system != 'G' && e.system != 'C') continue;
+        if (e.system != 'G' && e.system != 'R' && e.system != 'C') continue;
         points[{e.system, e.prn}].push_back(
             {epoch.time, e.position[0], e.position[1], e.position[2], e.clock});
       }

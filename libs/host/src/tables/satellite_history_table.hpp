@@ -1,4 +1,4 @@
-// Which satellite flew each GPS and BeiDou PRN on a set of dates, with its
+// Which satellite flew each GPS, GLONASS and BeiDou PRN on a set of dates, with its
 // model parameters (generated source: tables/satellite_history_table.cpp).
 #ifndef ZARN_HOST_TABLES_SATELLITE_HISTORY_TABLE_HPP
 #define ZARN_HOST_TABLES_SATELLITE_HISTORY_TABLE_HPP

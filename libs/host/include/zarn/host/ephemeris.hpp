@@ -1,5 +1,5 @@
-// GPS and BeiDou broadcast ephemerides as the host pipeline handles them: one
-// record type for both constellations, satellite names, the per-satellite
+// GPS, GLONASS and BeiDou broadcast ephemerides as the host pipeline handles
+// them: one record type for the three constellations, satellite names, the per-satellite
 // model parameters, the leap-second table and GPS time texts.
 #ifndef ZARN_HOST_EPHEMERIS_HPP
 #define ZARN_HOST_EPHEMERIS_HPP
@@ -17,7 +17,8 @@
 namespace zarn {
 namespace host {
 
-// A satellite: system letter of RINEX ('G' GPS, 'C' BeiDou) and PRN.
+// A satellite: system letter of RINEX ('G' GPS, 'R' GLONASS, 'C' BeiDou) and
+// PRN (the GLONASS slot).
 struct SatelliteId {
   char system = 'G';
   int prn = 0;
@@ -32,13 +33,14 @@ inline bool operator==(SatelliteId const& a, SatelliteId const& b) {
 std::string toString(SatelliteId const& sat);
 core::GnssType gnssType(char system);
 
-// One broadcast ephemeris of a GPS or BeiDou satellite. Exactly one of `gps`
-// and `beidou` is meaningful, chosen by sat.system.
+// One broadcast ephemeris of a satellite. Exactly one of `gps`, `glonass` and
+// `beidou` is meaningful, chosen by sat.system.
 struct Ephemeris {
   SatelliteId sat;
   core::GpsEphemeris gps;
   core::BeidouEphemeris beidou;
-  double toe = 0;      // reference time of the orbit, GPS seconds
+  core::GlonassEphemeris glonass;
+  double toe = 0;      // reference time of the orbit (GLONASS: of the state), GPS seconds
   double toc = 0;      // reference time of the clock, GPS seconds
   int health = 0;      // broadcast health word, 0 = healthy
   std::string origin;  // "file:line" of the record, empty for computed ones
@@ -46,28 +48,37 @@ struct Ephemeris {
 
 Ephemeris fromGps(core::GpsEphemeris const& eph, std::string origin = "");
 Ephemeris fromBeidou(core::BeidouEphemeris const& eph, std::string origin = "");
+Ephemeris fromGlonass(core::GlonassEphemeris const& eph, std::string origin = "");
+// GPS seconds of a GLONASS reference time (leapSecondTable()).
+double glonassGpsSeconds(core::Toc const& glonassTime);
 
 // Earth-fixed antenna-phase-centre position (m) and velocity (m/s) of the
-// ephemeris at t (GPS seconds). pos and vel need not be sized.
+// ephemeris at t (GPS seconds); PZ-90.02 for GLONASS. pos and vel need not be
+// sized.
 void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::Vec& vel);
 // The broadcast clock polynomial of the record: offset (s), drift (s/s) and
 // drift rate (s/s^2) at toc, as a0 + a1 dt + a2 dt^2; and its value (s) at t
 // (GPS seconds), without the relativistic term.
 support::Vec clockPolynomial(Ephemeris const& eph);
 double clockOffset(Ephemeris const& eph, double t);
-// Square root of the semi-major axis, m^1/2.
+// Square root of the semi-major axis, m^1/2 (GLONASS: of the radius at the
+// reference time).
 double sqrtSemiMajorAxis(Ephemeris const& eph);
 // The 17-element validation vector of the record (kepler elements from its
 // integers, then toe as seconds and week of GPS time), and whether it passes
 // validGpsEphemeris or validBeidouEphemeris.
+// GLONASS records pass when their state and clock terms pass validGlonassEphemeris.
 support::Vec validationVector(Ephemeris const& eph);
 bool passesValidation(Ephemeris const& eph);
 // BeiDou orbit type of the record; UNDEFINED_SAT_TYPE for GPS.
 support::BeidouSvType svType(Ephemeris const& eph);
 
-// GPS and BeiDou records of the files, per satellite in toe order (records of
+// GPS, GLONASS and BeiDou records of the files, per satellite in toe order (records of
 // every file merged; nothing is screened or removed here).
 std::map<SatelliteId, std::vector<Ephemeris>> collectEphemerides(std::vector<NavData> const& files);
+
+// The records with toe at or before t (GPS seconds), in toe order (stable).
+std::vector<Ephemeris> recordsUpTo(std::vector<Ephemeris> const& records, double t);
 
 // Model parameters (radiation pressure, antenna offset, error model) of the
 // satellite flying a PRN at GPS time t: the library's defaults, with the

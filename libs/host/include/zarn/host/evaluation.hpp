@@ -2,9 +2,9 @@
 // error of every predicted ephemeris sampled over its validity interval, and
 // the statistics per constellation and per day of prediction age.
 //
-// Errors are predicted minus truth at the antenna phase centre, Earth-fixed,
-// in metres. Radial, along-track and cross-track components are taken in the
-// orbital frame of the predicted state (velocity made inertial by adding the
+// Errors are predicted minus truth at the antenna phase centre, Earth-fixed
+// (GLONASS states shifted from PZ-90.02 to the SP3 frame), in metres. Radial, along-track and cross-track
+// components are taken in the orbital frame of the predicted state (velocity made inertial by adding the
 // Earth rotation). SISRE is the orbit-only signal-in-space range error of
 // sisreError with a zero clock error.
 //
@@ -95,7 +95,7 @@ struct PredictedEphemeris {
 // The predicted ephemerides of a file written by `zarn predict`. GPS records
 // are valid over their fit interval around toe; BeiDou records over
 // `beidouFitIntervalHours` (from the file's "FIT INTERVAL C" comment when the
-// caller found one).
+// caller found one); GLONASS states 15 minutes either side of their time.
 std::vector<PredictedEphemeris> predictedEphemerides(NavData const& nav, double beidouFitIntervalHours);
 
 struct ErrorSample {
@@ -136,7 +136,7 @@ EvaluationResult evaluatePredictions(std::vector<PredictedEphemeris> const& pred
 // Statistics of one group of samples.
 struct SummaryRow {
   std::string truth;
-  std::string group;  // "GPS", "BDS", "BDS-MEO", "BDS-IGSO", "BDS-GEO"
+  std::string group;  // "GPS", "GLO", "BDS", "BDS-MEO", "BDS-IGSO", "BDS-GEO"
   int day = 0;        // prediction-age day, 1 = the first 24 h after the fit end
   std::size_t samples = 0;
   std::size_t satellites = 0;

@@ -38,6 +38,11 @@ namespace host {
 // initialisation from new broadcast ephemerides.
 constexpr double kMaxPredictionDays = 14.0;
 
+// How a GLONASS orbit starts: the filter on Earth-fixed samples of the
+// broadcast states over the fit span (as GPS and BeiDou), or the newest
+// broadcast state alone or with a second one about glonassPairAge older.
+enum class GlonassStart { filter, oneState, twoStates };
+
 struct PipelineOptions {
   double fitEnd = 0;             // GPS seconds: the last sample is at or before it, on the grid
   double fitSpan = 24 * 3600.0;  // s: samples cover [fitEnd - fitSpan, fitEnd]
@@ -75,6 +80,8 @@ struct PipelineOptions {
   std::function<bool(SatelliteId const&, double, std::array<double, 3>&)> predictedClock;
   // The model parameters of a satellite at the fit end, in place of satelliteAssistance().
   std::function<support::AssistanceData(SatelliteId const&, support::BeidouSvType, double)> assistance;
+  GlonassStart glonassStart = GlonassStart::filter;
+  double glonassPairAge = 6 * 3600.0;  // s: age of the second state of GlonassStart::twoStates
 };
 
 // Empty when the options can be used; otherwise what is wrong with them.
@@ -86,11 +93,12 @@ struct SatellitePrediction {
   SatelliteId sat;
   std::string skipReason;            // non-empty when nothing was predicted: one line saying why
   std::vector<std::string> notes;    // records left out and other remarks, one line each
-  std::vector<Ephemeris> predicted;  // encoded and validated, in toe order
+  std::vector<Ephemeris> predicted;  // encoded and validated, in toe order (GLONASS: fromGlonass)
   int rejected = 0;                  // windows whose fit failed or whose elements failed validation
   double fitStart = 0, fitEnd = 0;   // GPS seconds of the first and last sample
   int samples = 0;
   double sampleRms = 0;       // m: RMS distance between the samples and the estimated orbit
+                              // (GLONASS: over the second half of the span)
   double maxFitResidual = 0;  // m: with checkFit, the largest distance between a written
                               // ephemeris and the propagated states of its window
                               // (infinite when that propagation fails)
@@ -112,6 +120,8 @@ support::Eop medianPole(std::vector<SatellitePrediction> const& predictions);
 
 // From one satellite's broadcast ephemerides (any order, as read). Records
 // after the fit end are not used; the rest are screened (screenEphemerides).
+// GLONASS satellites go to predictGlonassFromBroadcast (glonass_pipeline.hpp),
+// as they do to predictGlonassFromSp3 below.
 SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records,
                                          PipelineOptions const& options);
 // From precise orbits (centre of mass). Clock terms are a straight line fitted
@@ -125,7 +135,7 @@ struct ConstellationOptions {
   // fitEnd is used only when fitEndGiven; pole is replaced for the satellites that hold it.
   PipelineOptions pipeline;
   bool fitEndGiven = false;
-  std::vector<char> systems = {'G', 'C'};
+  std::vector<char> systems = {'G', 'R', 'C'};
   std::vector<SatelliteId> satellites;  // only these; empty: every satellite of `systems`
   unsigned threads = 1;                 // worker threads (at least one)
   // If set: called with (0, selected satellites) before the first one starts,

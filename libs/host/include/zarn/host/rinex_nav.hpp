@@ -1,6 +1,6 @@
 // RINEX navigation files: a reader for versions 2.x, 3.x and 4.00 that turns
 // GPS LNAV, BeiDou D1/D2 and GLONASS FDMA records into the library's broadcast
-// records, and a RINEX 3.04 writer for GPS and BeiDou ephemerides.
+// records, and a RINEX 3.04 writer for GPS, GLONASS and BeiDou ephemerides.
 //
 // Scaling: every broadcast field is the RINEX value divided by its LSB
 // (IS-GPS-200 Tables 20-I/20-III, BDS-SIS-ICD-B1I 5.2.4, GLONASS ICD 4.4),
@@ -139,6 +139,10 @@ bool encodeGlonass(GlonassNavRaw const& raw, int slot, core::GlonassEphemeris& e
 // does not hold are set as the writer documents below.
 GpsNavRaw decodeGps(core::GpsEphemeris const& eph);
 BeidouNavRaw decodeBeidou(core::BeidouEphemeris const& eph);
+// GLONASS: the epoch is the UTC calendar of `time`, the message frame time
+// that instant in seconds of the UTC week; the L1/L2 delay (deltaTauN) is not
+// written, as RINEX 3.04 has no field for it.
+GlonassNavRaw decodeGlonass(core::GlonassEphemeris const& eph);
 
 struct NavWriteOptions {
   std::string program = "zarn";
@@ -151,17 +155,19 @@ struct NavWriteOptions {
   double gpsFitIntervalHours = 4.0;
 };
 
-// RINEX 3.04 navigation text for GPS and BeiDou records, in the given order.
+// RINEX 3.04 navigation text for GPS, BeiDou and GLONASS records, in the given order.
 // Fields a record does not hold: transmission time = toe (seconds of the toe
 // week), GPS codes on L2 and L2 P flag 0, fit interval from the options;
 // BeiDou AODC is written from `aodc` (the reader sets `iodc` = `aodc`).
 // Throws std::invalid_argument for a URA index outside 0..15.
 std::string formatRinexNav(NavWriteOptions const& options, std::vector<core::GpsEphemeris> const& gps,
-                           std::vector<core::BeidouEphemeris> const& beidou);
+                           std::vector<core::BeidouEphemeris> const& beidou,
+                           std::vector<core::GlonassEphemeris> const& glonass = {});
 // Writes formatRinexNav(...) to `path`; throws FormatError when it cannot.
 void writeRinexNav(std::string const& path, NavWriteOptions const& options,
                    std::vector<core::GpsEphemeris> const& gps,
-                   std::vector<core::BeidouEphemeris> const& beidou);
+                   std::vector<core::BeidouEphemeris> const& beidou,
+                   std::vector<core::GlonassEphemeris> const& glonass = {});
 
 }  // namespace host
 }  // namespace zarn

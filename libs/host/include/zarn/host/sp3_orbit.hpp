@@ -16,7 +16,7 @@ namespace host {
 
 class Sp3Orbit {
  public:
-  // GPS ('G') and BeiDou ('C') satellites of the files; epochs that several
+  // GPS ('G'), GLONASS ('R') and BeiDou ('C') satellites of the files; epochs that several
   // files hold are taken once.
   explicit Sp3Orbit(std::vector<Sp3Data> const& files);
 

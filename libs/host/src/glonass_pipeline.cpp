@@ -1,0 +1,421 @@
+#include "zarn/host/glonass_pipeline.hpp"
+
+#include <time.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "zarn/host/gnss_time.hpp"
+#include "zarn/host/screening.hpp"
+#include "zarn/support/assistance_data.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/ephemeris_cache.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
+#include "zarn/support/force_model.hpp"
+#include "zarn/support/gamma_estimator.hpp"
+#include "zarn/support/prediction.hpp"
+#include "zarn/support/time_conversion.hpp"
+
+namespace zarn {
+namespace host {
+
+namespace {
+
+using support::Mat;
+using support::Vec;
+
+constexpr double kSlotSpacing = 1800.0;  // s: GLONASS reference times every 30 minutes of UTC
+constexpr double kSlotPhase = 900.0;     // s: ... at a quarter past and a quarter to the hour
+constexpr double kTbSeconds = 900.0;     // s: tb counts quarter hours of the Moscow day (GLONASS ICD 4.4)
+constexpr int kMinimumRecords = 3;       // fewer usable states cannot carry a fit span
+// The broadcast start's integrator step (estimateInitialStateGlonass), s.
+constexpr double kBroadcastStartStep = 900.0;
+// History kept for the broadcast start: a day of states thinned to one per slot.
+constexpr unsigned kCacheCapacity = 49;
+
+double threadCpuSeconds() {
+  timespec ts{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
+
+// Broadcast clock of a record: tau (s; the satellite clock's offset that the
+// receiver adds) and gamma, at the record's time.
+struct Clock {
+  double tRef = 0, tau = 0, gamma = 0;
+};
+
+// Earth-fixed centre-of-mass samples in WGS 84 on the UTC quarter-hour grid.
+struct Samples {
+  std::vector<double> t;
+  std::vector<Vec> position;
+  Vec velocity0;
+};
+
+// The sample grid: instants of [fitEnd - fitSpan, fitEnd] on the step grid
+// through the slots (the step divides their spacing), an odd count (the filter starts the integrator
+// on the middle one).
+std::vector<double> sampleGrid(PipelineOptions const& o, int leap) {
+  double const h = o.sampleStep;
+  double const phase = leap + kSlotPhase;  // a slot lies on the grid
+  double const last = std::floor((o.fitEnd - phase) / h + 1e-9) * h + phase;
+  long long count = static_cast<long long>(std::floor(o.fitSpan / h + 1e-9)) + 1;
+  if (count % 2 == 0) --count;
+  std::vector<double> t;
+  for (long long k = count - 1; k >= 0; --k) t.push_back(last - static_cast<double>(k) * h);
+  return t;
+}
+
+// Sets up the force model as the GPS path does and runs the filter over the
+// samples; the model's integrator is left at the middle sample.
+support::InitialStateEstimate estimate(Samples const& s, support::AssistanceData const& assistance,
+                                       PipelineOptions const& o, int leap, support::ForceModel& model) {
+  std::size_t const n = s.t.size();
+  Vec times(n);
+  Mat positions(n, 3), velocities(n, 3, 0.0);
+  for (std::size_t k = 0; k < n; ++k) {
+    times(k) = s.t[k];
+    for (std::size_t c = 0; c < 3; ++c) positions(k, c) = s.position[k](c);
+  }
+  for (std::size_t c = 0; c < 3; ++c) velocities(0, c) = s.velocity0(c);
+  model.setLeapInfo(leapSecondTable());
+  model.setAssistanceData(assistance);
+  model.setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
+  model.setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
+  model.setEopInfo(support::makeEopInfo(o.pole));
+  return support::estimateInitialState(times, positions, velocities, o.pole, model, true,
+                                       support::UNDEFINED_SAT_TYPE);
+}
+
+long long scaledClock(double value, double lsb) {
+  double const x = value / lsb;
+  return static_cast<long long>(x >= 0 ? std::floor(x + 0.5) : std::ceil(x - 0.5));
+}
+
+// Steps the model's integrator from `reached` through every slot and keeps the
+// records that initGlonassEphemeris and validation accept.
+void propagateSlots(support::ForceModel& model, double reached, double h, Clock const& clock,
+                    core::GlonassEphemeris const& templateRecord, PipelineOptions const& o, int leap,
+                    SatellitePrediction& result) {
+  namespace lsb = support::broadcast;
+  std::vector<double> const slots = glonassSlots(o.fitEnd, o.days, leap);
+  Vec const unused(3);
+  int refused = 0;
+  double firstRefused = 0;
+  for (double slot : slots) {
+    if (slot <= reached) continue;
+    core::GlonassEphemeris eph = templateRecord;
+    double const tau = clock.tau - (slot - clock.tRef) * clock.gamma;
+    eph.tauN = static_cast<std::int32_t>(scaledClock(tau, lsb::glonassTau));
+    eph.gammaN = static_cast<std::int16_t>(scaledClock(clock.gamma, lsb::glonassGamma));
+    Vec position, velocity;
+    int const steps =
+        support::propagateSatellite(reached, slot, h, unused, unused, model, eph, position, velocity);
+    if (steps == 0 && position.size() == 0) {
+      // The integrator did not move: later slots would be mislabelled.
+      result.notes.push_back(toString(result.sat) + ": propagation failed at " + formatGpsTime(slot) +
+                             "; the prediction ends there");
+      break;
+    }
+    reached = slot;
+    eph.tb = static_cast<std::int16_t>(eph.time.third / static_cast<std::uint32_t>(kTbSeconds));
+    Ephemeris e = fromGlonass(eph);
+    if (steps == 0 || !passesValidation(e) || std::fabs(e.toe - slot) > 0.5) {
+      if (refused++ == 0) firstRefused = slot;
+      continue;
+    }
+    result.predicted.push_back(e);
+  }
+  result.rejected = refused;
+  if (refused > 0) {
+    result.notes.push_back(toString(result.sat) + ": " + std::to_string(refused) + " of " +
+                           std::to_string(slots.size()) + " records refused (first at " +
+                           formatGpsTime(firstRefused) + ")");
+  }
+}
+
+// The clock of the records: tau and gamma of the newest, gamma from the
+// GammaEstimator fed with the tau values of all of them.
+Clock broadcastClock(std::vector<Ephemeris> const& kept) {
+  namespace lsb = support::broadcast;
+  support::GammaEstimator estimator;
+  Clock clock;
+  for (Ephemeris const& e : kept) {
+    double const tau = e.glonass.tauN * lsb::glonassTau;
+    double const gamma = e.glonass.gammaN * lsb::glonassGamma;
+    if (!estimator.initialized()) {
+      estimator.initialize(tau, gamma, e.toe);
+      clock.gamma = gamma;
+    } else {
+      clock.gamma = estimator.update(tau, gamma, e.toe);
+    }
+    clock.tRef = e.toe;
+    clock.tau = tau;
+  }
+  return clock;
+}
+
+// Runs the filter on the samples and propagates; fills the timing and fit fields.
+void predictFromSamples(Samples const& s, Clock const& clock, core::GlonassEphemeris const& templateRecord,
+                        PipelineOptions const& o, int leap, SatellitePrediction& result) {
+  std::size_t const n = s.t.size();
+  support::AssistanceData assistance = satelliteAssistance(result.sat, support::UNDEFINED_SAT_TYPE, o.fitEnd);
+  if (!o.antennaOffset) assistance.antPhase.fill(0.0);
+  result.fitStart = s.t.front();
+  result.fitEnd = s.t.back();
+  result.samples = static_cast<int>(n);
+  double const cpu0 = threadCpuSeconds();
+  support::ForceModel model;
+  support::InitialStateEstimate const est = estimate(s, assistance, o, leap, model);
+  result.pole = support::Eop{est.state(6), est.state(7)};
+  double const cpu1 = threadCpuSeconds();
+  result.estimateSeconds = cpu1 - cpu0;
+  // The integrator stands at the middle sample: step it through the later
+  // samples to measure the fit, then on to the slots.
+  double reached = s.t[n / 2];
+  std::size_t const later = n - 1 - n / 2;
+  if (later > 0) {
+    Mat positions(3, later), velocities(3, later);
+    Vec epochs(later);
+    for (std::size_t j = 0; j < later; ++j) epochs(j) = s.t[n / 2 + 1 + j];
+    support::OdeFunGj8 ode(model);
+    if (model.getGj8Integrator().gj8Propagate(ode, positions, velocities, static_cast<unsigned>(later)) !=
+        later) {
+      result.skipReason = "the estimated orbit does not propagate over the fit span";
+      return;
+    }
+    support::int0StatesToItrs(model, epochs, leap, false, positions, velocities);
+    double sum = 0.0;
+    for (std::size_t j = 0; j < later; ++j) {
+      double const d =
+          support::distance(boost::numeric::ublas::column(positions, j), s.position[n / 2 + 1 + j]);
+      sum += d * d;
+    }
+    result.sampleRms = std::sqrt(sum / static_cast<double>(later));
+    reached = s.t.back();
+  }
+  propagateSlots(model, reached, o.sampleStep, clock, templateRecord, o, leap, result);
+  double const cpu2 = threadCpuSeconds();
+  result.propagateSeconds = cpu2 - cpu1;
+  result.cpuSeconds = cpu2 - cpu0;
+}
+
+// The orbit started from the newest broadcast state, alone or with a second
+// one about glonassPairAge older (EphemerisCache::nearest).
+void predictFromStates(std::vector<Ephemeris> const& kept, Clock const& clock,
+                       core::GlonassEphemeris const& templateRecord, PipelineOptions const& o, int leap,
+                       SatellitePrediction& result) {
+  support::EphemerisCache cache(kCacheCapacity, kSlotSpacing);
+  for (Ephemeris const& e : kept) cache.insert(e.glonass);
+  support::AssistanceData assistance = satelliteAssistance(result.sat, support::UNDEFINED_SAT_TYPE, o.fitEnd);
+  if (!o.antennaOffset) assistance.antPhase.fill(0.0);
+  static std::vector<support::LeapInfo> const leaps = leapSecondTable();
+  core::GlonassEphemeris const& newest = cache.newest();
+  double const t = glonassGpsSeconds(newest.time);
+  Vec p(3), v(3), p2(3), v2(3), r0, v0;
+  support::glonassEphemerisToEcef(newest, t, p, v, leaps);
+  result.fitEnd = t;
+  result.fitStart = t;
+  result.samples = 1;
+  double const cpu0 = threadCpuSeconds();
+  support::ForceModel model;
+  model.setLeapInfo(leaps);
+  model.setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
+  bool started = false;
+  if (o.glonassStart == GlonassStart::twoStates && cache.size() > 1) {
+    core::GlonassEphemeris const& older = cache.nearest(o.glonassPairAge);
+    double const t2 = glonassGpsSeconds(older.time);
+    support::glonassEphemerisToEcef(older, t2, p2, v2, leaps);
+    started = support::estimateInitialStateGlonass(assistance, t, leapSecondsAt(t), p, v, t2,
+                                                   leapSecondsAt(t2), p2, v2, o.pole, model, r0, v0);
+    result.fitStart = std::min(t, t2);
+    result.samples = 2;
+    if (!started) result.notes.push_back(toString(result.sat) + ": the two-state start was refused");
+  }
+  if (!started &&
+      !support::estimateInitialStateGlonass(assistance, t, leapSecondsAt(t), p, v, o.pole, model, r0, v0)) {
+    result.skipReason = "the orbit cannot start from the broadcast state of " + formatGpsTime(t);
+    return;
+  }
+  double const cpu1 = threadCpuSeconds();
+  result.estimateSeconds = cpu1 - cpu0;
+  propagateSlots(model, t, kBroadcastStartStep, clock, templateRecord, o, leap, result);
+  double const cpu2 = threadCpuSeconds();
+  result.propagateSeconds = cpu2 - cpu1;
+  result.cpuSeconds = cpu2 - cpu0;
+}
+
+// Fields of a predicted record that neither the orbit nor the clock sets.
+core::GlonassEphemeris templateFor(SatelliteId const& sat, core::GlonassEphemeris const* last) {
+  core::GlonassEphemeris eph;
+  if (last != nullptr) eph.frequencyNumber = last->frequencyNumber;
+  eph.svId = static_cast<std::uint16_t>(sat.prn);
+  eph.health = 0;
+  eph.age = 0;
+  eph.deltaTauN = 0;  // an L1-only receiver has no use for it, and RINEX 3.04 does not carry it
+  return eph;
+}
+
+std::string checkOptions(PipelineOptions const& o) {
+  if (!(o.sampleStep > 0) || std::fmod(kSlotSpacing, o.sampleStep) != 0.0) {
+    return "the step must divide 30 minutes into whole steps for GLONASS";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::vector<double> glonassSlots(double fitEnd, double days, int leapSeconds) {
+  std::vector<double> slots;
+  double const first = std::ceil((fitEnd - leapSeconds - kSlotPhase) / kSlotSpacing - 1e-9) * kSlotSpacing +
+                       kSlotPhase + leapSeconds;
+  for (double t = first; t <= fitEnd + days * kSecondsPerDay + 1e-6; t += kSlotSpacing) slots.push_back(t);
+  return slots;
+}
+
+SatellitePrediction predictGlonassFromBroadcast(std::vector<Ephemeris> const& records,
+                                                PipelineOptions const& o) {
+  SatellitePrediction result;
+  if (records.empty()) {
+    result.skipReason = "no ephemerides";
+    return result;
+  }
+  result.sat = records.front().sat;
+  result.skipReason = checkOptions(o);
+  if (!result.skipReason.empty()) return result;
+  std::vector<Ephemeris> const usable = recordsUpTo(records, o.fitEnd);
+  if (usable.empty()) {
+    result.skipReason = "no ephemeris up to the fit end " + formatGpsTime(o.fitEnd);
+    return result;
+  }
+  ScreeningOptions const screening = screeningOptionsFor('R');
+  ScreeningResult const screened = screenEphemerides(usable, screening);
+  result.notes = screened.notes;
+  std::vector<Ephemeris> const& kept = screened.kept;
+  if (usable.back().health != 0) {
+    result.skipReason = "unhealthy at the fit end (health " + std::to_string(usable.back().health) +
+                        " in the record of " + formatGpsTime(usable.back().toe) + ")";
+    return result;
+  }
+  if (static_cast<int>(kept.size()) < kMinimumRecords) {
+    result.skipReason = "only " + std::to_string(kept.size()) +
+                        " usable ephemerides up to the fit end (need " + std::to_string(kMinimumRecords) +
+                        ")";
+    return result;
+  }
+  int const leap = leapSecondsAt(o.fitEnd);
+  Clock const clock = broadcastClock(kept);
+  core::GlonassEphemeris const templateRecord = templateFor(result.sat, &kept.back().glonass);
+  if (o.glonassStart != GlonassStart::filter) {
+    predictFromStates(kept, clock, templateRecord, o, leap, result);
+    return result;
+  }
+
+  // Samples from the record nearest in time, while within its trusted span;
+  // the contiguous run that ends at the fit end is used.
+  std::vector<double> t = sampleGrid(o, leap);
+  std::vector<Vec> pos(t.size(), Vec(3));
+  std::vector<bool> have(t.size(), false);
+  Vec vel(3), velocity0(3);
+  std::size_t j = 0;
+  for (std::size_t k = 0; k < t.size(); ++k) {
+    while (j + 1 < kept.size() && std::fabs(kept[j + 1].toe - t[k]) <= std::fabs(kept[j].toe - t[k])) ++j;
+    if (std::fabs(kept[j].toe - t[k]) > screening.trusted) continue;
+    ephemerisState(kept[j], t[k], pos[k], vel);
+    if (k == 0) velocity0 = vel;
+    have[k] = true;
+  }
+  std::size_t first = t.size();
+  while (first > 0 && have[first - 1]) --first;
+  if ((t.size() - first) % 2 == 0) ++first;
+  double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
+  if (first >= t.size() || t.back() - t[first] + 1e-9 < minimum) {
+    result.skipReason =
+        "broadcast states cover only " +
+        std::to_string(first >= t.size() ? 0.0 : (t.back() - t[first]) / 3600.0).substr(0, 4) +
+        " h before the fit end, need " + std::to_string(minimum / 3600.0).substr(0, 4) + " h";
+    return result;
+  }
+  if (first > 0) {
+    Vec p(3);
+    std::size_t nearest = 0;
+    for (std::size_t k = 1; k < kept.size(); ++k) {
+      if (std::fabs(kept[k].toe - t[first]) < std::fabs(kept[nearest].toe - t[first])) nearest = k;
+    }
+    ephemerisState(kept[nearest], t[first], p, velocity0);
+  }
+  Samples s;
+  s.t.assign(t.begin() + static_cast<long>(first), t.end());
+  s.velocity0 = velocity0;
+  support::AntennaPhase const apc =
+      satelliteAssistance(result.sat, support::UNDEFINED_SAT_TYPE, o.fitEnd).antPhase;
+  for (std::size_t k = first; k < t.size(); ++k) {
+    Vec const wgs = support::pz902ToWgs84(pos[k]);
+    s.position.push_back(o.antennaOffset ? support::removeApcOffset(wgs, apc, t[k], leapSecondsAt(t[k]))
+                                         : wgs);
+  }
+  predictFromSamples(s, clock, templateRecord, o, leap, result);
+  return result;
+}
+
+SatellitePrediction predictGlonassFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat,
+                                          PipelineOptions const& o) {
+  SatellitePrediction result;
+  result.sat = sat;
+  result.skipReason = checkOptions(o);
+  if (!result.skipReason.empty()) return result;
+  int const leap = leapSecondsAt(o.fitEnd);
+  std::vector<double> t = sampleGrid(o, leap);
+  Samples s;
+  for (double tk : t) {
+    Vec p(3);
+    if (orbit.state(sat, tk, p)) {
+      s.t.push_back(tk);
+      s.position.push_back(p);
+    } else {
+      s.t.clear();
+      s.position.clear();
+    }
+  }
+  double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
+  if (s.t.size() % 2 == 0 && !s.t.empty()) {
+    s.t.erase(s.t.begin());
+    s.position.erase(s.position.begin());
+  }
+  if (s.t.empty() || s.t.back() != t.back() || s.t.back() - s.t.front() + 1e-9 < minimum) {
+    result.skipReason = "the precise orbit does not cover the fit span up to " + formatGpsTime(t.back());
+    return result;
+  }
+  Vec p(3), v(3);
+  orbit.state(sat, s.t.front(), p, &v);
+  s.velocity0 = v;
+
+  // tau = -clock: a least-squares line through the tabulated clocks of the span.
+  Clock clock;
+  clock.tRef = s.t.back();
+  double sw = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+  for (double tk : s.t) {
+    double const c = orbit.clock(sat, tk);
+    if (!std::isfinite(c)) continue;
+    double const x = tk - clock.tRef;
+    sw += 1;
+    sx += x;
+    sy -= c;
+    sxx += x * x;
+    sxy -= x * c;
+  }
+  double const det = sw * sxx - sx * sx;
+  if (sw >= 2 && det > 0) {
+    double const slope = (sw * sxy - sx * sy) / det;
+    clock.tau = (sy - slope * sx) / sw;
+    clock.gamma = -slope;
+  } else {
+    result.notes.push_back(toString(sat) + ": no SP3 clocks in the fit span; clock terms set to zero");
+  }
+  predictFromSamples(s, clock, templateFor(sat, nullptr), o, leap, result);
+  return result;
+}
+
+}  // namespace host
+}  // namespace zarn
