@@ -6,6 +6,7 @@
 
 #include "tables/satellite_history_table.hpp"
 #include "zarn/host/gnss_time.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
 #include "zarn/support/validation.hpp"
@@ -14,8 +15,6 @@ namespace zarn {
 namespace host {
 
 namespace {
-
-constexpr double kSqrtALsb = 1.0 / 524288.0;  // 2^-19 m^1/2 (IS-GPS-200 Table 20-III)
 
 // A BDS-2 satellite of each orbit type whose default parameters stand in for
 // later satellites of that type (BDS-2: C01-C05 GEO, C06-C10 IGSO, C11-C14 MEO).
@@ -69,36 +68,19 @@ void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::
 }
 
 double sqrtSemiMajorAxis(Ephemeris const& eph) {
-  return (eph.sat.system == 'C' ? eph.beidou.sqrtA : eph.gps.sqrtA) * kSqrtALsb;
+  namespace bc = support::broadcast;
+  return eph.sat.system == 'C' ? bc::decode(eph.beidou.sqrtA, bc::kBeidouSqrtA)
+                               : bc::decode(eph.gps.sqrtA, bc::kGpsSqrtA);
 }
 
 support::Vec validationVector(Ephemeris const& eph) {
-  namespace lsb = support::broadcast;
-  bool const bds = eph.sat.system == 'C';
-  core::BeidouEphemeris const& b = eph.beidou;
-  core::GpsEphemeris const& g = eph.gps;
-  double const angle = bds ? lsb::beidouHarmonicAngle : lsb::gpsHarmonicAngle;
-  double const radius = bds ? lsb::beidouHarmonicRadius : lsb::gpsHarmonicRadius;
+  namespace bc = support::broadcast;
+  bc::KeplerElements const k = eph.sat.system == 'C' ? bc::decodeOrbit(eph.beidou) : bc::decodeOrbit(eph.gps);
   double const week = std::floor(eph.toe / kSecondsPerWeek);
-  std::vector<double> const v = {(bds ? b.sqrtA : g.sqrtA) * lsb::sqrtA,
-                                 (bds ? b.e : g.e) * lsb::eccentricity,
-                                 (bds ? b.i0 : g.i0) * lsb::angle,
-                                 (bds ? b.omega0 : g.omega0) * lsb::angle,
-                                 (bds ? b.omega : g.omega) * lsb::angle,
-                                 (bds ? b.m0 : g.m0) * lsb::angle,
-                                 (bds ? b.deltaN : g.deltaN) * lsb::rate,
-                                 (bds ? b.iDot : g.iDot) * lsb::rate,
-                                 (bds ? b.omegaDot : g.omegaDot) * lsb::rate,
-                                 (bds ? b.cuc : g.cuc) * angle,
-                                 (bds ? b.cus : g.cus) * angle,
-                                 (bds ? b.crc : g.crc) * radius,
-                                 (bds ? b.crs : g.crs) * radius,
-                                 (bds ? b.cic : g.cic) * angle,
-                                 (bds ? b.cis : g.cis) * angle,
-                                 eph.toe - week * kSecondsPerWeek,
-                                 week};
-  support::Vec out(v.size());
-  for (std::size_t i = 0; i < v.size(); ++i) out(i) = v[i];
+  support::Vec out(bc::kKeplerSize + 2);
+  for (std::size_t i = 0; i < bc::kKeplerSize; ++i) out(i) = k[i];
+  out(bc::kKeplerSize) = eph.toe - week * kSecondsPerWeek;
+  out(bc::kKeplerSize + 1) = week;
   return out;
 }
 

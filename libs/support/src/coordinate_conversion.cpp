@@ -14,7 +14,6 @@ namespace {
 constexpr double pi = 3.14159265358979323846;
 constexpr double twoPi = 2.0 * pi;
 constexpr double degToRad = pi / 180.0;
-constexpr double mu = 3.986004418e14;  // m^3/s^2, WGS 84
 
 // PZ-90.02 -> WGS 84 origin shift, m (GLONASS ICD ed. 5.1, 2008).
 constexpr double pz902ToWgs84Shift[3] = {-0.36, 0.08, 0.18};
@@ -276,9 +275,9 @@ Vec eciToOrb(Vec const& rv, Vec const& vv) {
   V3 const h = cross3(r, v);
   V3 const n = {{-h.x[1], h.x[0], 0.0}};  // z x h, towards the ascending node
   double const rNorm = norm(r), v2 = dot(v, v), rDotV = dot(r, v), nNorm = norm(n);
-  double const energy = v2 / 2.0 - mu / rNorm;
+  double const energy = v2 / 2.0 - kEarthGm / rNorm;
   V3 eVec;
-  for (int k = 0; k < 3; ++k) eVec.x[k] = ((v2 - mu / rNorm) * r.x[k] - rDotV * v.x[k]) / mu;
+  for (int k = 0; k < 3; ++k) eVec.x[k] = ((v2 - kEarthGm / rNorm) * r.x[k] - rDotV * v.x[k]) / kEarthGm;
   double e = norm(eVec);
   if (std::fabs(e) < circularEccentricity) e = 0.0;
   double i = std::acos(std::fmax(-1.0, std::fmin(1.0, h.x[2] / norm(h))));
@@ -287,7 +286,7 @@ Vec eciToOrb(Vec const& rv, Vec const& vv) {
   double Omega = nNorm == 0.0 ? 0.0 : angleFromCosine(n.x[0] / nNorm, n.x[1] < 0.0);
   double a, omega, nu;
   if (e == 0.0) {
-    a = -mu / (2.0 * energy);
+    a = -kEarthGm / (2.0 * energy);
     omega = 0.0;
     if (i == 0.0) {
       nu = angleFromCosine(r.x[0] / rNorm, r.x[1] < 0.0);  // true longitude
@@ -296,7 +295,7 @@ Vec eciToOrb(Vec const& rv, Vec const& vv) {
       nu = angleFromCosine(dot(n, r) / (nNorm * rNorm), r.x[2] < 0.0);  // argument of latitude
     }
   } else {
-    a = e == 1.0 ? std::numeric_limits<double>::infinity() : -mu / (2.0 * energy);
+    a = e == 1.0 ? std::numeric_limits<double>::infinity() : -kEarthGm / (2.0 * energy);
     nu = angleFromCosine(dot(eVec, r) / (e * rNorm), rDotV < 0.0);
     if (i == 0.0) {
       omega = angleFromCosine(eVec.x[0] / e, eVec.x[1] < 0.0);  // longitude of perigee
@@ -374,7 +373,7 @@ Vec rswToEci(Vec const& rRef, Vec const& vRef, Vec const& rRsw, Vec const& vRsw)
                  {sw * si, cw * si, ci}}};
   M3 const N = {{{cn, -sn, 0}, {sn, cn, 0}, {0, 0, 1}}};
   V3 const r = fromVec(rRef);
-  double const nuDot = std::sqrt(mu * a * (1.0 - e * e)) / dot(r, r);  // h / |r|^2
+  double const nuDot = std::sqrt(kEarthGm * a * (1.0 - e * e)) / dot(r, r);  // h / |r|^2
   M3 const Ndot = {{{-nuDot * sn, -nuDot * cn, 0}, {nuDot * cn, -nuDot * sn, 0}, {0, 0, 0}}};
   Vec result(3);
   toVec(add(apply(P, apply(N, fromVec(vRsw))), apply(P, apply(Ndot, fromVec(rRsw)))), result);
