@@ -8,8 +8,9 @@
 // BDS-SIS-ICD-B1I-3.0 (2019) 5.2.4 (D1/D2 ephemeris, clock and almanac
 // parameters; unchanged since v1.0); GLONASS ICD Edition 5.1 (2008) 4.4
 // (immediate data), 4.5 (almanac), 3.1.3 and Appendix A.3.1; Galileo OS SIS
-// ICD 5.1.1. Physical value = transmitted integer * LSB; angles are broadcast
-// in semicircles and become radians through the pi each document defines.
+// ICD 5.1.1. Physical value = transmitted integer * LSB; angles are
+// broadcast in semicircles and become radians through the pi each document
+// defines.
 #ifndef ZARN_SUPPORT_BROADCAST_INTERFACE_HPP
 #define ZARN_SUPPORT_BROADCAST_INTERFACE_HPP
 
@@ -54,9 +55,9 @@ constexpr Field unsignedField(double lsb, int bits) {
 inline std::int64_t encode(double value, double lsb) {
   double const x = value / lsb;
   double const r = x >= 0.0 ? std::floor(x + 0.5) : std::ceil(x - 0.5);
-  constexpr double limit = 9.2e18;
-  if (std::isnan(r) || r <= -limit) return std::numeric_limits<std::int64_t>::min();
-  if (r >= limit) return std::numeric_limits<std::int64_t>::max();
+  constexpr double kLimit = 9.2e18;
+  if (std::isnan(r) || r <= -kLimit) return std::numeric_limits<std::int64_t>::min();
+  if (r >= kLimit) return std::numeric_limits<std::int64_t>::max();
   return static_cast<std::int64_t>(r);
 }
 inline std::int64_t encode(double value, Field const& field) {
@@ -139,7 +140,7 @@ constexpr double kBeidouGeoTilt = -0.08726646259971647;  // rad
 // negative end; the library's range checks accept the two's-complement range
 // of each width. Units are those of the ICD and of the core records.
 
-// Immediate data, 4.4 Table 4.5.
+// Immediate data, 4.4.
 constexpr Field kGlonassPosition = signedField(pow2(-11), 27);     // km
 constexpr Field kGlonassVelocity = signedField(pow2(-20), 24);     // km/s
 constexpr Field kGlonassAcceleration = signedField(pow2(-30), 5);  // km/s^2
@@ -149,7 +150,7 @@ constexpr Field kGlonassDeltaTau = signedField(pow2(-30), 5);      // s
 constexpr Field kGlonassTb = unsignedField(900.0, 7);              // s: 15-minute intervals of the day
 constexpr Field kGlonassAge = unsignedField(1.0, 5);               // days (E_n)
 constexpr Field kGlonassAccuracyIndex = unsignedField(1.0, 4);     // F_T
-// Almanac, 4.5 Table 4.9; angles in semicircles (kGlonassPi).
+// Almanac, 4.5; angles in semicircles (kGlonassPi).
 constexpr Field kGlonassTauC = signedField(pow2(-31), 32);             // s
 constexpr Field kGlonassTauGps = signedField(pow2(-30), 22);           // s
 constexpr Field kGlonassAlmanacLambda = signedField(pow2(-20), 21);    // semicircle
@@ -194,9 +195,10 @@ constexpr KeplerConstants const* keplerConstants(core::GnssType gnss) {
 constexpr int kKeplerPasses = 6;
 constexpr double kGeoInclinationLimit = 0.5;  // rad
 
-// PZ-90 of the GLONASS equations of motion (A.3.1.2) in the rounded values
-// the immediate-data integration has always used: GM 398600.44 km^3/s^2 and
-// J2 1082625.7e-9 (the 2008 edition gives 398600.4418 and 1082625.75e-9).
+// PZ-90 of the GLONASS equations of motion (A.3.1.2) in the rounded values of
+// the earlier editions, which the immediate-data integration keeps: GM
+// 398600.44 km^3/s^2 and J2 1082625.7e-9 (Edition 5.1: 398600.4418 and
+// 1082625.75e-9).
 constexpr double kGlonassGm = 3.9860044e14;  // m^3/s^2
 constexpr double kGlonassJ2 = 1082625.7e-9;  // dimensionless
 // PZ-90.02 of the almanac algorithm (3.1.3, A.3.1.3).
@@ -210,7 +212,7 @@ constexpr double kGlonassEarthRate = 7.292115e-5;  // rad/s
 
 // Upper accuracy bounds (m) of URA indices 0..14; index 15 means no accuracy
 // prediction. GPS URA (IS-GPS-200 20.3.3.3.1.3), used by BeiDou's URAI and
-// every other constellation, and GLONASS F_T (GLONASS ICD 4.4 Table 4.4).
+// every other constellation, and GLONASS F_T (GLONASS ICD 4.4, word F_T).
 constexpr int kUraIndexCount = 15;
 constexpr int kUraNoPrediction = 15;
 constexpr double kGpsUraMeters[kUraIndexCount] = {2.4,  3.4,   4.85,  6.85,  9.65,   13.65,  24.0,  48.0,
@@ -291,23 +293,27 @@ inline ClockTerms decodeClock(core::BeidouEphemeris const& e) {
   return {decode(e.a0, kBeidouA0), decode(e.a1, kBeidouA1), decode(e.a2, kBeidouA2)};
 }
 
+// The clock terms into the three words; false, with the words unchanged, when
+// a term does not fit its field.
+template <typename A0, typename A1, typename A2>
+bool encodeClockWords(ClockTerms const& c, Field const (&f)[3], A0& a0, A1& a1, A2& a2) {
+  std::int64_t const w0 = encode(c.a0, f[0]), w1 = encode(c.a1, f[1]), w2 = encode(c.a2, f[2]);
+  if (!fits(w0, f[0]) || !fits(w1, f[1]) || !fits(w2, f[2])) return false;
+  a0 = static_cast<A0>(w0);
+  a1 = static_cast<A1>(w1);
+  a2 = static_cast<A2>(w2);
+  return true;
+}
+
 // The clock terms into the record; false, with the record unchanged, when a
 // term does not fit its field.
 inline bool encodeClock(ClockTerms const& c, core::GpsEphemeris& e) {
-  std::int64_t const a0 = encode(c.a0, kGpsAf0), a1 = encode(c.a1, kGpsAf1), a2 = encode(c.a2, kGpsAf2);
-  if (!fits(a0, kGpsAf0) || !fits(a1, kGpsAf1) || !fits(a2, kGpsAf2)) return false;
-  e.af0 = static_cast<std::int32_t>(a0);
-  e.af1 = static_cast<std::int16_t>(a1);
-  e.af2 = static_cast<std::int8_t>(a2);
-  return true;
+  Field const fields[3] = {kGpsAf0, kGpsAf1, kGpsAf2};
+  return encodeClockWords(c, fields, e.af0, e.af1, e.af2);
 }
 inline bool encodeClock(ClockTerms const& c, core::BeidouEphemeris& e) {
-  std::int64_t const a0 = encode(c.a0, kBeidouA0), a1 = encode(c.a1, kBeidouA1), a2 = encode(c.a2, kBeidouA2);
-  if (!fits(a0, kBeidouA0) || !fits(a1, kBeidouA1) || !fits(a2, kBeidouA2)) return false;
-  e.a0 = static_cast<std::int32_t>(a0);
-  e.a1 = static_cast<std::int32_t>(a1);
-  e.a2 = static_cast<std::int16_t>(a2);
-  return true;
+  Field const fields[3] = {kBeidouA0, kBeidouA1, kBeidouA2};
+  return encodeClockWords(c, fields, e.a0, e.a1, e.a2);
 }
 
 }  // namespace broadcast

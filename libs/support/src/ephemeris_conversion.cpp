@@ -167,24 +167,18 @@ void scaleEphemeris(Record const& eph, double* el) {
   for (unsigned i = 0; i < bc::kKeplerSize; ++i) el[i + 1] = k[i];
 }
 
-// Almanac fields to elements 1-7 of the almanac layout.
-void scaleAlmanac(core::GpsAlmanac const& alm, double* el) {
-  el[1] = bc::decode(alm.sqrtA, bc::kGpsAlmanacSqrtA);
-  el[2] = bc::decode(alm.e, bc::kGpsAlmanacEccentricity);
-  el[3] = bc::decode(alm.omega0, bc::kGpsAlmanacAngle);
-  el[4] = bc::decode(alm.omega, bc::kGpsAlmanacAngle);
-  el[5] = bc::decode(alm.m0, bc::kGpsAlmanacAngle);
-  el[6] = bc::decode(alm.deltaI, bc::kGpsAlmanacDeltaI);
-  el[7] = bc::decode(alm.omegaDot, bc::kGpsAlmanacOmegaDot);
-}
-void scaleAlmanac(core::BeidouAlmanac const& alm, double* el) {
-  el[1] = bc::decode(alm.sqrtA, bc::kBeidouAlmanacSqrtA);
-  el[2] = bc::decode(alm.e, bc::kBeidouAlmanacEccentricity);
-  el[3] = bc::decode(alm.omega0, bc::kBeidouAlmanacAngle);
-  el[4] = bc::decode(alm.omega, bc::kBeidouAlmanacAngle);
-  el[5] = bc::decode(alm.m0, bc::kBeidouAlmanacAngle);
-  el[6] = bc::decode(alm.deltaI, bc::kBeidouAlmanacDeltaI);
-  el[7] = bc::decode(alm.omegaDot, bc::kBeidouAlmanacOmegaDot);
+// Almanac fields to elements 1-7 of the almanac layout; one field for the
+// three angles.
+template <typename Record>
+void scaleAlmanac(Record const& alm, bc::Field const& sqrtA, bc::Field const& e, bc::Field const& angle,
+                  bc::Field const& deltaI, bc::Field const& omegaDot, double* el) {
+  el[1] = bc::decode(alm.sqrtA, sqrtA);
+  el[2] = bc::decode(alm.e, e);
+  el[3] = bc::decode(alm.omega0, angle);
+  el[4] = bc::decode(alm.omega, angle);
+  el[5] = bc::decode(alm.m0, angle);
+  el[6] = bc::decode(alm.deltaI, deltaI);
+  el[7] = bc::decode(alm.omegaDot, omegaDot);
 }
 
 // Continuous seconds of an almanac reference time on the scale of t: the Toc
@@ -429,7 +423,8 @@ void keplerianAlmanacToEcef(core::GnssType gnss, Vec const& almanac, double t, V
 void gpsAlmanacToEcef(core::GpsAlmanac const& alm, double t, Vec& pos, Vec& vel) {
   double el[kAlmanacSize];
   el[0] = almanacReferenceTime(alm.toa, alm.wna, t, &gpsToGpsSecs);
-  scaleAlmanac(alm, el);
+  scaleAlmanac(alm, bc::kGpsAlmanacSqrtA, bc::kGpsAlmanacEccentricity, bc::kGpsAlmanacAngle,
+               bc::kGpsAlmanacDeltaI, bc::kGpsAlmanacOmegaDot, el);
   checkedAlmanacToEcef(core::GPS, el, t, pos, vel, static_cast<BeidouSvType>(0));
 }
 
@@ -442,7 +437,8 @@ void beidouAlmanacToEcef(core::BeidouAlmanac const& alm, double t, Vec& pos, Vec
   double const tBeidou = gpsSecsToBeidouSecs(t);
   double el[kAlmanacSize];
   el[0] = almanacReferenceTime(alm.toa, alm.wna, tBeidou, &beidouToSecs);
-  scaleAlmanac(alm, el);
+  scaleAlmanac(alm, bc::kBeidouAlmanacSqrtA, bc::kBeidouAlmanacEccentricity, bc::kBeidouAlmanacAngle,
+               bc::kBeidouAlmanacDeltaI, bc::kBeidouAlmanacOmegaDot, el);
   checkedAlmanacToEcef(core::BEIDOU, el, tBeidou, pos, vel, svType);
 }
 
