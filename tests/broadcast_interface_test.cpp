@@ -40,6 +40,7 @@ std::map<std::string, Published> readPublished(std::string const& text) {
     std::string block, name, sign, lsb, unit;
     int bits = 0;
     if (line.empty() || line[0] == '#' || !(fields >> block >> name >> bits >> sign >> lsb >> unit)) continue;
+    if (lsb == "-") continue;  // bit fields without a scale
     double value = lsb.compare(0, 2, "2^") == 0 ? std::ldexp(1.0, std::stoi(lsb.substr(2))) : std::stod(lsb);
     if (unit.compare(0, 10, "semicircle") == 0 && block.compare(0, 3, "GLO") != 0) value *= icdPi;
     if (unit == "ns") value *= 1e-9;
@@ -176,7 +177,7 @@ TEST(BroadcastRecords, OrbitWordsSurviveDecodeAndEncode) {
   zb::KeplerElements const k = zb::decodeOrbit(g);
   EXPECT_EQ(k[0], 2701983690.0 / 524288.0);        // sqrtA, m^1/2
   EXPECT_EQ(k[7], 688 * icdPi / 8796093022208.0);  // iDot, rad/s
-  EXPECT_EQ(k[11], -60 / 32.0);                    // crc, m
+  EXPECT_EQ(k[12], -60 / 32.0);                    // crs, m
   zc::GpsEphemeris gBack;
   zb::encodeOrbit(k, gBack);
   expectSameWords(gBack, g);
