@@ -116,6 +116,9 @@ bool coordinatesAreNumbers(Vec const& rSat, Vec const& vSat, CoordinateMessages 
   return true;
 }
 
+// The Earth-fixed velocity is made inertial with the rate of Greenwich sidereal
+// time (rotation plus precession in right ascension, Vallado 2013 3.5),
+// deliberately not one of the broadcast rates.
 double inertialSpeed(Vec const& rSat, Vec const& vSat, bool ecef) {
   Vec v = vSat;
   if (ecef) {
