@@ -26,6 +26,9 @@ namespace {
 
 double const week = 604800.0;
 char const fitSource[] = "libs/support/src/keplerian_fit";
+// LSBs of IS-GPS-200 Table 20-III, written out here.
+double const rateLsb = 3.1415926535898 * std::ldexp(1.0, -43);  // deltaN, iDot, OmegaDot: rad/s
+double const gpsRadiusLsb = 1.0 / 32.0;                         // crc, crs: m
 
 }  // namespace
 
@@ -85,9 +88,9 @@ TEST(KeplerianEncoding, WordsAndVerdict) {
   k(0) = 5153.6;
   k(1) = 0.01;
   k(2) = 0.96;
-  k(6) = 2.5 * zs::broadcast::rate;                  // deltaN: halves away from zero
-  k(8) = -2.5 * zs::broadcast::rate;                 // OmegaDot
-  k(12) = -3.49 * zs::broadcast::gpsHarmonicRadius;  // crs
+  k(6) = 2.5 * rateLsb;          // deltaN: halves away from zero
+  k(8) = -2.5 * rateLsb;         // OmegaDot
+  k(12) = -3.49 * gpsRadiusLsb;  // crs
   k(15) = 259200.0;
   k(16) = 1913.0;
   zc::GpsEphemeris g;
@@ -101,7 +104,7 @@ TEST(KeplerianEncoding, WordsAndVerdict) {
   EXPECT_EQ(g.af0, 123);  // fields outside the orbit are kept
 
   // The record is written even when the verdict is false.
-  k(7) = 8192 * zs::broadcast::rate;  // iDot has 14 bits
+  k(7) = 8192 * rateLsb;  // iDot has 14 bits
   EXPECT_FALSE(zs::keplerianToGpsEphemeris(k, g));
   EXPECT_EQ(g.iDot, 8192);
 

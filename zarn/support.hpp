@@ -4,6 +4,7 @@
 
 #include "zarn/core/records.hpp"
 #include "zarn/support/assistance_data.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/clock_filter.hpp"
 #include "zarn/support/constellation_analyzer.hpp"
 #include "zarn/support/coordinate_conversion.hpp"

@@ -74,8 +74,15 @@ inline bool operator==(InertialFrameInfo const& a, InertialFrameInfo const& b) {
   return a.tRef == b.tRef && a.ut1MinusUtc == b.ut1MinusUtc && a.matrix == b.matrix;
 }
 
+// Earth's gravitational parameter of the dynamics, m^3/s^2: the central term
+// of the force model's gravity field, the two-body start-up of the
+// integrators and the osculating elements below (IERS Conventions 2010 Table
+// 1.1, equal to the WGS 84 value). The broadcast user algorithms keep their
+// own values (broadcast_interface.hpp).
+constexpr double kEarthGm = 3.986004418e14;
+
 // ---- Elementary rotations, datum shift, local orbital frames -----------------
-// Gravitational parameter of these functions: 3.986004418e14 m^3/s^2.
+// Gravitational parameter of these functions: kEarthGm.
 
 // Frame (passive) rotation about axis 1 (x), 2 (y) or 3 (z) by angle (rad): a
 // positive angle turns the axes, so R3(a) * (1, 0, 0) = (cos a, -sin a, 0).

@@ -24,59 +24,6 @@
 namespace zarn {
 namespace support {
 
-// Least significant bits of the broadcast fields (value = integer * LSB).
-// Angles: semicircles times the pi that both ICDs define for the conversion.
-namespace broadcast {
-constexpr double icdPi = 3.1415926535898;
-constexpr double p2m5 = 1.0 / 32.0;          // 2^-5
-constexpr double p2m6 = 1.0 / 64.0;          // 2^-6
-constexpr double p2m11 = 1.0 / 2048.0;       // 2^-11
-constexpr double p2m19 = 1.0 / 524288.0;     // 2^-19
-constexpr double p2m20 = 1.0 / 1048576.0;    // 2^-20
-constexpr double p2m21 = p2m20 / 2.0;        // 2^-21
-constexpr double p2m23 = p2m20 / 8.0;        // 2^-23
-constexpr double p2m29 = 1.0 / 536870912.0;  // 2^-29
-constexpr double p2m30 = p2m29 / 2.0;        // 2^-30
-constexpr double p2m31 = p2m29 / 4.0;        // 2^-31
-constexpr double p2m33 = p2m31 / 4.0;        // 2^-33
-constexpr double p2m38 = p2m33 / 32.0;       // 2^-38
-constexpr double p2m40 = p2m38 / 4.0;        // 2^-40
-constexpr double p2m43 = p2m40 / 8.0;        // 2^-43
-
-// Ephemeris, GPS and BeiDou alike.
-constexpr double sqrtA = p2m19;  // m^1/2
-constexpr double eccentricity = p2m33;
-constexpr double angle = icdPi * p2m31;  // i0, Omega0, omega, M0: rad
-constexpr double rate = icdPi * p2m43;   // deltaN, iDot, OmegaDot: rad/s
-// Harmonic corrections.
-constexpr double gpsHarmonicAngle = p2m29;     // cuc, cus, cic, cis: rad
-constexpr double gpsHarmonicRadius = p2m5;     // crc, crs: m
-constexpr double beidouHarmonicAngle = p2m31;  // rad
-constexpr double beidouHarmonicRadius = p2m6;  // m
-// Almanac, GPS and BeiDou alike.
-constexpr double almanacSqrtA = p2m11;  // m^1/2
-constexpr double almanacEccentricity = p2m21;
-constexpr double almanacAngle = icdPi * p2m23;     // Omega0, omega, M0: rad
-constexpr double almanacDeltaI = icdPi * p2m19;    // rad
-constexpr double almanacOmegaDot = icdPi * p2m38;  // rad/s
-// GLONASS immediate data, in ICD units.
-constexpr double glonassPosition = p2m11;      // km
-constexpr double glonassVelocity = p2m20;      // km/s
-constexpr double glonassAcceleration = p2m30;  // km/s^2
-constexpr double glonassTau = p2m30;           // s
-constexpr double glonassGamma = p2m40;
-constexpr double glonassDeltaTau = p2m30;  // s
-// GLONASS almanac (ICD 4.5); angles in semicircles, turned into radians with
-// the GLONASS ICD's pi by the conversion.
-constexpr double glonassAlmanacLambda = p2m20;             // semicircle
-constexpr double glonassAlmanacTLambda = p2m5;             // s
-constexpr double glonassAlmanacDeltaI = p2m20;             // semicircle
-constexpr double glonassAlmanacDeltaT = 1.0 / 512.0;       // 2^-9 s/orbit
-constexpr double glonassAlmanacDeltaTDot = 1.0 / 16384.0;  // 2^-14 s/orbit^2
-constexpr double glonassAlmanacEccentricity = p2m20;
-constexpr double glonassAlmanacOmega = 1.0 / 32768.0;  // 2^-15 semicircle
-}  // namespace broadcast
-
 // Generic Keplerian ephemeris. `ephemeris` has 16 elements:
 //   0 toe (continuous seconds of the constellation scale), 1 sqrtA (m^1/2),
 //   2 e, 3 i0, 4 Omega0, 5 omega, 6 M0 (rad), 7 deltaN, 8 iDot, 9 OmegaDot

@@ -4,9 +4,9 @@
 #include <cmath>
 #include <cstdio>
 
-#include "broadcast_scaling.hpp"
 #include "tables/satellite_history_table.hpp"
 #include "zarn/host/gnss_time.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
@@ -16,8 +16,6 @@ namespace zarn {
 namespace host {
 
 namespace {
-
-constexpr double kSqrtALsb = 1.0 / 524288.0;  // 2^-19 m^1/2 (IS-GPS-200 Table 20-III)
 
 // A BDS-2 satellite of each orbit type whose default parameters stand in for
 // later satellites of that type (BDS-2: C01-C05 GEO, C06-C10 IGSO, C11-C14 MEO).
@@ -61,15 +59,20 @@ Ephemeris fromBeidou(core::BeidouEphemeris const& eph, std::string origin) {
 }
 
 support::Vec clockPolynomial(Ephemeris const& e) {
-  support::Vec c(3);
-  if (e.sat.system == 'C') {
-    c(0) = e.beidou.a0 * detail::kBdsA0Lsb;
-    c(1) = e.beidou.a1 * detail::kBdsA1Lsb;
-    c(2) = e.beidou.a2 * detail::kBdsA2Lsb;
+  namespace bc = support::broadcast;
+  support::Vec c(3, 0.0);
+  if (e.sat.system == 'R') {
+    // GLONASS: t_sv correction = -tauN + gammaN (t - tb) (GLONASS ICD 4.4).
+    c(0) = -bc::decode(e.glonass.tauN, bc::kGlonassTau);
+    c(1) = bc::decode(e.glonass.gammaN, bc::kGlonassGamma);
+  } else if (e.sat.system == 'C') {
+    c(0) = bc::decode(e.beidou.a0, bc::kBeidouA0);
+    c(1) = bc::decode(e.beidou.a1, bc::kBeidouA1);
+    c(2) = bc::decode(e.beidou.a2, bc::kBeidouA2);
   } else {
-    c(0) = e.gps.af0 * detail::kGpsAf0Lsb;
-    c(1) = e.gps.af1 * detail::kGpsAf1Lsb;
-    c(2) = e.gps.af2 * detail::kGpsAf2Lsb;
+    c(0) = bc::decode(e.gps.af0, bc::kGpsAf0);
+    c(1) = bc::decode(e.gps.af1, bc::kGpsAf1);
+    c(2) = bc::decode(e.gps.af2, bc::kGpsAf2);
   }
   return c;
 }
@@ -110,42 +113,25 @@ void ephemerisState(Ephemeris const& eph, double t, support::Vec& pos, support::
 }
 
 double sqrtSemiMajorAxis(Ephemeris const& eph) {
+  namespace bc = support::broadcast;
   if (eph.sat.system == 'R') {
     core::GlonassEphemeris const& g = eph.glonass;
-    double const x = g.x * support::broadcast::glonassPosition, y = g.y * support::broadcast::glonassPosition,
-                 z = g.z * support::broadcast::glonassPosition;
-    return std::sqrt(1000.0 * std::sqrt(x * x + y * y + z * z));
+    double const x = bc::decode(g.x, bc::kGlonassPosition), y = bc::decode(g.y, bc::kGlonassPosition),
+                 z = bc::decode(g.z, bc::kGlonassPosition);
+    return std::sqrt(1000.0 * std::sqrt(x * x + y * y + z * z));  // km to m
   }
-  return (eph.sat.system == 'C' ? eph.beidou.sqrtA : eph.gps.sqrtA) * kSqrtALsb;
+  return eph.sat.system == 'C' ? bc::decode(eph.beidou.sqrtA, bc::kBeidouSqrtA)
+                               : bc::decode(eph.gps.sqrtA, bc::kGpsSqrtA);
 }
 
 support::Vec validationVector(Ephemeris const& eph) {
-  namespace lsb = support::broadcast;
-  bool const bds = eph.sat.system == 'C';
-  core::BeidouEphemeris const& b = eph.beidou;
-  core::GpsEphemeris const& g = eph.gps;
-  double const angle = bds ? lsb::beidouHarmonicAngle : lsb::gpsHarmonicAngle;
-  double const radius = bds ? lsb::beidouHarmonicRadius : lsb::gpsHarmonicRadius;
+  namespace bc = support::broadcast;
+  bc::KeplerElements const k = eph.sat.system == 'C' ? bc::decodeOrbit(eph.beidou) : bc::decodeOrbit(eph.gps);
   double const week = std::floor(eph.toe / kSecondsPerWeek);
-  std::vector<double> const v = {(bds ? b.sqrtA : g.sqrtA) * lsb::sqrtA,
-                                 (bds ? b.e : g.e) * lsb::eccentricity,
-                                 (bds ? b.i0 : g.i0) * lsb::angle,
-                                 (bds ? b.omega0 : g.omega0) * lsb::angle,
-                                 (bds ? b.omega : g.omega) * lsb::angle,
-                                 (bds ? b.m0 : g.m0) * lsb::angle,
-                                 (bds ? b.deltaN : g.deltaN) * lsb::rate,
-                                 (bds ? b.iDot : g.iDot) * lsb::rate,
-                                 (bds ? b.omegaDot : g.omegaDot) * lsb::rate,
-                                 (bds ? b.cuc : g.cuc) * angle,
-                                 (bds ? b.cus : g.cus) * angle,
-                                 (bds ? b.crc : g.crc) * radius,
-                                 (bds ? b.crs : g.crs) * radius,
-                                 (bds ? b.cic : g.cic) * angle,
-                                 (bds ? b.cis : g.cis) * angle,
-                                 eph.toe - week * kSecondsPerWeek,
-                                 week};
-  support::Vec out(v.size());
-  for (std::size_t i = 0; i < v.size(); ++i) out(i) = v[i];
+  support::Vec out(bc::kKeplerSize + 2);
+  for (std::size_t i = 0; i < bc::kKeplerSize; ++i) out(i) = k[i];
+  out(bc::kKeplerSize) = eph.toe - week * kSecondsPerWeek;
+  out(bc::kKeplerSize + 1) = week;
   return out;
 }
 
@@ -157,13 +143,13 @@ bool passesValidation(Ephemeris const& eph) {
     std::int32_t const pr[3] = {g.x, g.y, g.z}, vr[3] = {g.vx, g.vy, g.vz};
     std::int8_t const ar[3] = {g.ax, g.ay, g.az};
     for (std::size_t k = 0; k < 3; ++k) {
-      r(k) = pr[k] * lsb::glonassPosition;
-      v(k) = vr[k] * lsb::glonassVelocity;
-      a(k) = ar[k] * lsb::glonassAcceleration;
+      r(k) = pr[k] * lsb::kGlonassPosition.lsb;
+      v(k) = vr[k] * lsb::kGlonassVelocity.lsb;
+      a(k) = ar[k] * lsb::kGlonassAcceleration.lsb;
     }
     return support::validGlonassEphemeris(r, v, a) &&
-           support::validGlonassEphemeris(g.tauN * lsb::glonassTau, g.gammaN * lsb::glonassGamma,
-                                          g.deltaTauN * lsb::glonassDeltaTau);
+           support::validGlonassEphemeris(g.tauN * lsb::kGlonassTau.lsb, g.gammaN * lsb::kGlonassGamma.lsb,
+                                          g.deltaTauN * lsb::kGlonassDeltaTau.lsb);
   }
   support::Vec const v = validationVector(eph);
   return eph.sat.system == 'C' ? support::validBeidouEphemeris(v) : support::validGpsEphemeris(v);

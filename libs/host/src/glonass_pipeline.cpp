@@ -107,8 +107,8 @@ void propagateSlots(support::ForceModel& model, double reached, double h, Clock 
     if (slot <= reached) continue;
     core::GlonassEphemeris eph = templateRecord;
     double const tau = clock.tau - (slot - clock.tRef) * clock.gamma;
-    eph.tauN = static_cast<std::int32_t>(scaledClock(tau, lsb::glonassTau));
-    eph.gammaN = static_cast<std::int16_t>(scaledClock(clock.gamma, lsb::glonassGamma));
+    eph.tauN = static_cast<std::int32_t>(scaledClock(tau, lsb::kGlonassTau.lsb));
+    eph.gammaN = static_cast<std::int16_t>(scaledClock(clock.gamma, lsb::kGlonassGamma.lsb));
     Vec position, velocity;
     int const steps =
         support::propagateSatellite(reached, slot, h, unused, unused, model, eph, position, velocity);
@@ -142,8 +142,8 @@ Clock broadcastClock(std::vector<Ephemeris> const& kept) {
   support::GammaEstimator estimator;
   Clock clock;
   for (Ephemeris const& e : kept) {
-    double const tau = e.glonass.tauN * lsb::glonassTau;
-    double const gamma = e.glonass.gammaN * lsb::glonassGamma;
+    double const tau = e.glonass.tauN * lsb::kGlonassTau.lsb;
+    double const gamma = e.glonass.gammaN * lsb::kGlonassGamma.lsb;
     if (!estimator.initialized()) {
       estimator.initialize(tau, gamma, e.toe);
       clock.gamma = gamma;

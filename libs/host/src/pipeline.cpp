@@ -15,6 +15,7 @@
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/host/screening.hpp"
 #include "zarn/support/assistance_data.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/force_model.hpp"
@@ -49,17 +50,6 @@ constexpr double kYBiasMin = -3.0, kYBiasMax = 3.0;
 // revolution the direct pressure cannot be told from the initial velocity.
 constexpr double kMinSrpArc = 12 * 3600.0;
 
-// LNAV clock fields (IS-GPS-200 Table 20-III): LSB and width in bits.
-constexpr double kGpsAf0Lsb = 1.0 / 2147483648.0;   // 2^-31 s
-constexpr double kGpsAf1Lsb = kGpsAf0Lsb / 4096.0;  // 2^-43 s/s
-constexpr double kGpsAf2Lsb = kGpsAf1Lsb / 4096.0;  // 2^-55 s/s^2
-constexpr int kGpsAf0Bits = 22, kGpsAf1Bits = 16, kGpsAf2Bits = 8;
-// BeiDou D1/D2 clock fields (BDS-SIS-ICD-B1I 5.2.4.9).
-constexpr double kBeidouA0Lsb = kGpsAf0Lsb / 4.0;         // 2^-33 s
-constexpr double kBeidouA1Lsb = kBeidouA0Lsb / 131072.0;  // 2^-50 s/s
-constexpr double kBeidouA2Lsb = kBeidouA1Lsb / 65536.0;   // 2^-66 s/s^2
-constexpr int kBeidouA0Bits = 24, kBeidouA1Bits = 22, kBeidouA2Bits = 11;
-
 support::AssistanceData assistanceOf(SatelliteId const& sat, support::BeidouSvType type,
                                      PipelineOptions const& o) {
   return o.assistance ? o.assistance(sat, type, o.fitEnd) : satelliteAssistance(sat, type, o.fitEnd);
@@ -92,14 +82,6 @@ struct Samples {
   std::vector<Vec> position;
   Vec velocity0;  // Earth-fixed velocity at t[0]
 };
-
-// Scaled integer of a clock field, false when it does not fit `bits` signed bits.
-bool scaleClock(double value, double lsb, int bits, long long& scaled) {
-  double const x = value / lsb;
-  double const limit = std::ldexp(1.0, bits - 1);
-  scaled = static_cast<long long>(x >= 0 ? std::floor(x + 0.5) : std::ceil(x - 0.5));
-  return scaled >= -limit && scaled < limit;
-}
 
 std::string hoursText(double seconds) {
   char text[32];
@@ -331,27 +313,6 @@ bool fromKepler(Vec const& kepler, core::GpsEphemeris& eph) {
 bool fromKepler(Vec const& kepler, core::BeidouEphemeris& eph) {
   return support::keplerianToBeidouEphemeris(kepler, eph);
 }
-// The clock polynomial (a0, a1, a2) at toe into the record's three fields of
-// the given LSBs and widths; false when a term leaves its field.
-template <typename F0, typename F1, typename F2>
-bool setClockFields(double const (&a)[3], double const (&lsb)[3], int const (&bits)[3], F0& f0, F1& f1,
-                    F2& f2) {
-  long long c[3] = {0, 0, 0};
-  bool const valid = scaleClock(a[0], lsb[0], bits[0], c[0]) && scaleClock(a[1], lsb[1], bits[1], c[1]) &&
-                     scaleClock(a[2], lsb[2], bits[2], c[2]);
-  f0 = static_cast<F0>(c[0]);
-  f1 = static_cast<F1>(c[1]);
-  f2 = static_cast<F2>(c[2]);
-  return valid;
-}
-bool setClock(double const (&a)[3], core::GpsEphemeris& eph) {
-  return setClockFields(a, {kGpsAf0Lsb, kGpsAf1Lsb, kGpsAf2Lsb}, {kGpsAf0Bits, kGpsAf1Bits, kGpsAf2Bits},
-                        eph.af0, eph.af1, eph.af2);
-}
-bool setClock(double const (&a)[3], core::BeidouEphemeris& eph) {
-  return setClockFields(a, {kBeidouA0Lsb, kBeidouA1Lsb, kBeidouA2Lsb},
-                        {kBeidouA0Bits, kBeidouA1Bits, kBeidouA2Bits}, eph.a0, eph.a1, eph.a2);
-}
 void setIssue(unsigned issue, core::GpsEphemeris& eph) {
   eph.iode = static_cast<std::uint8_t>(issue);
   eph.iodc = static_cast<std::int16_t>(issue);
@@ -377,13 +338,13 @@ bool encodeAs(Record eph, Vec const& kepler, double toe, RecordFields const& f, 
   std::array<double, 3> predicted{};
   bool const hooked =
       f.options != nullptr && f.options->predictedClock && f.options->predictedClock(f.sat, toe, predicted);
-  double const clock[3] = {hooked ? predicted[0] : f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt,
-                           hooked ? predicted[1] : f.clock.a1 + 2.0 * f.clock.a2 * dt,
-                           hooked ? predicted[2] : f.clock.a2};
+  support::broadcast::ClockTerms const clock{
+      hooked ? predicted[0] : f.clock.a0 + f.clock.a1 * dt + f.clock.a2 * dt * dt,
+      hooked ? predicted[1] : f.clock.a1 + 2.0 * f.clock.a2 * dt, hooked ? predicted[2] : f.clock.a2};
   unsigned const issue =
       static_cast<unsigned>(std::llround((toe - gridOffset(system)) / spacing(system))) & 0xFFu;
   double const ura = support::estimateSisreError(f.error, toe - f.fitEnd);
-  bool const valid = fromKepler(kepler, eph) && setClock(clock, eph);
+  bool const valid = fromKepler(kepler, eph) && support::broadcast::encodeClock(clock, eph);
   eph.svId = static_cast<std::uint16_t>(f.sat.prn);
   eph.toc = eph.toe;
   eph.health = 0;
@@ -684,15 +645,11 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
 
   ClockModel clock;
   clock.toc = last.toc;
-  if (system == 'C') {
-    clock.a0 = last.beidou.a0 * kBeidouA0Lsb;
-    clock.a1 = last.beidou.a1 * kBeidouA1Lsb;
-    clock.a2 = last.beidou.a2 * kBeidouA2Lsb;
-  } else {
-    clock.a0 = last.gps.af0 * kGpsAf0Lsb;
-    clock.a1 = last.gps.af1 * kGpsAf1Lsb;
-    clock.a2 = last.gps.af2 * kGpsAf2Lsb;
-  }
+  support::broadcast::ClockTerms const terms = system == 'C' ? support::broadcast::decodeClock(last.beidou)
+                                                             : support::broadcast::decodeClock(last.gps);
+  clock.a0 = terms.a0;
+  clock.a1 = terms.a1;
+  clock.a2 = terms.a2;
   predictFromSamples(s, type, clock, last, o, result);
   return result;
 }

@@ -6,15 +6,18 @@
 #include <string>
 #include <vector>
 
-#include "broadcast_scaling.hpp"
 #include "fixed_fields.hpp"
 #include "zarn/host/rinex_nav.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/time_conversion.hpp"
+#include "zarn/support/utility.hpp"
 
 namespace zarn {
 namespace host {
 
 namespace {
+
+namespace bc = support::broadcast;
 
 using detail::blank;
 using detail::column;
@@ -170,16 +173,20 @@ Fields readFields(std::vector<Line> const& lines, bool version2, char system, La
   return f;
 }
 
+// The transmitted integer of a value, refused when the record member cannot hold it.
 template <class T>
 bool scaled(double value, double lsb, T& out, char const* name, std::string& why) {
-  double const q = std::round(value / lsb);  // halves away from zero
-  if (!(q >= static_cast<double>(std::numeric_limits<T>::lowest()) &&
-        q <= static_cast<double>(std::numeric_limits<T>::max()))) {
+  std::int64_t const q = bc::encode(value, lsb);
+  if (!(q >= std::numeric_limits<T>::lowest() && q <= std::numeric_limits<T>::max())) {
     why = std::string(name) + " out of range";
     return false;
   }
   out = static_cast<T>(q);
   return true;
+}
+template <class T>
+bool scaled(double value, bc::Field const& field, T& out, char const* name, std::string& why) {
+  return scaled(value, field.lsb, out, name, why);
 }
 
 template <class T>
@@ -202,22 +209,19 @@ bool toeInWeek(double toe, std::string& why) {
   return false;
 }
 
-// The orbit words of a GPS LNAV or BeiDou D1/D2 record, sqrtA to Cis; the
-// harmonic corrections differ only in their LSBs.
+// The orbit words of a GPS LNAV or BeiDou D1/D2 record, sqrtA to Cis.
 template <class Raw, class Record>
-bool scaledOrbit(Raw const& raw, double angleLsb, double radiusLsb, Record& e, std::string& why) {
-  using namespace detail;
-  return scaled(raw.sqrtA, kGpsSqrtALsb, e.sqrtA, "sqrtA", why) && scaled(raw.e, kGpsELsb, e.e, "e", why) &&
-         scaled(raw.i0, kSemicircle31Lsb, e.i0, "i0", why) &&
-         scaled(raw.omega0, kSemicircle31Lsb, e.omega0, "OMEGA0", why) &&
-         scaled(raw.omega, kSemicircle31Lsb, e.omega, "omega", why) &&
-         scaled(raw.m0, kSemicircle31Lsb, e.m0, "M0", why) &&
-         scaled(raw.deltaN, kSemicircle43Lsb, e.deltaN, "deltaN", why) &&
-         scaled(raw.omegaDot, kSemicircle43Lsb, e.omegaDot, "OMEGA DOT", why) &&
-         scaled(raw.iDot, kSemicircle43Lsb, e.iDot, "IDOT", why) &&
-         scaled(raw.cuc, angleLsb, e.cuc, "Cuc", why) && scaled(raw.cus, angleLsb, e.cus, "Cus", why) &&
-         scaled(raw.crc, radiusLsb, e.crc, "Crc", why) && scaled(raw.crs, radiusLsb, e.crs, "Crs", why) &&
-         scaled(raw.cic, angleLsb, e.cic, "Cic", why) && scaled(raw.cis, angleLsb, e.cis, "Cis", why);
+bool scaledOrbit(Raw const& raw, Record& e, std::string& why) {
+  bc::OrbitFields const& f = bc::orbitFields(e);
+  return scaled(raw.sqrtA, f[0], e.sqrtA, "sqrtA", why) && scaled(raw.e, f[1], e.e, "e", why) &&
+         scaled(raw.i0, f[2], e.i0, "i0", why) && scaled(raw.omega0, f[3], e.omega0, "OMEGA0", why) &&
+         scaled(raw.omega, f[4], e.omega, "omega", why) && scaled(raw.m0, f[5], e.m0, "M0", why) &&
+         scaled(raw.deltaN, f[6], e.deltaN, "deltaN", why) &&
+         scaled(raw.omegaDot, f[8], e.omegaDot, "OMEGA DOT", why) &&
+         scaled(raw.iDot, f[7], e.iDot, "IDOT", why) && scaled(raw.cuc, f[9], e.cuc, "Cuc", why) &&
+         scaled(raw.cus, f[10], e.cus, "Cus", why) && scaled(raw.crc, f[11], e.crc, "Crc", why) &&
+         scaled(raw.crs, f[12], e.crs, "Crs", why) && scaled(raw.cic, f[13], e.cic, "Cic", why) &&
+         scaled(raw.cis, f[14], e.cis, "Cis", why);
 }
 
 // The values of a record in file order.
@@ -525,7 +529,6 @@ class Reader {
 }  // namespace
 
 bool encodeGps(GpsNavRaw const& raw, int prn, core::GpsEphemeris& eph, std::string& why) {
-  using namespace detail;
   core::GpsEphemeris e;
   if (!svIdOf(prn, e.svId, why)) return false;
   if (!(raw.toc >= 0.0)) {
@@ -542,20 +545,18 @@ bool encodeGps(GpsNavRaw const& raw, int prn, core::GpsEphemeris& eph, std::stri
   if (!toeInWeek(raw.toe, why)) return false;
   e.toe = support::gpsSecsToGps(week * kSecondsPerWeek + raw.toe);
   e.toc = support::gpsSecsToGps(raw.toc);
-  e.uraIndex = static_cast<std::int8_t>(uraIndexFromMetres(raw.accuracy));
+  e.uraIndex = static_cast<std::int8_t>(support::metersToUraIndex(raw.accuracy, core::GPS));
   bool const ok =
       whole(raw.iodc, e.iodc, "IODC", why) && whole(raw.health, e.health, "health", why) &&
-      whole(raw.iode, e.iode, "IODE", why) &&
-      scaledOrbit(raw, kGpsHarmonicAngleLsb, kGpsHarmonicRadiusLsb, e, why) &&
-      scaled(raw.af0, kGpsAf0Lsb, e.af0, "af0", why) && scaled(raw.af1, kGpsAf1Lsb, e.af1, "af1", why) &&
-      scaled(raw.af2, kGpsAf2Lsb, e.af2, "af2", why) && scaled(raw.tgd, kGpsTgdLsb, e.tgd, "TGD", why);
+      whole(raw.iode, e.iode, "IODE", why) && scaledOrbit(raw, e, why) &&
+      scaled(raw.af0, bc::kGpsAf0, e.af0, "af0", why) && scaled(raw.af1, bc::kGpsAf1, e.af1, "af1", why) &&
+      scaled(raw.af2, bc::kGpsAf2, e.af2, "af2", why) && scaled(raw.tgd, bc::kGpsTgd, e.tgd, "TGD", why);
   if (!ok) return false;
   eph = e;
   return true;
 }
 
 bool encodeBeidou(BeidouNavRaw const& raw, int prn, core::BeidouEphemeris& eph, std::string& why) {
-  using namespace detail;
   core::BeidouEphemeris e;
   if (!svIdOf(prn, e.svId, why)) return false;
   double const tocBdt = raw.toc - kBdtEpochInGpsSeconds;
@@ -568,42 +569,43 @@ bool encodeBeidou(BeidouNavRaw const& raw, int prn, core::BeidouEphemeris& eph, 
   if (!toeInWeek(raw.toe, why)) return false;
   e.toe = support::secsToBeidou(week * kSecondsPerWeek + raw.toe);
   e.toc = support::secsToBeidou(tocBdt);
-  e.uraIndex = static_cast<std::int8_t>(uraIndexFromMetres(raw.accuracy));
+  e.uraIndex = static_cast<std::int8_t>(support::metersToUraIndex(raw.accuracy, core::BEIDOU));
   bool const ok = whole(raw.aodc, e.aodc, "AODC", why) && whole(raw.aodc, e.iodc, "AODC", why) &&
                   whole(raw.satH1, e.health, "SatH1", why) && whole(raw.aode, e.aode, "AODE", why) &&
-                  scaledOrbit(raw, kBdsHarmonicAngleLsb, kBdsHarmonicRadiusLsb, e, why) &&
-                  scaled(raw.a0, kBdsA0Lsb, e.a0, "a0", why) && scaled(raw.a1, kBdsA1Lsb, e.a1, "a1", why) &&
-                  scaled(raw.a2, kBdsA2Lsb, e.a2, "a2", why) &&
-                  scaled(raw.tgd1, kBdsTgdLsb, e.tgd1, "TGD1", why) &&
-                  scaled(raw.tgd2, kBdsTgdLsb, e.tgd2, "TGD2", why);
+                  scaledOrbit(raw, e, why) && scaled(raw.a0, bc::kBeidouA0, e.a0, "a0", why) &&
+                  scaled(raw.a1, bc::kBeidouA1, e.a1, "a1", why) &&
+                  scaled(raw.a2, bc::kBeidouA2, e.a2, "a2", why) &&
+                  scaled(raw.tgd1, bc::kBeidouTgd, e.tgd1, "TGD1", why) &&
+                  scaled(raw.tgd2, bc::kBeidouTgd, e.tgd2, "TGD2", why);
   if (!ok) return false;
   eph = e;
   return true;
 }
 
 bool encodeGlonass(GlonassNavRaw const& raw, int slot, core::GlonassEphemeris& eph, std::string& why) {
-  using namespace detail;
   core::GlonassEphemeris e;
   if (!svIdOf(slot, e.svId, why)) return false;
   if (!validCalendar(raw.tocCalendar) || !glonassTocFromUtc(raw.tocCalendar, e.time)) {
     why = "epoch before the GLONASS epoch";
     return false;
   }
-  e.tb = static_cast<std::int16_t>(e.time.third / static_cast<std::uint32_t>(kGloTbSeconds));
+  e.tb = static_cast<std::int16_t>(e.time.third / static_cast<std::uint32_t>(bc::kGlonassTb.lsb));
   // The file gives -tauN (RINEX 3.05 Table A10).
   double const delay = std::fabs(raw.groupDelayL1L2) >= kUnknownValue ? 0.0 : raw.groupDelayL1L2;
-  bool const ok =
-      whole(raw.frequencyNumber, e.frequencyNumber, "frequency number", why) &&
-      whole(raw.health, e.health, "health", why) && whole(raw.age, e.age, "age", why) &&
-      scaled(raw.x, kGloPositionLsb, e.x, "X", why) && scaled(raw.y, kGloPositionLsb, e.y, "Y", why) &&
-      scaled(raw.z, kGloPositionLsb, e.z, "Z", why) && scaled(raw.vx, kGloVelocityLsb, e.vx, "VX", why) &&
-      scaled(raw.vy, kGloVelocityLsb, e.vy, "VY", why) && scaled(raw.vz, kGloVelocityLsb, e.vz, "VZ", why) &&
-      scaled(raw.ax, kGloAccelerationLsb, e.ax, "AX", why) &&
-      scaled(raw.ay, kGloAccelerationLsb, e.ay, "AY", why) &&
-      scaled(raw.az, kGloAccelerationLsb, e.az, "AZ", why) &&
-      scaled(-raw.minusTauN, kGloTauLsb, e.tauN, "tauN", why) &&
-      scaled(raw.gammaN, kGloGammaLsb, e.gammaN, "gammaN", why) &&
-      scaled(delay, kGloTauLsb, e.deltaTauN, "delta tauN", why);
+  bool const ok = whole(raw.frequencyNumber, e.frequencyNumber, "frequency number", why) &&
+                  whole(raw.health, e.health, "health", why) && whole(raw.age, e.age, "age", why) &&
+                  scaled(raw.x, bc::kGlonassPosition, e.x, "X", why) &&
+                  scaled(raw.y, bc::kGlonassPosition, e.y, "Y", why) &&
+                  scaled(raw.z, bc::kGlonassPosition, e.z, "Z", why) &&
+                  scaled(raw.vx, bc::kGlonassVelocity, e.vx, "VX", why) &&
+                  scaled(raw.vy, bc::kGlonassVelocity, e.vy, "VY", why) &&
+                  scaled(raw.vz, bc::kGlonassVelocity, e.vz, "VZ", why) &&
+                  scaled(raw.ax, bc::kGlonassAcceleration, e.ax, "AX", why) &&
+                  scaled(raw.ay, bc::kGlonassAcceleration, e.ay, "AY", why) &&
+                  scaled(raw.az, bc::kGlonassAcceleration, e.az, "AZ", why) &&
+                  scaled(-raw.minusTauN, bc::kGlonassTau, e.tauN, "tauN", why) &&
+                  scaled(raw.gammaN, bc::kGlonassGamma, e.gammaN, "gammaN", why) &&
+                  scaled(delay, bc::kGlonassDeltaTau, e.deltaTauN, "delta tauN", why);
   if (!ok) return false;
   eph = e;
   return true;

@@ -8,17 +8,23 @@
 #include <string>
 #include <vector>
 
-#include "broadcast_scaling.hpp"
 #include "zarn/host/rinex_nav.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
+#include "zarn/support/utility.hpp"
 
 namespace zarn {
 namespace host {
 
 namespace {
 
+namespace bc = support::broadcast;
+
 constexpr int kLabelColumn = 60;
+// Written for URA index 15 (no accuracy prediction): above the last bound, so
+// that it reads back as 15.
+constexpr double kUraNoPredictionMetres = 8192.0;
 constexpr char const* kVersionLine =
     "     3.04           N: GNSS NAV DATA    %c: %-17s";  // F9.2,11X,A1,19X,A1,19X
 
@@ -38,11 +44,12 @@ std::string format(char const* fmt, ...) {
                      n < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(n), sizeof(buffer) - 1));
 }
 
-double uraMetres(int index) {
-  if (index < 0 || index > detail::kUraNoPrediction) {
+double uraMetres(int index, core::GnssType gnss) {
+  if (index < 0 || index > bc::kUraNoPrediction) {
     throw std::invalid_argument("URA index " + std::to_string(index) + " outside 0..15");
   }
-  return index == detail::kUraNoPrediction ? detail::kUraNoPredictionMetres : detail::kUraUpperBound[index];
+  return index == bc::kUraNoPrediction ? kUraNoPredictionMetres
+                                       : support::uraIndexToMeters(static_cast<unsigned char>(index), gnss);
 }
 
 // "A1,I2.2,1X,I4,5(1X,I2.2)" then three D19.12 values.
@@ -75,28 +82,16 @@ std::string fitEndComment(double gpsSeconds) {
                 std::round(c.second * 1000.0) / 1000.0);
 }
 
-// The orbit values of a GPS LNAV or BeiDou D1/D2 record, sqrtA to Cis and toe;
-// the harmonic corrections differ only in their LSBs.
+// The orbit values of a GPS LNAV or BeiDou D1/D2 record, sqrtA to Cis and toe.
 template <class Record, class Raw>
-void decodeOrbit(Record const& e, double angleLsb, double radiusLsb, Raw& r) {
-  using namespace detail;
-  r.sqrtA = e.sqrtA * kGpsSqrtALsb;
-  r.e = e.e * kGpsELsb;
-  r.i0 = e.i0 * kSemicircle31Lsb;
-  r.omega0 = e.omega0 * kSemicircle31Lsb;
-  r.omega = e.omega * kSemicircle31Lsb;
-  r.m0 = e.m0 * kSemicircle31Lsb;
-  r.deltaN = e.deltaN * kSemicircle43Lsb;
-  r.omegaDot = e.omegaDot * kSemicircle43Lsb;
-  r.iDot = e.iDot * kSemicircle43Lsb;
-  r.cuc = e.cuc * angleLsb;
-  r.cus = e.cus * angleLsb;
-  r.crc = e.crc * radiusLsb;
-  r.crs = e.crs * radiusLsb;
-  r.cic = e.cic * angleLsb;
-  r.cis = e.cis * angleLsb;
+void decodeOrbit(Record const& e, core::GnssType gnss, Raw& r) {
+  bc::KeplerElements const k = bc::decodeOrbit(e);
+  double* const targets[bc::kKeplerSize] = {&r.sqrtA, &r.e,      &r.i0,   &r.omega0,   &r.omega,
+                                            &r.m0,    &r.deltaN, &r.iDot, &r.omegaDot, &r.cuc,
+                                            &r.cus,   &r.crc,    &r.crs,  &r.cic,      &r.cis};
+  for (unsigned i = 0; i < bc::kKeplerSize; ++i) *targets[i] = k[i];
   r.toe = e.toe.third;
-  r.accuracy = uraMetres(e.uraIndex);
+  r.accuracy = uraMetres(e.uraIndex, gnss);
   r.transmissionTime = e.toe.third;
 }
 
@@ -111,38 +106,38 @@ std::string orbitLines(Raw const& r, double issue) {
 }  // namespace
 
 GpsNavRaw decodeGps(core::GpsEphemeris const& e) {
-  using namespace detail;
   GpsNavRaw r;
   r.toc = support::gpsToGpsSecs(e.toc);
   r.tocCalendar = calendarFromGpsSeconds(r.toc);
-  r.af0 = e.af0 * kGpsAf0Lsb;
-  r.af1 = e.af1 * kGpsAf1Lsb;
-  r.af2 = e.af2 * kGpsAf2Lsb;
+  bc::ClockTerms const clock = bc::decodeClock(e);
+  r.af0 = clock.a0;
+  r.af1 = clock.a1;
+  r.af2 = clock.a2;
   r.iode = e.iode;
-  decodeOrbit(e, kGpsHarmonicAngleLsb, kGpsHarmonicRadiusLsb, r);
+  decodeOrbit(e, core::GPS, r);
   r.week = static_cast<double>(e.toe.first) * kWeeksPerGpsCycle + e.toe.second;
   r.health = e.health;
-  r.tgd = e.tgd * kGpsTgdLsb;
+  r.tgd = bc::decode(e.tgd, bc::kGpsTgd);
   r.iodc = e.iodc;
   return r;
 }
 
 BeidouNavRaw decodeBeidou(core::BeidouEphemeris const& e) {
-  using namespace detail;
   BeidouNavRaw r;
   double const tocBdt = support::beidouToSecs(e.toc);
   r.tocCalendar = calendarFromBdtSeconds(tocBdt);
   r.toc = tocBdt + kBdtEpochInGpsSeconds;
-  r.a0 = e.a0 * kBdsA0Lsb;
-  r.a1 = e.a1 * kBdsA1Lsb;
-  r.a2 = e.a2 * kBdsA2Lsb;
+  bc::ClockTerms const clock = bc::decodeClock(e);
+  r.a0 = clock.a0;
+  r.a1 = clock.a1;
+  r.a2 = clock.a2;
   r.aode = e.aode;
-  decodeOrbit(e, kBdsHarmonicAngleLsb, kBdsHarmonicRadiusLsb, r);
+  decodeOrbit(e, core::BEIDOU, r);
   r.week = static_cast<double>(e.toe.first) * (support::BEIDOU_CYCLE_SECONDS / support::SECONDS_PER_WEEK) +
            e.toe.second;
   r.satH1 = e.health;
-  r.tgd1 = e.tgd1 * kBdsTgdLsb;
-  r.tgd2 = e.tgd2 * kBdsTgdLsb;
+  r.tgd1 = bc::decode(e.tgd1, bc::kBeidouTgd);
+  r.tgd2 = bc::decode(e.tgd2, bc::kBeidouTgd);
   r.aodc = e.aodc;
   return r;
 }
@@ -153,22 +148,22 @@ GlonassNavRaw decodeGlonass(core::GlonassEphemeris const& e) {
   double const utc = support::glonassToSecs(e.time) + support::GLONASS_EPOCH_GPS_SECONDS;
   r.tocCalendar = calendarFromGpsSeconds(utc);
   r.toc = gpsSecondsFromUtc(r.tocCalendar);
-  r.minusTauN = -e.tauN * lsb::glonassTau;
-  r.gammaN = e.gammaN * lsb::glonassGamma;
+  r.minusTauN = -e.tauN * lsb::kGlonassTau.lsb;
+  r.gammaN = e.gammaN * lsb::kGlonassGamma.lsb;
   r.messageFrameTime = std::fmod(utc, static_cast<double>(support::SECONDS_PER_WEEK));
-  r.x = e.x * lsb::glonassPosition;
-  r.y = e.y * lsb::glonassPosition;
-  r.z = e.z * lsb::glonassPosition;
-  r.vx = e.vx * lsb::glonassVelocity;
-  r.vy = e.vy * lsb::glonassVelocity;
-  r.vz = e.vz * lsb::glonassVelocity;
-  r.ax = e.ax * lsb::glonassAcceleration;
-  r.ay = e.ay * lsb::glonassAcceleration;
-  r.az = e.az * lsb::glonassAcceleration;
+  r.x = e.x * lsb::kGlonassPosition.lsb;
+  r.y = e.y * lsb::kGlonassPosition.lsb;
+  r.z = e.z * lsb::kGlonassPosition.lsb;
+  r.vx = e.vx * lsb::kGlonassVelocity.lsb;
+  r.vy = e.vy * lsb::kGlonassVelocity.lsb;
+  r.vz = e.vz * lsb::kGlonassVelocity.lsb;
+  r.ax = e.ax * lsb::kGlonassAcceleration.lsb;
+  r.ay = e.ay * lsb::kGlonassAcceleration.lsb;
+  r.az = e.az * lsb::kGlonassAcceleration.lsb;
   r.health = e.health;
   r.frequencyNumber = e.frequencyNumber;
   r.age = e.age;
-  r.groupDelayL1L2 = e.deltaTauN * lsb::glonassDeltaTau;
+  r.groupDelayL1L2 = e.deltaTauN * lsb::kGlonassDeltaTau.lsb;
   return r;
 }
 

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/serialization.hpp"
 
@@ -25,8 +26,6 @@ constexpr Noise kGpsNoise{1e-24, 1e-33, 5e-47};
 constexpr Noise kBeidouNoise{1e-24, 1e-31, 5e-45};
 constexpr Noise kGlonassNoise{1e-20, 1e-32, 0.0};
 
-// One least significant bit of the broadcast GPS drift term af1, s/s (IS-GPS-200 table 20-III).
-constexpr double kGpsDriftLsb = 1.0 / 8796093022208.0;  // 2^-43
 // Round speed of light for the convergence test, m/s.
 constexpr double kRoundSpeedOfLight = 300000000.0;
 
@@ -202,7 +201,8 @@ void ClockFilter::update(double t, Vec const& clock) {
       double const driftError = std::fabs(x(1) - clock(1));
       double const sigmas = d.gnss == core::GPS ? kGpsJumpSigmas : kOtherJumpSigmas;
       consistent = offsetError <= sigmas * std::sqrt(p(0, 0)) && driftError <= sigmas * std::sqrt(p(1, 1));
-      if (d.gnss == core::GPS) consistent = consistent && driftError <= kGpsDriftLsb;
+      if (d.gnss == core::GPS)
+        consistent = consistent && driftError <= broadcast::kGpsAf1.lsb;  // one count of af1
     }
     if (!consistent) {
       if (!d.jumpDetected) {

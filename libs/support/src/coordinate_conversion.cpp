@@ -11,38 +11,37 @@ namespace zarn {
 namespace support {
 namespace {
 
-constexpr double pi = 3.14159265358979323846;
-constexpr double twoPi = 2.0 * pi;
-constexpr double degToRad = pi / 180.0;
-constexpr double mu = 3.986004418e14;  // m^3/s^2, WGS 84
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kTwoPi = 2.0 * kPi;
+constexpr double kDegToRad = kPi / 180.0;
 
 // PZ-90.02 -> WGS 84 origin shift, m (GLONASS ICD ed. 5.1, 2008).
-constexpr double pz902ToWgs84Shift[3] = {-0.36, 0.08, 0.18};
+constexpr double kPz902ToWgs84Shift[3] = {-0.36, 0.08, 0.18};
 
 // Below these the orbit counts as circular / equatorial.
-constexpr double circularEccentricity = 1e-6;
-constexpr double equatorialInclination = 1e-6;  // rad
+constexpr double kCircularEccentricity = 1e-6;
+constexpr double kEquatorialInclination = 1e-6;  // rad
 
-constexpr double arcsecToRad = 4.84813681109536e-6;
-constexpr double nutationUnitToRad = 4.84813681109536e-10;  // 0.0001 arcsec
+constexpr double kArcsecToRad = 4.84813681109536e-6;
+constexpr double kNutationUnitToRad = 4.84813681109536e-10;  // 0.0001 arcsec
 
 // Time.
-constexpr double secondsPerDay = 86400.0;
-constexpr double daysPerCentury = 36525.0;
-constexpr double j2000DaysAfterGpsEpoch = 7300.5;  // JD 2451545.0 - JD 2444244.5
-constexpr double mjdOfJ2000 = 51544.5;
+constexpr double kSecondsPerDay = 86400.0;
+constexpr double kDaysPerCentury = 36525.0;
+constexpr double kJ2000DaysAfterGpsEpoch = 7300.5;  // JD 2451545.0 - JD 2444244.5
+constexpr double kMjdOfJ2000 = 51544.5;
 
 // IAU 1976 precession angles, arcsec (Lieske et al. 1977, epoch J2000).
-constexpr double zeta1 = 2306.2181, zeta2 = 0.30188, zeta3 = 0.017998;
-constexpr double z1 = 2306.2181, z2 = 1.09468, z3 = 0.018203;
-constexpr double theta1 = 2004.3109, theta2 = -0.42665, theta3 = -0.041833;
+constexpr double kZeta1 = 2306.2181, kZeta2 = 0.30188, kZeta3 = 0.017998;
+constexpr double kZ1 = 2306.2181, kZ2 = 1.09468, kZ3 = 0.018203;
+constexpr double kTheta1 = 2004.3109, kTheta2 = -0.42665, kTheta3 = -0.041833;
 
 // Mean obliquity of the ecliptic, arcsec (IAU 1980).
-constexpr double eps0 = 84381.448, eps1 = -46.815, eps2 = -0.00059, eps3 = 0.001813;
+constexpr double kEps0 = 84381.448, kEps1 = -46.815, kEps2 = -0.00059, kEps3 = 0.001813;
 
 // Delaunay arguments of the IAU 1980 nutation, degrees and degrees per Julian
 // century powers: l, l', F, D, Omega.
-constexpr double delaunay[5][4] = {
+constexpr double kDelaunay[5][4] = {
     {134.96298138888886, 477198.8673980555, 0.008697222222222223, 1.7777777777777777e-5},
     {357.5277233333333, 35999.05034555556, -0.00016027777777777777, -3.3333333333333333e-6},
     {93.27191027777778, 483202.01753805554, -0.0036825, 3.055555555555555e-6},
@@ -51,11 +50,11 @@ constexpr double delaunay[5][4] = {
 };
 
 // GMST of 1982 in seconds of time (Aoki et al. 1982, A&A 105, 359).
-constexpr double gmst0 = 24110.54841, gmst1 = 8640184.812866, gmst2 = 0.093104, gmst3 = -6.2e-6;
-constexpr double siderealPerSolar = 1.002737909350795;
+constexpr double kGmst0 = 24110.54841, kGmst1 = 8640184.812866, kGmst2 = 0.093104, kGmst3 = -6.2e-6;
+constexpr double kSiderealPerSolar = 1.002737909350795;
 // Complementary terms of the equation of the equinoxes, rad (0.002649", 0.000013").
-constexpr double eqeqSinOmega = 1.2842714412591608e-8;
-constexpr double eqeqCosOmega = 6.302577854423968e-11;
+constexpr double kEqeqSinOmega = 1.2842714412591608e-8;
+constexpr double kEqeqCosOmega = 6.302577854423968e-11;
 
 // Fixed-size 3x3 work matrix; the public interface converts to Mat at the end.
 struct M3 {
@@ -146,38 +145,39 @@ double polynomial(double const (&c)[4], double t) {
 
 M3 icrsToEarthRotating(double t, double ut1MinusUtc, int leapSeconds) {
   // Julian centuries since J2000 on the GPS scale.
-  double const T = (t / secondsPerDay - j2000DaysAfterGpsEpoch) / daysPerCentury;
+  double const T = (t / kSecondsPerDay - kJ2000DaysAfterGpsEpoch) / kDaysPerCentury;
 
-  double const zeta = T * (zeta1 + T * (zeta2 + T * zeta3)) * arcsecToRad;
-  double const z = T * (z1 + T * (z2 + T * z3)) * arcsecToRad;
-  double const theta = T * (theta1 + T * (theta2 + T * theta3)) * arcsecToRad;
+  double const zeta = T * (kZeta1 + T * (kZeta2 + T * kZeta3)) * kArcsecToRad;
+  double const z = T * (kZ1 + T * (kZ2 + T * kZ3)) * kArcsecToRad;
+  double const theta = T * (kTheta1 + T * (kTheta2 + T * kTheta3)) * kArcsecToRad;
   M3 const P = mul(mul(rot(3, -z), rot(2, theta)), rot(3, -zeta));
 
   // The degree reduction is exact and keeps the arguments of the sines small.
   double F[5];
-  for (int k = 0; k < 5; ++k) F[k] = std::fmod(polynomial(delaunay[k], T), 360.0) * degToRad;
+  for (int k = 0; k < 5; ++k) F[k] = std::fmod(polynomial(kDelaunay[k], T), 360.0) * kDegToRad;
 
   // cos and sin of every multiple m F[k], |m| <= nutationMaxMultiplier, by
   // angle addition; each term's argument is then a product of five of them,
   // which costs a fraction of 106 sine-cosine pairs.
-  constexpr int mMax = tables::nutationMaxMultiplier;
-  double cm[5][2 * mMax + 1], sm[5][2 * mMax + 1];
+  constexpr int kMaxMultiplier = tables::nutationMaxMultiplier;
+  double cm[5][2 * kMaxMultiplier + 1], sm[5][2 * kMaxMultiplier + 1];
   for (int k = 0; k < 5; ++k) {
     double const c1 = std::cos(F[k]), s1 = std::sin(F[k]);
-    cm[k][mMax] = 1.0;
-    sm[k][mMax] = 0.0;
-    for (int m = 1; m <= mMax; ++m) {
-      cm[k][mMax + m] = cm[k][mMax + m - 1] * c1 - sm[k][mMax + m - 1] * s1;
-      sm[k][mMax + m] = sm[k][mMax + m - 1] * c1 + cm[k][mMax + m - 1] * s1;
-      cm[k][mMax - m] = cm[k][mMax + m];
-      sm[k][mMax - m] = -sm[k][mMax + m];
+    cm[k][kMaxMultiplier] = 1.0;
+    sm[k][kMaxMultiplier] = 0.0;
+    for (int m = 1; m <= kMaxMultiplier; ++m) {
+      cm[k][kMaxMultiplier + m] = cm[k][kMaxMultiplier + m - 1] * c1 - sm[k][kMaxMultiplier + m - 1] * s1;
+      sm[k][kMaxMultiplier + m] = sm[k][kMaxMultiplier + m - 1] * c1 + cm[k][kMaxMultiplier + m - 1] * s1;
+      cm[k][kMaxMultiplier - m] = cm[k][kMaxMultiplier + m];
+      sm[k][kMaxMultiplier - m] = -sm[k][kMaxMultiplier + m];
     }
   }
   double dpsi = 0.0, deps = 0.0;
   for (tables::NutationTerm const& term : tables::nutationTerms) {
-    double c = cm[0][mMax + term.multiplier[0]], s = sm[0][mMax + term.multiplier[0]];
+    double c = cm[0][kMaxMultiplier + term.multiplier[0]], s = sm[0][kMaxMultiplier + term.multiplier[0]];
     for (int k = 1; k < 5; ++k) {
-      double const ck = cm[k][mMax + term.multiplier[k]], sk = sm[k][mMax + term.multiplier[k]];
+      double const ck = cm[k][kMaxMultiplier + term.multiplier[k]],
+                   sk = sm[k][kMaxMultiplier + term.multiplier[k]];
       double const cNew = c * ck - s * sk;
       s = s * ck + c * sk;
       c = cNew;
@@ -185,28 +185,28 @@ M3 icrsToEarthRotating(double t, double ut1MinusUtc, int leapSeconds) {
     dpsi += (term.a + term.aT * T) * s;
     deps += (term.b + term.bT * T) * c;
   }
-  dpsi *= nutationUnitToRad;
-  deps *= nutationUnitToRad;
+  dpsi *= kNutationUnitToRad;
+  deps *= kNutationUnitToRad;
 
-  double const epsA = (eps0 + T * (eps1 + T * (eps2 + T * eps3))) * arcsecToRad;
+  double const epsA = (kEps0 + T * (kEps1 + T * (kEps2 + T * kEps3))) * kArcsecToRad;
   M3 const N = mul(mul(rot(1, -epsA - deps), rot(3, -dpsi)), rot(1, epsA));
 
   // GMST from UT1: whole day and fraction kept apart for precision.
   double const ut1 = t + ut1MinusUtc - leapSeconds;
   Mjd const mjd = gpsSecsToMJD(ut1);
   double const dayFraction = mjd.fraction;
-  double const Tu = (static_cast<double>(mjd.day) - mjdOfJ2000) / daysPerCentury;
-  double const Tp = (ut1 / secondsPerDay - j2000DaysAfterGpsEpoch) / daysPerCentury;
-  double const gmstSeconds =
-      gmst0 + gmst1 * Tu + siderealPerSolar * secondsPerDay * dayFraction + (gmst2 + gmst3 * Tp) * Tp * Tp;
-  double gmst = std::fmod(gmstSeconds / secondsPerDay, 1.0);
+  double const Tu = (static_cast<double>(mjd.day) - kMjdOfJ2000) / kDaysPerCentury;
+  double const Tp = (ut1 / kSecondsPerDay - kJ2000DaysAfterGpsEpoch) / kDaysPerCentury;
+  double const gmstSeconds = kGmst0 + kGmst1 * Tu + kSiderealPerSolar * kSecondsPerDay * dayFraction +
+                             (kGmst2 + kGmst3 * Tp) * Tp * Tp;
+  double gmst = std::fmod(gmstSeconds / kSecondsPerDay, 1.0);
   if (gmst < 0.0) gmst += 1.0;
 
   double const omega = F[4];
-  double gast =
-      twoPi * gmst + dpsi * std::cos(epsA) + eqeqSinOmega * std::sin(omega) + eqeqCosOmega * std::cos(omega);
-  gast = std::fmod(gast, twoPi);
-  if (gast < 0.0) gast += twoPi;
+  double gast = kTwoPi * gmst + dpsi * std::cos(epsA) + kEqeqSinOmega * std::sin(omega) +
+                kEqeqCosOmega * std::cos(omega);
+  gast = std::fmod(gast, kTwoPi);
+  if (gast < 0.0) gast += kTwoPi;
 
   return mul(rot(3, gast), mul(N, P));
 }
@@ -241,7 +241,7 @@ V3 cross3(V3 const& a, V3 const& b) {
 double angleFromCosine(double cosine, bool far) {
   double const a = std::acos(std::fmax(-1.0, std::fmin(1.0, cosine)));
   if (!far || a == 0.0) return a;
-  return twoPi - a;
+  return kTwoPi - a;
 }
 
 }  // namespace
@@ -255,7 +255,7 @@ Vec pz902ToWgs84(Vec const& position) {
   if (position.size() != 3)
     ZARN_THROW(std::invalid_argument("pz902ToWgs: Coordinate vector is not three dimensional."));
   Vec result(position);
-  for (int i = 0; i < 3; ++i) result(i) += pz902ToWgs84Shift[i];
+  for (int i = 0; i < 3; ++i) result(i) += kPz902ToWgs84Shift[i];
   return result;
 }
 
@@ -263,7 +263,7 @@ Vec wgs84ToPz902(Vec const& position) {
   if (position.size() != 3)
     ZARN_THROW(std::invalid_argument("wgsToPz902: Coordinate vector is not three dimensional."));
   Vec result(position);
-  for (int i = 0; i < 3; ++i) result(i) -= pz902ToWgs84Shift[i];
+  for (int i = 0; i < 3; ++i) result(i) -= kPz902ToWgs84Shift[i];
   return result;
 }
 
@@ -276,18 +276,18 @@ Vec eciToOrb(Vec const& rv, Vec const& vv) {
   V3 const h = cross3(r, v);
   V3 const n = {{-h.x[1], h.x[0], 0.0}};  // z x h, towards the ascending node
   double const rNorm = norm(r), v2 = dot(v, v), rDotV = dot(r, v), nNorm = norm(n);
-  double const energy = v2 / 2.0 - mu / rNorm;
+  double const energy = v2 / 2.0 - kEarthGm / rNorm;
   V3 eVec;
-  for (int k = 0; k < 3; ++k) eVec.x[k] = ((v2 - mu / rNorm) * r.x[k] - rDotV * v.x[k]) / mu;
+  for (int k = 0; k < 3; ++k) eVec.x[k] = ((v2 - kEarthGm / rNorm) * r.x[k] - rDotV * v.x[k]) / kEarthGm;
   double e = norm(eVec);
-  if (std::fabs(e) < circularEccentricity) e = 0.0;
+  if (std::fabs(e) < kCircularEccentricity) e = 0.0;
   double i = std::acos(std::fmax(-1.0, std::fmin(1.0, h.x[2] / norm(h))));
-  if (std::fabs(i) < equatorialInclination) i = 0.0;
+  if (std::fabs(i) < kEquatorialInclination) i = 0.0;
 
   double Omega = nNorm == 0.0 ? 0.0 : angleFromCosine(n.x[0] / nNorm, n.x[1] < 0.0);
   double a, omega, nu;
   if (e == 0.0) {
-    a = -mu / (2.0 * energy);
+    a = -kEarthGm / (2.0 * energy);
     omega = 0.0;
     if (i == 0.0) {
       nu = angleFromCosine(r.x[0] / rNorm, r.x[1] < 0.0);  // true longitude
@@ -296,7 +296,7 @@ Vec eciToOrb(Vec const& rv, Vec const& vv) {
       nu = angleFromCosine(dot(n, r) / (nNorm * rNorm), r.x[2] < 0.0);  // argument of latitude
     }
   } else {
-    a = e == 1.0 ? std::numeric_limits<double>::infinity() : -mu / (2.0 * energy);
+    a = e == 1.0 ? std::numeric_limits<double>::infinity() : -kEarthGm / (2.0 * energy);
     nu = angleFromCosine(dot(eVec, r) / (e * rNorm), rDotV < 0.0);
     if (i == 0.0) {
       omega = angleFromCosine(eVec.x[0] / e, eVec.x[1] < 0.0);  // longitude of perigee
@@ -374,7 +374,7 @@ Vec rswToEci(Vec const& rRef, Vec const& vRef, Vec const& rRsw, Vec const& vRsw)
                  {sw * si, cw * si, ci}}};
   M3 const N = {{{cn, -sn, 0}, {sn, cn, 0}, {0, 0, 1}}};
   V3 const r = fromVec(rRef);
-  double const nuDot = std::sqrt(mu * a * (1.0 - e * e)) / dot(r, r);  // h / |r|^2
+  double const nuDot = std::sqrt(kEarthGm * a * (1.0 - e * e)) / dot(r, r);  // h / |r|^2
   M3 const Ndot = {{{-nuDot * sn, -nuDot * cn, 0}, {nuDot * cn, -nuDot * sn, 0}, {0, 0, 0}}};
   Vec result(3);
   toVec(add(apply(P, apply(N, fromVec(vRsw))), apply(P, apply(Ndot, fromVec(rRsw)))), result);

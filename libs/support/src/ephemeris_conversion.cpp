@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/numerical_integration.hpp"
@@ -15,55 +16,28 @@ namespace {
 
 namespace bc = broadcast;
 
-constexpr double secondsPerWeek = 604800.0;
-constexpr unsigned ephemerisSize = 16;
-constexpr unsigned keplerSize = 15;
-constexpr unsigned almanacSize = 8;
-constexpr int keplerIterations = 6;  // fixed-point passes of Kepler's equation, no tolerance test
-// |corrected inclination| at or below this selects the BeiDou GEO model (rad).
-constexpr double geoInclinationLimit = 0.5;
-// BDS-SIS-ICD-B1I 5.2.4.12: GEO positions are rotated by Rx(-5 deg).
-constexpr double geoTilt = -0.08726646259971647;  // rad
-// Reference inclination of GPS, BeiDou MEO/IGSO and Galileo almanacs: 0.3 semicircle.
-constexpr double almanacReferenceInclination = 0.9424777960769379;  // rad
+constexpr double kSecondsPerWeek = 604800.0;
+constexpr unsigned kEphemerisSize = 16;
+constexpr unsigned kAlmanacSize = 8;
+// Reference inclination of GPS, BeiDou MEO/IGSO and Galileo almanacs: 0.3
+// semicircle (IS-GPS-200 Table 20-VI and the BeiDou almanac alike).
+constexpr double kAlmanacReferenceInclination = 0.9424777960769379;  // rad
 // BeiDou MEO orbits are below, IGSO and GEO above this semi-major axis (m).
-constexpr double beidouMeoAxisLimit = 3.5e7;
-// Almanac week numbers are broadcast modulo 256.
-constexpr long almanacWeekModulus = 256;
+constexpr double kBeidouMeoAxisLimit = 3.5e7;
+// Almanac week numbers are broadcast modulo 256 (8-bit WNa).
+constexpr long kAlmanacWeekModulus = 256;
+constexpr double kKmToM = 1000.0;
 
-struct KeplerConstants {
-  double gm;         // m^3/s^2
-  double earthRate;  // rad/s
-};
-
-// IS-GPS-200 20.3.3.4.3; BDS-SIS-ICD-B1I 3.2 (CGCS2000); Galileo OS SIS ICD 5.1.1.
-constexpr KeplerConstants gpsConstants{3.986005e14, 7.2921151467e-5};
-constexpr KeplerConstants beidouConstants{3.986004418e14, 7.292115e-5};
-constexpr KeplerConstants galileoConstants{3.986004418e14, 7.2921151467e-5};
-
-KeplerConstants const* constantsFor(core::GnssType gnss) {
-  switch (gnss) {
-    case core::GPS:
-      return &gpsConstants;
-    case core::BEIDOU:
-      return &beidouConstants;
-    case core::GALILEO:
-      return &galileoConstants;
-    default:
-      return nullptr;
-  }
-}
-
-// Kepler's equation M = E - e sin E by six fixed-point passes from E = M.
+// Kepler's equation M = E - e sin E by fixed-point passes from E = M.
 double eccentricAnomaly(double m, double e) {
   double ea = m;
-  for (int k = 0; k < keplerIterations; ++k) ea = m + e * std::sin(ea);
+  for (int k = 0; k < bc::kKeplerPasses; ++k) ea = m + e * std::sin(ea);
   return ea;
 }
 
 // Elements in the 16-element layout: toe, sqrtA, e, i0, Omega0, omega, M0,
 // deltaN, iDot, OmegaDot, cuc, cus, crc, crs, cic, cis.
-void ephemerisToEcef(KeplerConstants const& c, double const* el, double t, Vec& pos, Vec& vel) {
+void ephemerisToEcef(bc::KeplerConstants const& c, double const* el, double t, Vec& pos, Vec& vel) {
   double const toe = el[0], sqrtA = el[1], e = el[2], i0 = el[3], omega0 = el[4], argPerigee = el[5];
   double const m0 = el[6], deltaN = el[7], iDot = el[8], omegaDot = el[9];
   double const cuc = el[10], cus = el[11], crc = el[12], crs = el[13], cic = el[14], cis = el[15];
@@ -83,8 +57,8 @@ void ephemerisToEcef(KeplerConstants const& c, double const* el, double t, Vec& 
   double const cosU = std::cos(u), sinU = std::sin(u);
   double const xp = r * cosU, yp = r * sinU;
 
-  bool const geo = std::fabs(i) <= geoInclinationLimit;
-  double const nodeAtToe = omega0 - c.earthRate * std::fmod(toe, secondsPerWeek);
+  bool const geo = std::fabs(i) <= bc::kGeoInclinationLimit;
+  double const nodeAtToe = omega0 - c.earthRate * std::fmod(toe, kSecondsPerWeek);
   // The GEO model works in an inertial-like frame and takes Earth rotation
   // over tk into the final rotation instead of into the node.
   double const node = geo ? nodeAtToe + omegaDot * tk : nodeAtToe + (omegaDot - c.earthRate) * tk;
@@ -99,7 +73,7 @@ void ephemerisToEcef(KeplerConstants const& c, double const* el, double t, Vec& 
     p(0) = x;
     p(1) = y;
     p(2) = z;
-    Mat const rot = prod(rotationMatrix(3, c.earthRate * tk), rotationMatrix(1, geoTilt));
+    Mat const rot = prod(rotationMatrix(3, c.earthRate * tk), rotationMatrix(1, bc::kBeidouGeoTilt));
     noalias(pos) = prod(rot, p);
   } else {
     pos(0) = x;
@@ -128,13 +102,13 @@ void checkedEphemerisToEcef(core::GnssType gnss, double const* el, double t, Vec
   if (vel.size() != 3) {
     ZARN_THROW(std::invalid_argument("keplerianEphemerisToEcef: vel does not contain 3 elements."));
   }
-  KeplerConstants const* c = constantsFor(gnss);
+  bc::KeplerConstants const* c = bc::keplerConstants(gnss);
   if (c == nullptr) ZARN_THROW(std::invalid_argument("keplerianEphemerisToEcef: unsupported GNSS."));
   ephemerisToEcef(*c, el, t, pos, vel);
 }
 
 // Almanac elements: toa, sqrtA, e, Omega0, omega, M0, deltaI, OmegaDot.
-void almanacToEcef(KeplerConstants const& c, double referenceInclination, double const* el, double t,
+void almanacToEcef(bc::KeplerConstants const& c, double referenceInclination, double const* el, double t,
                    Vec& pos, Vec& vel) {
   double const toa = el[0], sqrtA = el[1], e = el[2], omega0 = el[3], argPerigee = el[4], m0 = el[5];
   double const deltaI = el[6], omegaDot = el[7];
@@ -148,7 +122,7 @@ void almanacToEcef(KeplerConstants const& c, double referenceInclination, double
   double const u = std::atan2(rootOneMinusE2 * sinE, cosE - e) + argPerigee;
   double const r = a * (1.0 - e * cosE);
   double const i = referenceInclination + deltaI;
-  double const node = omega0 - c.earthRate * std::fmod(toa, secondsPerWeek) + (omegaDot - c.earthRate) * tk;
+  double const node = omega0 - c.earthRate * std::fmod(toa, kSecondsPerWeek) + (omegaDot - c.earthRate) * tk;
   double const cosU = std::cos(u), sinU = std::sin(u);
   double const cosNode = std::cos(node), sinNode = std::sin(node);
   double const cosI = std::cos(i), sinI = std::sin(i);
@@ -179,42 +153,32 @@ void checkedAlmanacToEcef(core::GnssType gnss, double const* el, double t, Vec& 
   if (vel.size() != 3) {
     ZARN_THROW(std::invalid_argument("keplerianAlmanacToEcef: vel does not contain 3 elements."));
   }
-  KeplerConstants const* c = constantsFor(gnss);
+  bc::KeplerConstants const* c = bc::keplerConstants(gnss);
   if (c == nullptr) ZARN_THROW(std::invalid_argument("keplerianAlmanacToEcef: unsupported GNSS."));
   double const referenceInclination =
-      gnss == core::BEIDOU && svType == BeidouSvType::GEO ? 0.0 : almanacReferenceInclination;
+      gnss == core::BEIDOU && svType == BeidouSvType::GEO ? 0.0 : kAlmanacReferenceInclination;
   almanacToEcef(*c, referenceInclination, el, t, pos, vel);
 }
 
 // Record fields to elements 1-15 of the ephemeris layout.
 template <typename Record>
-void scaleEphemeris(Record const& eph, double harmonicAngle, double harmonicRadius, double* el) {
-  el[1] = eph.sqrtA * bc::sqrtA;
-  el[2] = eph.e * bc::eccentricity;
-  el[3] = eph.i0 * bc::angle;
-  el[4] = eph.omega0 * bc::angle;
-  el[5] = eph.omega * bc::angle;
-  el[6] = eph.m0 * bc::angle;
-  el[7] = eph.deltaN * bc::rate;
-  el[8] = eph.iDot * bc::rate;
-  el[9] = eph.omegaDot * bc::rate;
-  el[10] = eph.cuc * harmonicAngle;
-  el[11] = eph.cus * harmonicAngle;
-  el[12] = eph.crc * harmonicRadius;
-  el[13] = eph.crs * harmonicRadius;
-  el[14] = eph.cic * harmonicAngle;
-  el[15] = eph.cis * harmonicAngle;
+void scaleEphemeris(Record const& eph, double* el) {
+  bc::KeplerElements const k = bc::decodeOrbit(eph);
+  for (unsigned i = 0; i < bc::kKeplerSize; ++i) el[i + 1] = k[i];
 }
 
+// Almanac fields to elements 1-7 of the almanac layout; one field for the
+// three angles.
 template <typename Record>
-void scaleAlmanac(Record const& alm, double* el) {
-  el[1] = alm.sqrtA * bc::almanacSqrtA;
-  el[2] = alm.e * bc::almanacEccentricity;
-  el[3] = alm.omega0 * bc::almanacAngle;
-  el[4] = alm.omega * bc::almanacAngle;
-  el[5] = alm.m0 * bc::almanacAngle;
-  el[6] = alm.deltaI * bc::almanacDeltaI;
-  el[7] = alm.omegaDot * bc::almanacOmegaDot;
+void scaleAlmanac(Record const& alm, bc::Field const& sqrtA, bc::Field const& e, bc::Field const& angle,
+                  bc::Field const& deltaI, bc::Field const& omegaDot, double* el) {
+  el[1] = bc::decode(alm.sqrtA, sqrtA);
+  el[2] = bc::decode(alm.e, e);
+  el[3] = bc::decode(alm.omega0, angle);
+  el[4] = bc::decode(alm.omega, angle);
+  el[5] = bc::decode(alm.m0, angle);
+  el[6] = bc::decode(alm.deltaI, deltaI);
+  el[7] = bc::decode(alm.omegaDot, omegaDot);
 }
 
 // Continuous seconds of an almanac reference time on the scale of t: the Toc
@@ -223,11 +187,11 @@ void scaleAlmanac(Record const& alm, double* el) {
 double almanacReferenceTime(core::Toc const& toa, std::uint16_t wna, double t,
                             double (*toSecs)(core::Toc const&)) {
   if (toa.first != 0 || toa.second != 0) return toSecs(toa);
-  long const weekOfT = static_cast<long>(std::floor(t / secondsPerWeek));
-  long d = (static_cast<long>(wna) - weekOfT) % almanacWeekModulus;
-  if (d < 0) d += almanacWeekModulus;
-  if (d >= almanacWeekModulus / 2) d -= almanacWeekModulus;
-  return static_cast<double>(weekOfT + d) * secondsPerWeek + toa.third;
+  long const weekOfT = static_cast<long>(std::floor(t / kSecondsPerWeek));
+  long d = (static_cast<long>(wna) - weekOfT) % kAlmanacWeekModulus;
+  if (d < 0) d += kAlmanacWeekModulus;
+  if (d >= kAlmanacWeekModulus / 2) d -= kAlmanacWeekModulus;
+  return static_cast<double>(weekOfT + d) * kSecondsPerWeek + toa.third;
 }
 
 // ---- GLONASS -------------------------------------------------------------
@@ -239,23 +203,23 @@ class GlonassMotion : public OdeFunction {
   GlonassMotion(double ax, double ay, double az) : ax_(ax), ay_(ay), az_(az) {}
 
   void operator()(Vec const& x, Vec& dx, double /*t*/) override {
-    constexpr double mu = 3.9860044e14;                  // m^3/s^2
-    constexpr double oblateness = 2.633267117769225e25;  // 3/2 J2 mu ae^2, m^5/s^2
-    constexpr double omega2 = 5.3174941173225e-9;        // (7.292115e-5 rad/s)^2
-    constexpr double twoOmega = 1.458423e-4;             // 2 * 7.292115e-5 rad/s
+    constexpr double kOblateness =  // 3/2 J2 mu ae^2, m^5/s^2
+        1.5 * bc::kGlonassJ2 * bc::kGlonassGm * (bc::kGlonassEarthRadius * bc::kGlonassEarthRadius);
+    constexpr double kOmega2 = bc::kGlonassEarthRate * bc::kGlonassEarthRate;  // rad^2/s^2
+    constexpr double kTwoOmega = 2.0 * bc::kGlonassEarthRate;                  // rad/s
     if (dx.size() != 6) dx.resize(6, false);
     double const r2 = x(0) * x(0) + x(1) * x(1) + x(2) * x(2);
     double const r = std::sqrt(r2);
     double const r3 = r2 * r;
     double const r5 = r3 * r2;
-    double const gm = mu / r3;
-    double const j2 = oblateness / r5;
+    double const gm = bc::kGlonassGm / r3;
+    double const j2 = kOblateness / r5;
     double const z2 = 5.0 * x(2) * x(2) / r2;
     dx(0) = x(3);
     dx(1) = x(4);
     dx(2) = x(5);
-    dx(3) = -gm * x(0) - j2 * x(0) * (1.0 - z2) + omega2 * x(0) + twoOmega * x(4) + ax_;
-    dx(4) = -gm * x(1) - j2 * x(1) * (1.0 - z2) + omega2 * x(1) - twoOmega * x(3) + ay_;
+    dx(3) = -gm * x(0) - j2 * x(0) * (1.0 - z2) + kOmega2 * x(0) + kTwoOmega * x(4) + ax_;
+    dx(4) = -gm * x(1) - j2 * x(1) * (1.0 - z2) + kOmega2 * x(1) - kTwoOmega * x(3) + ay_;
     dx(5) = -gm * x(2) - j2 * x(2) * (3.0 - z2) + az_;
   }
 
@@ -263,21 +227,14 @@ class GlonassMotion : public OdeFunction {
   double ax_, ay_, az_;
 };
 
-constexpr double kmToM = 1000.0;
-
-// GLONASS ICD A.3.1.3 almanac algorithm. PZ-90 constants of the ICD; angles
-// from semicircles with the ICD's pi.
+// GLONASS ICD A.3.1.3 almanac algorithm: PZ-90.02 constants of the
+// interface header; angles from semicircles with the ICD's pi.
 namespace glo {
-constexpr double pi = 3.14159265358979;
-constexpr double gm = 398600.4418e9;  // m^3/s^2
-constexpr double ae = 6378136.0;      // m
-constexpr double j2 = 1082625.75e-9;
-constexpr double earthRate = 0.7292115e-4;      // rad/s
-constexpr double meanInclination = 0.35 * pi;   // 63 deg
-constexpr double meanDraconicPeriod = 43200.0;  // s
-constexpr double axisTolerance = 0.01;          // m, semi-major axis iteration
-constexpr double anomalyTolerance = 1e-9;       // rad, Kepler iteration
-constexpr int maxIterations = 50;
+constexpr double kMeanInclination = 0.35 * bc::kGlonassPi;  // 63 deg
+constexpr double kMeanDraconicPeriod = 43200.0;             // s
+constexpr double kAxisTolerance = 0.01;                     // m, semi-major axis iteration
+constexpr double kAnomalyTolerance = 1e-9;                  // rad, Kepler iteration
+constexpr int kMaxIterations = 50;
 }  // namespace glo
 
 // Periodic J2 corrections of the almanac algorithm at mean longitude L.
@@ -314,45 +271,47 @@ Periodic periodic(double b, double sinI, double cosI, double h, double l, double
 }
 
 void glonassAlmanacState(core::GlonassAlmanac const& alm, double dtpr, Vec& pos, Vec& vel) {
-  double const lambdaA = alm.lambda * bc::glonassAlmanacLambda * glo::pi;
-  double const deltaI = alm.deltaI * bc::glonassAlmanacDeltaI * glo::pi;
-  double const deltaT = alm.deltaT * bc::glonassAlmanacDeltaT;
-  double const deltaTDot = alm.deltaTDot * bc::glonassAlmanacDeltaTDot;
-  double const eps = alm.epsilon * bc::glonassAlmanacEccentricity;
-  double const omegaA = alm.omega * bc::glonassAlmanacOmega * glo::pi;
+  double const lambdaA = bc::decode(alm.lambda, bc::kGlonassAlmanacLambda) * bc::kGlonassPi;
+  double const deltaI = bc::decode(alm.deltaI, bc::kGlonassAlmanacDeltaI) * bc::kGlonassPi;
+  double const deltaT = bc::decode(alm.deltaT, bc::kGlonassAlmanacDeltaT);
+  double const deltaTDot = bc::decode(alm.deltaTDot, bc::kGlonassAlmanacDeltaTDot);
+  double const eps = bc::decode(alm.epsilon, bc::kGlonassAlmanacEccentricity);
+  double const omegaA = bc::decode(alm.omega, bc::kGlonassAlmanacOmega) * bc::kGlonassPi;
 
   // Whole orbits since the node passage, inclination, period and mean motion of the current orbit.
-  double const meanPeriod = glo::meanDraconicPeriod + deltaT;
+  double const meanPeriod = glo::kMeanDraconicPeriod + deltaT;
   double const w = std::floor(dtpr / meanPeriod);
-  double const i = glo::meanInclination + deltaI;
+  double const i = glo::kMeanInclination + deltaI;
   double const sinI = std::sin(i), cosI = std::cos(i);
   double const period = meanPeriod + (2.0 * w + 1.0) * deltaTDot;
-  double const n = 2.0 * glo::pi / period;
+  double const n = 2.0 * bc::kGlonassPi / period;
 
   // Semi-major axis from the draconic period by successive approximation.
   double const oneMinusE2 = 1.0 - eps * eps;
   double const onePlusECosW = 1.0 + eps * std::cos(omegaA);
   double oscPeriod = period;
   double a = 0.0;
-  for (int k = 0; k < glo::maxIterations; ++k) {
-    double const next = std::cbrt(glo::gm * std::pow(oscPeriod / (2.0 * glo::pi), 2));
-    bool const done = std::fabs(next - a) < glo::axisTolerance;
+  for (int k = 0; k < glo::kMaxIterations; ++k) {
+    double const next = std::cbrt(bc::kGlonassAlmanacGm * std::pow(oscPeriod / (2.0 * bc::kGlonassPi), 2));
+    bool const done = std::fabs(next - a) < glo::kAxisTolerance;
     a = next;
     if (done) break;
     double const p = a * oneMinusE2;
-    double const aeOverP2 = (glo::ae / p) * (glo::ae / p);
+    double const aeOverP2 = (bc::kGlonassEarthRadius / p) * (bc::kGlonassEarthRadius / p);
     oscPeriod =
         period /
-        (1.0 - 1.5 * glo::j2 * aeOverP2 *
+        (1.0 - 1.5 * bc::kGlonassAlmanacJ2 * aeOverP2 *
                    ((2.0 - 2.5 * sinI * sinI) * std::pow(oneMinusE2, 1.5) / (onePlusECosW * onePlusECosW) +
                     onePlusECosW * onePlusECosW * onePlusECosW / oneMinusE2));
   }
 
   // Secular drift of node and perigee.
   double const p = a * oneMinusE2;
-  double const aeOverP2 = (glo::ae / p) * (glo::ae / p);
-  double const lambda = lambdaA - (glo::earthRate + 1.5 * glo::j2 * n * aeOverP2 * cosI) * dtpr;
-  double const omega = omegaA - 0.75 * glo::j2 * n * aeOverP2 * (1.0 - 5.0 * cosI * cosI) * dtpr;
+  double const aeOverP2 = (bc::kGlonassEarthRadius / p) * (bc::kGlonassEarthRadius / p);
+  double const lambda =
+      lambdaA - (bc::kGlonassEarthRate + 1.5 * bc::kGlonassAlmanacJ2 * n * aeOverP2 * cosI) * dtpr;
+  double const omega =
+      omegaA - 0.75 * bc::kGlonassAlmanacJ2 * n * aeOverP2 * (1.0 - 5.0 * cosI * cosI) * dtpr;
 
   // Mean longitude at the node passage and now.
   double const e0 = 2.0 * std::atan2(std::sqrt(1.0 - eps) * std::sin(-0.5 * omega),
@@ -362,7 +321,8 @@ void glonassAlmanacState(core::GlonassAlmanac const& alm, double dtpr, Vec& pos,
 
   // Periodic corrections: differences between the two longitudes.
   double const h = eps * std::sin(omega), l = eps * std::cos(omega);
-  double const b = 1.5 * glo::j2 * (glo::ae / a) * (glo::ae / a);
+  double const b =
+      1.5 * bc::kGlonassAlmanacJ2 * (bc::kGlonassEarthRadius / a) * (bc::kGlonassEarthRadius / a);
   Periodic const d1 = periodic(b, sinI, cosI, h, l, l1);
   Periodic const d2 = periodic(b, sinI, cosI, h, l, l2);
   double const aCorr = a + (d2.a - d1.a) * a;
@@ -376,9 +336,9 @@ void glonassAlmanacState(core::GlonassAlmanac const& alm, double dtpr, Vec& pos,
 
   double const m = meanLongitude - omegaCorr;
   double ea = m;
-  for (int k = 0; k < glo::maxIterations; ++k) {
+  for (int k = 0; k < glo::kMaxIterations; ++k) {
     double const next = m + eCorr * std::sin(ea);
-    bool const done = std::fabs(next - ea) < glo::anomalyTolerance;
+    bool const done = std::fabs(next - ea) < glo::kAnomalyTolerance;
     ea = next;
     if (done) break;
   }
@@ -400,70 +360,71 @@ void glonassAlmanacState(core::GlonassAlmanac const& alm, double dtpr, Vec& pos,
   pos(0) = r * px;
   pos(1) = r * py;
   pos(2) = r * pz;
-  double const root = std::sqrt(glo::gm / pCorr);
+  double const root = std::sqrt(bc::kGlonassAlmanacGm / pCorr);
   double const vr = root * eCorr * std::sin(nu);
   double const vu = root * (1.0 + eCorr * std::cos(nu));
-  vel(0) = vr * px + vu * qx + glo::earthRate * pos(1);
-  vel(1) = vr * py + vu * qy - glo::earthRate * pos(0);
+  vel(0) = vr * px + vu * qx + bc::kGlonassEarthRate * pos(1);
+  vel(1) = vr * py + vu * qy - bc::kGlonassEarthRate * pos(0);
   vel(2) = vr * pz + vu * qz;
 }
 
 }  // namespace
 
 void keplerianEphemerisToEcef(core::GnssType gnss, Vec const& ephemeris, double t, Vec& pos, Vec& vel) {
-  if (ephemeris.size() != ephemerisSize) {
+  if (ephemeris.size() != kEphemerisSize) {
     ZARN_THROW(std::invalid_argument("keplerianEphemerisToEcef: ephemeris does not contain 16 elements."));
   }
   checkedEphemerisToEcef(gnss, &ephemeris(0), t, pos, vel);
 }
 
 void gpsEphemerisToEcef(core::GpsEphemeris const& eph, double t, Vec& pos, Vec& vel) {
-  double el[ephemerisSize];
+  double el[kEphemerisSize];
   el[0] = gpsToGpsSecs(eph.toe);
-  scaleEphemeris(eph, bc::gpsHarmonicAngle, bc::gpsHarmonicRadius, el);
+  scaleEphemeris(eph, el);
   checkedEphemerisToEcef(core::GPS, el, t, pos, vel);
 }
 
 void gpsEphemerisToEcef(Vec const& kepler, core::Toc const& toe, double t, Vec& pos, Vec& vel) {
-  if (kepler.size() != keplerSize) {
+  if (kepler.size() != bc::kKeplerSize) {
     ZARN_THROW(std::invalid_argument("gpsEphemerisToEcef: kepler does not contain 15 elements."));
   }
-  double el[ephemerisSize];
+  double el[kEphemerisSize];
   el[0] = gpsToGpsSecs(toe);
-  for (unsigned k = 0; k < keplerSize; ++k) el[k + 1] = kepler(k);
+  for (unsigned k = 0; k < bc::kKeplerSize; ++k) el[k + 1] = kepler(k);
   checkedEphemerisToEcef(core::GPS, el, t, pos, vel);
 }
 
 // The reference time is on the BeiDou scale, the evaluation time on the GPS scale.
 void beidouEphemerisToEcef(core::BeidouEphemeris const& eph, double t, Vec& pos, Vec& vel) {
-  double el[ephemerisSize];
+  double el[kEphemerisSize];
   el[0] = beidouToSecs(eph.toe);
-  scaleEphemeris(eph, bc::beidouHarmonicAngle, bc::beidouHarmonicRadius, el);
+  scaleEphemeris(eph, el);
   checkedEphemerisToEcef(core::BEIDOU, el, gpsSecsToBeidouSecs(t), pos, vel);
 }
 
 void beidouEphemerisToEcef(Vec const& kepler, core::Toc const& toe, double t, Vec& pos, Vec& vel) {
-  if (kepler.size() != keplerSize) {
+  if (kepler.size() != bc::kKeplerSize) {
     ZARN_THROW(std::invalid_argument("beidouEphemerisToEcef: kepler does not contain 15 elements."));
   }
-  double el[ephemerisSize];
+  double el[kEphemerisSize];
   el[0] = beidouToSecs(toe);
-  for (unsigned k = 0; k < keplerSize; ++k) el[k + 1] = kepler(k);
+  for (unsigned k = 0; k < bc::kKeplerSize; ++k) el[k + 1] = kepler(k);
   checkedEphemerisToEcef(core::BEIDOU, el, gpsSecsToBeidouSecs(t), pos, vel);
 }
 
 void keplerianAlmanacToEcef(core::GnssType gnss, Vec const& almanac, double t, Vec& pos, Vec& vel,
                             BeidouSvType svType) {
-  if (almanac.size() != almanacSize) {
+  if (almanac.size() != kAlmanacSize) {
     ZARN_THROW(std::invalid_argument("keplerianAlmanacToEcef: almanac does not contain 8 elements."));
   }
   checkedAlmanacToEcef(gnss, &almanac(0), t, pos, vel, svType);
 }
 
 void gpsAlmanacToEcef(core::GpsAlmanac const& alm, double t, Vec& pos, Vec& vel) {
-  double el[almanacSize];
+  double el[kAlmanacSize];
   el[0] = almanacReferenceTime(alm.toa, alm.wna, t, &gpsToGpsSecs);
-  scaleAlmanac(alm, el);
+  scaleAlmanac(alm, bc::kGpsAlmanacSqrtA, bc::kGpsAlmanacEccentricity, bc::kGpsAlmanacAngle,
+               bc::kGpsAlmanacDeltaI, bc::kGpsAlmanacOmegaDot, el);
   checkedAlmanacToEcef(core::GPS, el, t, pos, vel, static_cast<BeidouSvType>(0));
 }
 
@@ -474,16 +435,17 @@ void almanacToEcef(core::GpsAlmanac const& alm, double t, Vec& pos) {
 
 void beidouAlmanacToEcef(core::BeidouAlmanac const& alm, double t, Vec& pos, Vec& vel, BeidouSvType svType) {
   double const tBeidou = gpsSecsToBeidouSecs(t);
-  double el[almanacSize];
+  double el[kAlmanacSize];
   el[0] = almanacReferenceTime(alm.toa, alm.wna, tBeidou, &beidouToSecs);
-  scaleAlmanac(alm, el);
+  scaleAlmanac(alm, bc::kBeidouAlmanacSqrtA, bc::kBeidouAlmanacEccentricity, bc::kBeidouAlmanacAngle,
+               bc::kBeidouAlmanacDeltaI, bc::kBeidouAlmanacOmegaDot, el);
   checkedAlmanacToEcef(core::BEIDOU, el, tBeidou, pos, vel, svType);
 }
 
 BeidouSvType getBeidouSvType(core::BeidouEphemeris const& eph) {
-  if (std::fabs(eph.i0 * bc::angle) < geoInclinationLimit) return BeidouSvType::GEO;
-  double const sqrtA = eph.sqrtA * bc::sqrtA;
-  return sqrtA * sqrtA < beidouMeoAxisLimit ? BeidouSvType::MEO : BeidouSvType::IGSO;
+  if (std::fabs(bc::decode(eph.i0, bc::kBeidouAngle)) < bc::kGeoInclinationLimit) return BeidouSvType::GEO;
+  double const sqrtA = bc::decode(eph.sqrtA, bc::kBeidouSqrtA);
+  return sqrtA * sqrtA < kBeidouMeoAxisLimit ? BeidouSvType::MEO : BeidouSvType::IGSO;
 }
 
 std::string toString(BeidouSvType svType) {
@@ -533,8 +495,8 @@ void glonassEphemerisToEcef(core::GlonassEphemeris const& eph, double t, Vec& po
   double const steps = std::floor(std::fabs(span) + 0.5);  // one step per second, halves away from zero
 
   Vec x(6);
-  double const toPosition = bc::glonassPosition * kmToM, toVelocity = bc::glonassVelocity * kmToM;
-  double const toAcceleration = bc::glonassAcceleration * kmToM;
+  double const toPosition = bc::kGlonassPosition.lsb * kKmToM, toVelocity = bc::kGlonassVelocity.lsb * kKmToM;
+  double const toAcceleration = bc::kGlonassAcceleration.lsb * kKmToM;
   x(0) = eph.x * toPosition;
   x(1) = eph.y * toPosition;
   x(2) = eph.z * toPosition;
@@ -560,7 +522,7 @@ void glonassAlmanacToEcef(core::GlonassAlmanac const& alm, double t, Vec& pos, V
   }
   std::uint32_t const day = alm.na > 0 ? alm.na - 1u : alm.time.second;
   double const nodeEpoch =
-      glonassToSecs(core::Toc{alm.time.first, day, 0}) + alm.tLambda * bc::glonassAlmanacTLambda;
+      glonassToSecs(core::Toc{alm.time.first, day, 0}) + bc::decode(alm.tLambda, bc::kGlonassAlmanacTLambda);
   glonassAlmanacState(alm, gpsSecsToGlonassSecs(t, leaps) - nodeEpoch, pos, vel);
 }
 

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "zarn/support/assistance_data.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/prediction.hpp"
 #include "zarn/support/time_conversion.hpp"
@@ -15,13 +16,9 @@ namespace zarn {
 namespace support {
 namespace {
 
-// ---- GLONASS ICD scale factors (GLONASS ICD edition 5.1, table 4.5) ----------
-// Value of one unit of the broadcast integer, in the ICD's units.
-constexpr double glonassPositionLsb = 1.0 / 2048.0;            // 2^-11 km
-constexpr double glonassVelocityLsb = 1.0 / 1048576.0;         // 2^-20 km/s
-constexpr double glonassAccelerationLsb = 1.0 / 1073741824.0;  // 2^-30 km/s^2
-constexpr double metresPerKilometre = 1000.0;                  // m/km
-// ---- end of GLONASS ICD scale factors -----------------------------------------
+namespace bc = broadcast;
+
+constexpr double metresPerKilometre = 1000.0;  // m/km; the GLONASS LSBs are in km
 
 namespace ublas = boost::numeric::ublas;
 
@@ -176,11 +173,11 @@ bool initGlonassEphemeris(ForceModel& forceModel, double t, Vec const& position,
   std::int32_t* const velocities[3] = {&out.vx, &out.vy, &out.vz};
   std::int8_t* const accelerations[3] = {&out.ax, &out.ay, &out.az};
   for (unsigned k = 0; k < 3; ++k) {
-    *positions[k] = static_cast<std::int32_t>(scaledToLsb(r(k), glonassPositionLsb));
-    *velocities[k] = static_cast<std::int32_t>(scaledToLsb(v(k), glonassVelocityLsb));
+    *positions[k] = static_cast<std::int32_t>(scaledToLsb(r(k), bc::kGlonassPosition.lsb));
+    *velocities[k] = static_cast<std::int32_t>(scaledToLsb(v(k), bc::kGlonassVelocity.lsb));
     // Only the low 8 bits of the acceleration word are kept.
-    auto const word =
-        static_cast<std::uint32_t>(static_cast<std::int32_t>(scaledToLsb(a(k), glonassAccelerationLsb)));
+    auto const word = static_cast<std::uint32_t>(
+        static_cast<std::int32_t>(scaledToLsb(a(k), bc::kGlonassAcceleration.lsb)));
     *accelerations[k] = static_cast<std::int8_t>(static_cast<std::uint8_t>(word & 0xFFu));
   }
   return true;

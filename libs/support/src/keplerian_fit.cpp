@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/log.hpp"
@@ -20,51 +21,46 @@ namespace {
 
 namespace bc = broadcast;
 
-char const tag[] = "EphemerisConversion";
+char const kTag[] = "EphemerisConversion";
 
-constexpr unsigned keplerSize = 15;
-constexpr unsigned validationSize = 17;
-constexpr unsigned ephemerisSize = 16;  // toe, then the kepler vector
-constexpr double secondsPerWeek = 604800.0;
-constexpr double pi = 3.14159265358979323846;
-constexpr double twoPi = 2.0 * pi;
-
-// Reference-time grid of the toe fields: 16 s (IS-GPS-200), 8 s (BDS-SIS-ICD-B1I).
-constexpr double gpsToeStep = 16.0;
-constexpr double beidouToeStep = 8.0;
+constexpr unsigned kKeplerSize = bc::kKeplerSize;
+constexpr unsigned kValidationSize = 17;
+constexpr unsigned kEphemerisSize = 16;  // toe, then the kepler vector
+constexpr double kSecondsPerWeek = 604800.0;
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kTwoPi = 2.0 * kPi;
 
 // The solve runs on element / scale: typical spreads of the elements, so that
 // a unit step moves every element by a comparable sub-metre amount.
-constexpr double scale[keplerSize] = {28.86,   0.009467, 0.01793,  0.01535,  0.01257,
-                                      0.01253, 5.392e-6, 7.702e-6, 6.612e-6, 0.0212,
-                                      0.01561, 562100.0, 414700.0, 0.03065,  0.02211};
+constexpr double kScale[kKeplerSize] = {28.86,   0.009467, 0.01793,  0.01535,  0.01257,
+                                        0.01253, 5.392e-6, 7.702e-6, 6.612e-6, 0.0212,
+                                        0.01561, 562100.0, 414700.0, 0.03065,  0.02211};
 
 // Seed of the iteration: GM and Earth rate of IS-GPS-200, typical GPS values
 // for deltaN (rad/s), OmegaDot (rad/s), cus (rad) and crc (m).
-constexpr double seedGm = 3.986005e14;
-constexpr double seedEarthRate = 7.2921151467e-5;
-constexpr double seedDeltaN = 5e-8;
-constexpr double seedOmegaDot = -8.2e-9;
-constexpr double seedCus = 6e-6;
-constexpr double seedCrc = 250.0;
+constexpr bc::KeplerConstants kSeed = bc::kGpsKepler;
+constexpr double kSeedDeltaN = 5e-8;
+constexpr double kSeedOmegaDot = -8.2e-9;
+constexpr double kSeedCus = 6e-6;
+constexpr double kSeedCrc = 250.0;
 
 // Gauss-Newton control.
-constexpr double differenceStep = 1e-6;  // in normalised units
-constexpr int maxIterations = 40;
-constexpr double residualTolerance = 0.01;  // m, largest residual that ends the iteration
-constexpr double costTolerance = 0.001;     // m^2, change of the half squared norm that ends it
-constexpr double initialPreviousCost = 100.0;
-constexpr double acceptedResidual = 5.0;  // m, largest residual of a usable fit
+constexpr double kDifferenceStep = 1e-6;  // in normalised units
+constexpr int kMaxIterations = 40;
+constexpr double kResidualTolerance = 0.01;  // m, largest residual that ends the iteration
+constexpr double kCostTolerance = 0.001;     // m^2, change of the half squared norm that ends it
+constexpr double kInitialPreviousCost = 100.0;
+constexpr double kAcceptedResidual = 5.0;  // m, largest residual of a usable fit
 // Three position equations per sample against 15 unknowns.
-constexpr unsigned minSamples = (keplerSize + 2) / 3;
+constexpr unsigned kMinSamples = (kKeplerSize + 2) / 3;
 
 // optfun result codes.
-constexpr int okCode = 0;
-constexpr int keplerSizeCode = 1;
-constexpr int statesSizeCode = 2;
-constexpr int gnssCode = 3;
-constexpr int notEllipseCode = 4;
-constexpr int notFiniteCode = 5;
+constexpr int kOkCode = 0;
+constexpr int kKeplerSizeCode = 1;
+constexpr int kStatesSizeCode = 2;
+constexpr int kGnssCode = 3;
+constexpr int kNotEllipseCode = 4;
+constexpr int kNotFiniteCode = 5;
 
 // Indices in the kepler vector.
 enum Element : unsigned {
@@ -82,7 +78,7 @@ enum Element : unsigned {
 
 // Into [-pi, pi): the broadcast angle words are signed.
 double wrap(double angle) {
-  return angle - twoPi * std::floor((angle + pi) / twoPi);
+  return angle - kTwoPi * std::floor((angle + kPi) / kTwoPi);
 }
 
 std::string format(Vec const& v) {
@@ -99,26 +95,26 @@ std::string format(Vec const& v) {
 class Residual {
  public:
   Residual(core::GnssType gnss, Vec const& times, Mat const& states, double toe)
-      : gnss_(gnss), times_(times), states_(states), eph_(ephemerisSize), pos_(3), vel_(3) {
+      : gnss_(gnss), times_(times), states_(states), eph_(kEphemerisSize), pos_(3), vel_(3) {
     eph_(0) = toe;
   }
 
   int sizeCode(Vec const& kepler) const {
-    if (kepler.size() != keplerSize) return keplerSizeCode;
-    if (states_.size1() != 3 || states_.size2() != times_.size()) return statesSizeCode;
-    if (gnss_ != core::GPS && gnss_ != core::BEIDOU) return gnssCode;
-    return okCode;
+    if (kepler.size() != kKeplerSize) return kKeplerSizeCode;
+    if (states_.size1() != 3 || states_.size2() != times_.size()) return kStatesSizeCode;
+    if (gnss_ != core::GPS && gnss_ != core::BEIDOU) return kGnssCode;
+    return kOkCode;
   }
 
   // kepler must have 15 elements and f 3N.
   int operator()(Vec const& kepler, Vec& f) {
-    for (unsigned k = 0; k < keplerSize; ++k) eph_(k + 1) = kepler(k);
+    for (unsigned k = 0; k < kKeplerSize; ++k) eph_(k + 1) = kepler(k);
     double const sqrtA = kepler(sqrtAIndex), e = kepler(eIndex);
     bool finite = true;
-    for (unsigned k = 0; k < keplerSize; ++k) finite = finite && std::isfinite(kepler(k));
+    for (unsigned k = 0; k < kKeplerSize; ++k) finite = finite && std::isfinite(kepler(k));
     if (!finite || !(sqrtA > 0.0) || !(std::fabs(e) < 1.0)) {
       std::fill(f.begin(), f.end(), std::numeric_limits<double>::quiet_NaN());
-      return notEllipseCode;
+      return kNotEllipseCode;
     }
     bool ok = true;
     for (std::size_t s = 0; s < times_.size(); ++s) {
@@ -129,13 +125,13 @@ class Residual {
         ok = ok && std::isfinite(d);
       }
     }
-    return ok ? okCode : notFiniteCode;
+    return ok ? kOkCode : kNotFiniteCode;
   }
 
   void logInputs(Vec const& kepler) const {
     Vec x(kepler.size());
-    for (std::size_t k = 0; k < kepler.size() && k < keplerSize; ++k) x(k) = kepler(k) / scale[k];
-    log::printFormatted(log::ERROR, tag, "optfun: gnss %d, toe=%d, kepler=%s, x=%s", static_cast<int>(gnss_),
+    for (std::size_t k = 0; k < kepler.size() && k < kKeplerSize; ++k) x(k) = kepler(k) / kScale[k];
+    log::printFormatted(log::ERROR, kTag, "optfun: gnss %d, toe=%d, kepler=%s, x=%s", static_cast<int>(gnss_),
                         static_cast<int>(eph_(0)), format(kepler).c_str(), format(x).c_str());
   }
 
@@ -164,16 +160,6 @@ double largestAbs(Vec const& f) {
 // sqrtA, e, M0 and deltaN, the harmonic terms for omega, one angle or the
 // radius for the others. The normal equations are accumulated directly.
 
-struct ModelConstants {
-  double gm;         // m^3/s^2
-  double earthRate;  // rad/s
-};
-constexpr ModelConstants gpsModel{3.986005e14, 7.2921151467e-5};
-constexpr ModelConstants beidouModel{3.986004418e14, 7.292115e-5};
-constexpr int keplerPasses = 6;                   // fixed-point passes of Kepler's equation, as the model
-constexpr double geoInclinationLimit = 0.5;       // rad, at or below: BeiDou GEO model
-constexpr double geoTilt = -0.08726646259971647;  // rad, -5 deg
-
 // The orbit at one time up to the final rotations.
 struct Orbit {
   double tk;
@@ -191,11 +177,11 @@ struct Orbit {
 class JacobianModel {
  public:
   JacobianModel(core::GnssType gnss, double toe)
-      : c_(gnss == core::BEIDOU ? beidouModel : gpsModel),
+      : c_(gnss == core::BEIDOU ? bc::kBeidouKepler : bc::kGpsKepler),
         toe_(toe),
-        toeOfWeek_(std::fmod(toe, secondsPerWeek)),
-        cTilt_(std::cos(geoTilt)),
-        sTilt_(std::sin(geoTilt)) {}
+        toeOfWeek_(std::fmod(toe, kSecondsPerWeek)),
+        cTilt_(std::cos(bc::kBeidouGeoTilt)),
+        sTilt_(std::sin(bc::kBeidouGeoTilt)) {}
 
   // Position (3) of elements k at time t, and the intermediate orbit.
   void full(double const* k, double t, Orbit& o, double* pos) const {
@@ -204,7 +190,7 @@ class JacobianModel {
     double const n = std::sqrt(c_.gm / (a * a * a)) + k[6];
     double const m = k[5] + n * o.tk;
     double ea = m;
-    for (int pass = 0; pass < keplerPasses; ++pass) ea = m + k[1] * std::sin(ea);
+    for (int pass = 0; pass < bc::kKeplerPasses; ++pass) ea = m + k[1] * std::sin(ea);
     double const sinE = std::sin(ea), cosE = std::cos(ea);
     o.nu = std::atan2(std::sqrt(1.0 - k[1] * k[1]) * sinE, cosE - k[1]);
     o.radius0 = a * (1.0 - k[1] * cosE);
@@ -265,9 +251,9 @@ class JacobianModel {
   }
 
  private:
-  static bool geo(Orbit const& o) { return std::fabs(o.i) <= geoInclinationLimit; }
+  static bool geo(Orbit const& o) { return std::fabs(o.i) <= bc::kGeoInclinationLimit; }
 
-  ModelConstants c_;
+  bc::KeplerConstants c_;
   double toe_, toeOfWeek_, cTilt_, sTilt_;
 };
 
@@ -275,24 +261,24 @@ class JacobianModel {
 // Returns 0 or the optfun code of a perturbed evaluation that failed.
 int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, double toe, Vec const& f,
                       Mat& normal, Vec& rhs) {
-  double k[keplerSize], step[keplerSize];
-  for (unsigned j = 0; j < keplerSize; ++j) {
+  double k[kKeplerSize], step[kKeplerSize];
+  for (unsigned j = 0; j < kKeplerSize; ++j) {
     k[j] = kepler(j);
-    step[j] = differenceStep * scale[j];
+    step[j] = kDifferenceStep * kScale[j];
   }
   double const e = k[eIndex] + step[eIndex];
-  if (!(std::fabs(e) < 1.0) || !(k[sqrtAIndex] + step[sqrtAIndex] > 0.0)) return notEllipseCode;
+  if (!(std::fabs(e) < 1.0) || !(k[sqrtAIndex] + step[sqrtAIndex] > 0.0)) return kNotEllipseCode;
 
   JacobianModel const model(gnss, toe);
   normal.clear();
   rhs.clear();
-  double rows[3][keplerSize];
+  double rows[3][kKeplerSize];
   double base[3], moved[3];
   Orbit o, p;
   bool finite = true;
   for (std::size_t s = 0; s < times.size(); ++s) {
     model.full(k, times(s), o, base);
-    for (unsigned j = 0; j < keplerSize; ++j) {
+    for (unsigned j = 0; j < kKeplerSize; ++j) {
       double const saved = k[j];
       k[j] = saved + step[j];
       p = o;
@@ -331,11 +317,11 @@ int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, 
           break;
       }
       k[j] = saved;
-      for (unsigned a = 0; a < 3; ++a) rows[a][j] = (moved[a] - base[a]) / differenceStep;
+      for (unsigned a = 0; a < 3; ++a) rows[a][j] = (moved[a] - base[a]) / kDifferenceStep;
     }
     for (unsigned a = 0; a < 3; ++a) {
       double const fa = f(3 * s + a);
-      for (unsigned i = 0; i < keplerSize; ++i) {
+      for (unsigned i = 0; i < kKeplerSize; ++i) {
         double const ri = rows[a][i];
         finite = finite && std::isfinite(ri);
         rhs(i) -= ri * fa;
@@ -343,10 +329,10 @@ int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, 
       }
     }
   }
-  for (unsigned i = 0; i < keplerSize; ++i) {
+  for (unsigned i = 0; i < kKeplerSize; ++i) {
     for (unsigned j = 0; j < i; ++j) normal(j, i) = normal(i, j);
   }
-  return finite ? okCode : notFiniteCode;
+  return finite ? kOkCode : kNotFiniteCode;
 }
 
 struct Solve {
@@ -356,39 +342,39 @@ struct Solve {
 
 // Gauss-Newton on the normalised elements.
 Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, double toe, Vec& kepler) {
-  Vec f(3 * times.size()), dx(keplerSize), rhs(keplerSize);
-  Mat normal(keplerSize, keplerSize);
+  Vec f(3 * times.size()), dx(kKeplerSize), rhs(kKeplerSize);
+  Mat normal(kKeplerSize, kKeplerSize);
 
   auto evaluate = [&]() {
     int const code = residual(kepler, f);
-    if (code != okCode) {
+    if (code != kOkCode) {
       residual.logInputs(kepler);
-      log::printFormatted(log::ERROR, tag, "satelliteStatesToKepleriansGnSolve: optfun returns error %d",
+      log::printFormatted(log::ERROR, kTag, "satelliteStatesToKepleriansGnSolve: optfun returns error %d",
                           code);
     }
   };
   evaluate();
   double cost = 0.5 * inner_prod(f, f);
-  double previousCost = initialPreviousCost;
+  double previousCost = kInitialPreviousCost;
   int iterations = 0;
   // A NaN cost fails the last test and ends the loop.
-  while (largestAbs(f) > residualTolerance && iterations < maxIterations &&
-         std::fabs(previousCost - cost) > costTolerance) {
+  while (largestAbs(f) > kResidualTolerance && iterations < kMaxIterations &&
+         std::fabs(previousCost - cost) > kCostTolerance) {
     int const code = keplerfitJacobian(gnss, kepler, times, toe, f, normal, rhs);
-    if (code != okCode) {
+    if (code != kOkCode) {
       residual.logInputs(kepler);
-      log::printFormatted(log::ERROR, tag, "keplerfitJacobian: optfun returns error %d", code);
+      log::printFormatted(log::ERROR, kTag, "keplerfitJacobian: optfun returns error %d", code);
     }
     mldivide(normal, rhs, dx);
-    for (unsigned k = 0; k < keplerSize; ++k) kepler(k) += dx(k) * scale[k];
+    for (unsigned k = 0; k < kKeplerSize; ++k) kepler(k) += dx(k) * kScale[k];
     evaluate();
     previousCost = cost;
     cost = 0.5 * inner_prod(f, f);
     ++iterations;
   }
   double const largest = largestAbs(f);
-  if (iterations >= maxIterations) return Solve{-maxIterations, largest};
-  if (largest > acceptedResidual) return Solve{-iterations, largest};
+  if (iterations >= kMaxIterations) return Solve{-kMaxIterations, largest};
+  if (largest > kAcceptedResidual) return Solve{-iterations, largest};
   return Solve{iterations, largest};
 }
 
@@ -403,47 +389,28 @@ void seedElements(core::GnssType gnss, Vec const& r, Vec const& vEcef, double tm
   v(1) += earthRotationRate * r(0);
   Vec el = eciToOrb(r, v);  // a, e, i, omega, Omega, nu
   double nodeTime = tm;
-  if (gnss == core::BEIDOU && el(2) <= geoInclinationLimit) {
-    Mat const toModel =
-        trans(Mat(prod(rotationMatrix(3, beidouModel.earthRate * (tm - toe)), rotationMatrix(1, geoTilt))));
+  if (gnss == core::BEIDOU && el(2) <= bc::kGeoInclinationLimit) {
+    Mat const toModel = trans(Mat(prod(rotationMatrix(3, bc::kBeidouKepler.earthRate * (tm - toe)),
+                                       rotationMatrix(1, bc::kBeidouGeoTilt))));
     el = eciToOrb(prod(toModel, r), prod(toModel, v));
     nodeTime = toe;
   }
   double const a = el(0), e = el(1), nu = el(5);
   double const ea = std::atan2(std::sqrt(1.0 - e * e) * std::sin(nu), e + std::cos(nu));
   double const meanAnomaly = ea - e * std::sin(ea);
-  double const n = std::sqrt(seedGm / (a * a * a));
-  kepler.resize(keplerSize, false);
+  double const n = std::sqrt(kSeed.gm / (a * a * a));
+  kepler.resize(kKeplerSize, false);
   kepler.clear();
   kepler(sqrtAIndex) = std::sqrt(a);
   kepler(eIndex) = e;
   kepler(i0Index) = el(2);
-  kepler(omega0Index) = wrap(el(4) + seedEarthRate * std::fmod(nodeTime, secondsPerWeek));
+  kepler(omega0Index) = wrap(el(4) + kSeed.earthRate * std::fmod(nodeTime, kSecondsPerWeek));
   kepler(omegaIndex) = wrap(el(3));
-  kepler(m0Index) = wrap(meanAnomaly + (n + seedDeltaN) * (toe - tm));
-  kepler(deltaNIndex) = seedDeltaN;
-  kepler(omegaDotIndex) = seedOmegaDot;
-  kepler(cusIndex) = seedCus;
-  kepler(crcIndex) = seedCrc;
-}
-
-// value / lsb rounded half away from zero, saturating beyond 64 bits (NaN to
-// the minimum), then narrowed to the field: out-of-range values wrap, and
-// the validation verdict reports them.
-template <typename Int>
-Int encode(double value, double lsb) {
-  double const x = value / lsb;
-  double const r = x >= 0.0 ? std::floor(x + 0.5) : std::ceil(x - 0.5);
-  constexpr double limit = 9.2e18;
-  std::int64_t s;
-  if (std::isnan(r) || r <= -limit) {
-    s = std::numeric_limits<std::int64_t>::min();
-  } else if (r >= limit) {
-    s = std::numeric_limits<std::int64_t>::max();
-  } else {
-    s = static_cast<std::int64_t>(r);
-  }
-  return static_cast<Int>(s);
+  kepler(m0Index) = wrap(meanAnomaly + (n + kSeedDeltaN) * (toe - tm));
+  kepler(deltaNIndex) = kSeedDeltaN;
+  kepler(omegaDotIndex) = kSeedOmegaDot;
+  kepler(cusIndex) = kSeedCus;
+  kepler(crcIndex) = kSeedCrc;
 }
 
 std::uint32_t nonNegative(double value) {
@@ -458,23 +425,12 @@ core::Toc gpsToe(Vec const& kepler) {
   return core::Toc{week >> 10, week & 0x3ffu, nonNegative(kepler(15))};
 }
 
+// Elements 0-14 of the validation vector into the orbit fields of the record.
 template <typename Record>
-void encodeOrbit(Vec const& k, double harmonicAngle, double harmonicRadius, Record& eph) {
-  eph.sqrtA = encode<decltype(eph.sqrtA)>(k(0), bc::sqrtA);
-  eph.e = encode<decltype(eph.e)>(k(1), bc::eccentricity);
-  eph.i0 = encode<decltype(eph.i0)>(k(2), bc::angle);
-  eph.omega0 = encode<decltype(eph.omega0)>(k(3), bc::angle);
-  eph.omega = encode<decltype(eph.omega)>(k(4), bc::angle);
-  eph.m0 = encode<decltype(eph.m0)>(k(5), bc::angle);
-  eph.deltaN = encode<decltype(eph.deltaN)>(k(6), bc::rate);
-  eph.iDot = encode<decltype(eph.iDot)>(k(7), bc::rate);
-  eph.omegaDot = encode<decltype(eph.omegaDot)>(k(8), bc::rate);
-  eph.cuc = encode<decltype(eph.cuc)>(k(9), harmonicAngle);
-  eph.cus = encode<decltype(eph.cus)>(k(10), harmonicAngle);
-  eph.crc = encode<decltype(eph.crc)>(k(11), harmonicRadius);
-  eph.crs = encode<decltype(eph.crs)>(k(12), harmonicRadius);
-  eph.cic = encode<decltype(eph.cic)>(k(13), harmonicAngle);
-  eph.cis = encode<decltype(eph.cis)>(k(14), harmonicAngle);
+void encodeOrbit(Vec const& kepler, Record& eph) {
+  bc::KeplerElements k;
+  for (unsigned i = 0; i < kKeplerSize; ++i) k[i] = kepler(i);
+  bc::encodeOrbit(k, eph);
 }
 
 }  // namespace
@@ -483,11 +439,11 @@ int optfun(core::GnssType gnss, Vec const& kepler, Vec const& times, Mat const& 
            Vec& residual) {
   Residual model(gnss, times, states, toe);
   int code = model.sizeCode(kepler);
-  if (code == okCode) {
+  if (code == kOkCode) {
     if (residual.size() != 3 * times.size()) residual.resize(3 * times.size(), false);
     code = model(kepler, residual);
   }
-  if (code != okCode) model.logInputs(kepler);
+  if (code != kOkCode) model.logInputs(kepler);
   return code;
 }
 
@@ -504,7 +460,7 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
     ZARN_THROW(std::invalid_argument("satelliteStatesToKeplerian: unsupported GNSS"));
   }
   if (n == 0) {
-    log::printFormatted(log::ERROR, tag, "satelliteStatesToKeplerian: no samples");
+    log::printFormatted(log::ERROR, kTag, "satelliteStatesToKeplerian: no samples");
     return false;
   }
 
@@ -515,38 +471,38 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
   if (beidou) {
     for (std::size_t k = 0; k < n; ++k) times(k) = gpsSecsToBeidouSecs(tSat(k));
   }
-  double const step = beidou ? beidouToeStep : gpsToeStep;
+  double const step = beidou ? bc::kBeidouToe.lsb : bc::kGpsToe.lsb;
   double const toe = std::floor(times(mid) / step + 0.5) * step;
 
   Vec const rMid = column(rSat, mid), vMid = column(vSat, mid);
   seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
   Solve solve{0, std::numeric_limits<double>::infinity()};
-  if (n >= minSamples) {
+  if (n >= kMinSamples) {
     Residual residual(gnss, times, rSat, toe);
     solve = gaussNewton(gnss, residual, times, toe, kepler);
   } else {
-    log::printFormatted(log::ERROR, tag,
+    log::printFormatted(log::ERROR, kTag,
                         "satelliteStatesToKeplerian: %d samples cannot determine %u elements",
-                        static_cast<int>(n), keplerSize);
+                        static_cast<int>(n), kKeplerSize);
   }
 
   // A negative eccentricity is the same orbit with perigee and anomaly turned by pi.
   if (kepler(eIndex) < 0.0) {
     kepler(eIndex) = -kepler(eIndex);
-    kepler(omegaIndex) += pi;
-    kepler(m0Index) += pi;
+    kepler(omegaIndex) += kPi;
+    kepler(m0Index) += kPi;
   }
   for (unsigned k : {i0Index, omega0Index, omegaIndex, m0Index}) kepler(k) = wrap(kepler(k));
 
   double const toeGps = beidou ? beidouSecsToGpsSecs(toe) : toe;
-  kepler.resize(validationSize, true);
-  kepler(15) = std::fmod(toeGps, secondsPerWeek);
-  kepler(16) = std::floor(toeGps / secondsPerWeek);
+  kepler.resize(kValidationSize, true);
+  kepler(15) = std::fmod(toeGps, kSecondsPerWeek);
+  kepler(16) = std::floor(toeGps / kSecondsPerWeek);
 
-  if (n < minSamples) return false;
+  if (n < kMinSamples) return false;
   // The iteration limit alone is no failure: what the receiver gets is judged by the misfit.
-  if (!(solve.largest <= acceptedResidual)) {
-    log::printFormatted(log::ERROR, tag,
+  if (!(solve.largest <= kAcceptedResidual)) {
+    log::printFormatted(log::ERROR, kTag,
                         "satelliteStatesToKeplerian: fit failed with code %d, largest residual %g m",
                         solve.code, solve.largest);
     return false;
@@ -555,20 +511,20 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
 }
 
 bool keplerianToGpsEphemeris(Vec const& kepler, core::GpsEphemeris& eph) {
-  if (kepler.size() != validationSize) {
+  if (kepler.size() != kValidationSize) {
     ZARN_THROW(std::invalid_argument("keplerianToGpsEphemeris: invalid size keplerian vector"));
   }
   eph.toe = gpsToe(kepler);
-  encodeOrbit(kepler, bc::gpsHarmonicAngle, bc::gpsHarmonicRadius, eph);
+  encodeOrbit(kepler, eph);
   return validGpsEphemeris(kepler);
 }
 
 bool keplerianToBeidouEphemeris(Vec const& kepler, core::BeidouEphemeris& eph) {
-  if (kepler.size() != validationSize) {
+  if (kepler.size() != kValidationSize) {
     ZARN_THROW(std::invalid_argument("keplerianToBeidouEphemeris: invalid size keplerian vector"));
   }
   eph.toe = secsToBeidou(gpsSecsToBeidouSecs(gpsToGpsSecs(gpsToe(kepler))));
-  encodeOrbit(kepler, bc::beidouHarmonicAngle, bc::beidouHarmonicRadius, eph);
+  encodeOrbit(kepler, eph);
   return validBeidouEphemeris(kepler);
 }
 

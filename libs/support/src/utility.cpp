@@ -3,6 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/log.hpp"
 
@@ -10,17 +11,8 @@ namespace zarn {
 namespace support {
 namespace {
 
-constexpr unsigned URA_INDEX_COUNT = 15;  // indices 0..14; 15 means "no accuracy prediction"
-
-// Upper accuracy bounds (m) per index: GLONASS ICD accuracy word FT and
-// IS-GPS-200 20.3.3.3.1.3.
-constexpr double GLONASS_URA[URA_INDEX_COUNT] = {1.0,  2.0,  2.5,  4.0,  5.0,   7.0,   10.0, 12.0,
-                                                 14.0, 16.0, 32.0, 64.0, 128.0, 256.0, 512.0};
-constexpr double GPS_URA[URA_INDEX_COUNT] = {2.4,  3.4,   4.85,  6.85,  9.65,   13.65,  24.0,  48.0,
-                                             96.0, 192.0, 384.0, 768.0, 1536.0, 3072.0, 6144.0};
-
 double const* uraTable(core::GnssType type) {
-  return type == core::GLONASS ? GLONASS_URA : GPS_URA;
+  return type == core::GLONASS ? broadcast::kGlonassUraMeters : broadcast::kGpsUraMeters;
 }
 
 struct SisreWeights {
@@ -30,10 +22,10 @@ struct SisreWeights {
 
 // Radial and along/cross weights; they follow the satellites' altitude (the
 // higher the orbit, the less of the along/cross error reaches the user).
-constexpr SisreWeights GPS_SISRE{1.0, 1.0 / 49.0};
-constexpr SisreWeights GLONASS_SISRE{0.98, 1.0 / 45.0};
-constexpr SisreWeights BEIDOU_GEO_IGSO_SISRE{0.99, 1.0 / 128.0};
-constexpr SisreWeights BEIDOU_MEO_SISRE{0.98, 1.0 / 54.0};
+constexpr SisreWeights kGpsSisre{1.0, 1.0 / 49.0};
+constexpr SisreWeights kGlonassSisre{0.98, 1.0 / 45.0};
+constexpr SisreWeights kBeidouGeoIgsoSisre{0.99, 1.0 / 128.0};
+constexpr SisreWeights kBeidouMeoSisre{0.98, 1.0 / 54.0};
 
 }  // namespace
 
@@ -143,14 +135,14 @@ bool isWithinOutage(core::Toc const& t0, core::Toc const& t1, AssistanceData con
 unsigned char metersToUraIndex(double metres, core::GnssType type) {
   double const* table = uraTable(type);
   double const magnitude = std::fabs(metres);
-  for (unsigned i = 0; i < URA_INDEX_COUNT; ++i) {
+  for (int i = 0; i < broadcast::kUraIndexCount; ++i) {
     if (magnitude <= table[i]) return static_cast<unsigned char>(i);
   }
-  return static_cast<unsigned char>(URA_INDEX_COUNT);
+  return static_cast<unsigned char>(broadcast::kUraNoPrediction);
 }
 
 double uraIndexToMeters(unsigned char index, core::GnssType type) {
-  unsigned const i = index < URA_INDEX_COUNT ? index : URA_INDEX_COUNT - 1;
+  int const i = index < broadcast::kUraIndexCount ? index : broadcast::kUraIndexCount - 1;
   return uraTable(type)[i];
 }
 
@@ -167,13 +159,13 @@ double sisreError(Vec const& rtn, double clockError, core::GnssType type, Beidou
   SisreWeights w{};
   switch (type) {
     case core::GPS:
-      w = GPS_SISRE;
+      w = kGpsSisre;
       break;
     case core::GLONASS:
-      w = GLONASS_SISRE;
+      w = kGlonassSisre;
       break;
     case core::BEIDOU:
-      w = svType == GEO || svType == IGSO ? BEIDOU_GEO_IGSO_SISRE : BEIDOU_MEO_SISRE;
+      w = svType == GEO || svType == IGSO ? kBeidouGeoIgsoSisre : kBeidouMeoSisre;
       break;
     default:
       return 0.0;

@@ -9,6 +9,8 @@
 #include <sstream>
 #include <string>
 
+#include "zarn/support/broadcast_interface.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/time_conversion.hpp"
@@ -17,92 +19,45 @@ namespace zarn {
 namespace support {
 namespace {
 
-char const tag[] = "Validation";
-
-constexpr unsigned keplerSize = 17;
-constexpr unsigned toeIndex = 15;
-constexpr unsigned weekIndex = 16;
-constexpr std::int64_t gpsToeStep = 16;    // s, LSB of the LNAV toe field
-constexpr std::int64_t beidouToeStep = 8;  // s, LSB of the D1/D2 toe field
-constexpr std::int64_t secondsPerWeek = 604800;
-constexpr unsigned weeksPerGpsCycle = 1024;
-// Earth rate for making an Earth-fixed velocity inertial: the rate of Greenwich
-// sidereal time (rotation plus precession in right ascension, Vallado 2013 3.5),
-// deliberately not one of the broadcast rates.
-constexpr double earthRate = 7.2921158553e-5;  // rad/s
-
-struct Field {
-  char const* name;
-  double lsb;
-  std::int64_t min;
-  std::int64_t max;
-};
-
-// A two's-complement or an unsigned field of `bits` bits.
-constexpr Field signedField(char const* name, double lsb, int bits) {
-  return {name, lsb, -(std::int64_t{1} << (bits - 1)), (std::int64_t{1} << (bits - 1)) - 1};
-}
-constexpr Field unsignedField(char const* name, double lsb, int bits) {
-  return {name, lsb, 0, (std::int64_t{1} << bits) - 1};
-}
-
 namespace bc = broadcast;
 
-// Kepler elements 0-8, alike in GPS LNAV and BeiDou D1/D2.
-constexpr Field keplerFields[] = {
-    unsignedField("sqrtA", bc::sqrtA, 32), unsignedField("eccentricity", bc::eccentricity, 32),
-    signedField("i0", bc::angle, 32),      signedField("omega0", bc::angle, 32),
-    signedField("omega", bc::angle, 32),   signedField("m0", bc::angle, 32),
-    signedField("deltaN", bc::rate, 16),   signedField("iDot", bc::rate, 14),
-    signedField("omegaDot", bc::rate, 24),
+char const kTag[] = "Validation";
+
+constexpr unsigned kKeplerSize = 17;
+constexpr unsigned kToeIndex = 15;
+constexpr unsigned kWeekIndex = 16;
+constexpr std::int64_t kSecondsPerWeek = 604800;
+constexpr unsigned kWeeksPerGpsCycle = 1024;
+
+// A message field under the name the range messages give it.
+struct NamedField {
+  char const* name;
+  bc::Field field;
 };
 
-// Elements 9-14, the harmonic corrections: 16-bit in LNAV, 18-bit in D1/D2.
-struct Harmonics {
-  double angleLsb, radiusLsb;
-  int bits;
-};
-constexpr Harmonics gpsHarmonics{bc::gpsHarmonicAngle, bc::gpsHarmonicRadius, 16};
-constexpr Harmonics beidouHarmonics{bc::beidouHarmonicAngle, bc::beidouHarmonicRadius, 18};
+char const* const kKeplerNames[bc::kKeplerSize] = {"sqrtA", "eccentricity", "i0",   "omega0",   "omega",
+                                                   "m0",    "deltaN",       "iDot", "omegaDot", "cuc",
+                                                   "cus",   "crc",          "crs",  "cic",      "cis"};
 
-Field keplerField(unsigned k, Harmonics const& h) {
-  if (k < 9) return keplerFields[k];
-  char const* const names[] = {"cuc", "cus", "crc", "crs", "cic", "cis"};
-  bool const radius = k == 11 || k == 12;
-  return signedField(names[k - 9], radius ? h.radiusLsb : h.angleLsb, h.bits);
-}
-
-constexpr Field glonassClockFields[] = {
-    signedField("tau", bc::glonassTau, 22),
-    signedField("gamma", bc::glonassGamma, 11),
-    signedField("deltaTau", bc::glonassDeltaTau, 5),
+constexpr NamedField kGlonassClockFields[] = {
+    {"tau", bc::kGlonassTau},
+    {"gamma", bc::kGlonassGamma},
+    {"deltaTau", bc::kGlonassDeltaTau},
 };
 
-constexpr Field glonassStateFields[] = {
-    signedField("x", bc::glonassPosition, 27),       signedField("y", bc::glonassPosition, 27),
-    signedField("z", bc::glonassPosition, 27),       signedField("xVel", bc::glonassVelocity, 24),
-    signedField("yVel", bc::glonassVelocity, 24),    signedField("zVel", bc::glonassVelocity, 24),
-    signedField("xAcc", bc::glonassAcceleration, 5), signedField("yAcc", bc::glonassAcceleration, 5),
-    signedField("zAcc", bc::glonassAcceleration, 5),
+constexpr NamedField kGlonassStateFields[] = {
+    {"x", bc::kGlonassPosition},        {"y", bc::kGlonassPosition},
+    {"z", bc::kGlonassPosition},        {"xVel", bc::kGlonassVelocity},
+    {"yVel", bc::kGlonassVelocity},     {"zVel", bc::kGlonassVelocity},
+    {"xAcc", bc::kGlonassAcceleration}, {"yAcc", bc::kGlonassAcceleration},
+    {"zAcc", bc::kGlonassAcceleration},
 };
-
-// The transmitted integer: value / lsb rounded half away from zero. Values
-// beyond the 64-bit range (and NaN) saturate, so they always fail a range.
-std::int64_t scaled(double value, double lsb) {
-  double const x = value / lsb;
-  double const r = x >= 0.0 ? std::floor(x + 0.5) : std::ceil(x - 0.5);
-  constexpr double limit = 9.2e18;
-  if (std::isnan(r)) return std::numeric_limits<std::int64_t>::min();
-  if (r >= limit) return std::numeric_limits<std::int64_t>::max();
-  if (r <= -limit) return std::numeric_limits<std::int64_t>::min();
-  return static_cast<std::int64_t>(r);
-}
 
 // Tests one field; a failure logs "<prefix>: <name>=<value>, scaled=<integer>".
-bool inRange(Field const& f, double value, char const* prefix) {
-  std::int64_t const s = scaled(value, f.lsb);
-  if (s >= f.min && s <= f.max) return true;
-  log::printFormatted(log::ERROR, tag, "%s: %s=%.15e, scaled=%" PRId64, prefix, f.name, value, s);
+bool inRange(NamedField const& f, double value, char const* prefix) {
+  std::int64_t const s = bc::encode(value, f.field);
+  if (bc::fits(s, f.field)) return true;
+  log::printFormatted(log::ERROR, kTag, "%s: %s=%.15e, scaled=%" PRId64, prefix, f.name, value, s);
   return false;
 }
 
@@ -134,38 +89,41 @@ struct CoordinateMessages {
   char const* speed;
 };
 
-CoordinateMessages const gpsMessages{
+CoordinateMessages const kGpsMessages{
     "validGpsSatCoordinates: invalid satellite position: rSat=%s",
     "validGpsSatCoordinates: invalid satellite velocity: vSat=%s",
     "validGpsSatCoordinates: invalid satellite position: rSat=%s ==> r=%g",
     "validGpsSatCoordinates: invalid satellite velocity: vSat=%s ==> v=%g, ecef=%d"};
-CoordinateMessages const glonassMessages{
+CoordinateMessages const kGlonassMessages{
     "validGlonassSatCoordinates: invalid satellite position: rSat=%s",
     "validGlonassSatCoordinates: invalid satellite velocity: vSat=%s",
     "validGlonassSatCoordinates: invalid satellite position: rSat=%s ==> r=%g",
     "validGlonassSatCoordinates: invalid satellite velocity: vSat=%s ==> v=%g, ecef=%d"};
 // The BeiDou texts carry the orbit type; their formats differ and are used directly.
-CoordinateMessages const beidouMessages{"validBeidouSatCoordinates: invalid satellite position: rSat=%s",
-                                        "validBeidouSatCoordinates: invalid satellite velocity: vSat=%s",
-                                        nullptr, nullptr};
+CoordinateMessages const kBeidouMessages{"validBeidouSatCoordinates: invalid satellite position: rSat=%s",
+                                         "validBeidouSatCoordinates: invalid satellite velocity: vSat=%s",
+                                         nullptr, nullptr};
 
 bool coordinatesAreNumbers(Vec const& rSat, Vec const& vSat, CoordinateMessages const& m) {
   if (rSat.size() != 3 || isnan(rSat)) {
-    log::printFormatted(log::ERROR, tag, m.position, format(rSat, 15).c_str());
+    log::printFormatted(log::ERROR, kTag, m.position, format(rSat, 15).c_str());
     return false;
   }
   if (vSat.size() != 3 || isnan(vSat)) {
-    log::printFormatted(log::ERROR, tag, m.velocity, format(vSat, 15).c_str());
+    log::printFormatted(log::ERROR, kTag, m.velocity, format(vSat, 15).c_str());
     return false;
   }
   return true;
 }
 
+// The Earth-fixed velocity is made inertial with the rate of Greenwich sidereal
+// time (rotation plus precession in right ascension, Vallado 2013 3.5),
+// deliberately not one of the broadcast rates.
 double inertialSpeed(Vec const& rSat, Vec const& vSat, bool ecef) {
   Vec v = vSat;
   if (ecef) {
-    v(0) -= earthRate * rSat(1);
-    v(1) += earthRate * rSat(0);
+    v(0) -= earthRotationRate * rSat(1);
+    v(1) += earthRotationRate * rSat(0);
   }
   return norm_2(v);
 }
@@ -176,10 +134,10 @@ struct Bounds {
   double vMin, vMax;
 };
 
-constexpr Bounds gpsBounds{21000000.0, 31000000.0, false, 3700.0, 4000.0};             // m, m/s
-constexpr Bounds glonassBounds{21000000.0, 31000000.0, false, 3800.0, 4100.0};         // m, m/s
-constexpr Bounds beidouMeoBounds{23000000.0, 33000000.0, true, 3700.0, 3800.0};        // m, m/s
-constexpr Bounds beidouHighOrbitBounds{38000000.0, 47000000.0, true, 3000.0, 3100.0};  // m, m/s
+constexpr Bounds kGpsBounds{21000000.0, 31000000.0, false, 3700.0, 4000.0};             // m, m/s
+constexpr Bounds kGlonassBounds{21000000.0, 31000000.0, false, 3800.0, 4100.0};         // m, m/s
+constexpr Bounds kBeidouMeoBounds{23000000.0, 33000000.0, true, 3700.0, 3800.0};        // m, m/s
+constexpr Bounds kBeidouHighOrbitBounds{38000000.0, 47000000.0, true, 3000.0, 3100.0};  // m, m/s
 
 bool radiusInBounds(double r, Bounds const& b) {
   return b.open ? (r > b.rMin && r < b.rMax) : (r >= b.rMin && r <= b.rMax);
@@ -193,12 +151,12 @@ bool validCoordinates(Vec const& rSat, Vec const& vSat, bool ecef, Bounds const&
   if (!coordinatesAreNumbers(rSat, vSat, m)) return false;
   double const r = norm_2(rSat);
   if (!radiusInBounds(r, b)) {
-    log::printFormatted(log::ERROR, tag, m.radius, format(rSat, 15).c_str(), r);
+    log::printFormatted(log::ERROR, kTag, m.radius, format(rSat, 15).c_str(), r);
     return false;
   }
   double const v = inertialSpeed(rSat, vSat, ecef);
   if (!speedInBounds(v, b)) {
-    log::printFormatted(log::ERROR, tag, m.speed, format(vSat, 15).c_str(), v, ecef ? 1 : 0);
+    log::printFormatted(log::ERROR, kTag, m.speed, format(vSat, 15).c_str(), v, ecef ? 1 : 0);
     return false;
   }
   return true;
@@ -209,64 +167,69 @@ bool validCoordinates(Vec const& rSat, Vec const& vSat, bool ecef, Bounds const&
 namespace {
 
 // Size, field ranges and reference time of a 17-element Kepler vector, logged
-// under `function`. `toeOf` gives the record's seconds of week, a multiple of `toeStep`.
-bool validKepler(Vec const& kepler, char const* function, Harmonics const& harmonics,
-                 int (*toeOf)(Vec const&), std::int64_t toeStep) {
-  if (kepler.size() != keplerSize) {
-    log::printFormatted(log::ERROR, tag, "%s: invalid number of keplerian elements: %s", function,
+// under `function`. `toeOf` gives the record's seconds of week, a multiple of
+// the LSB of the toe field.
+bool validKepler(Vec const& kepler, char const* function, bc::OrbitFields const& fields,
+                 bc::Field const& toeField, int (*toeOf)(Vec const&)) {
+  std::int64_t const toeStep = static_cast<std::int64_t>(toeField.lsb);
+  if (kepler.size() != kKeplerSize) {
+    log::printFormatted(log::ERROR, kTag, "%s: invalid number of keplerian elements: %s", function,
                         format(kepler, 6).c_str());
     return false;
   }
   std::string const prefix = std::string(function) + ": keplerian element out of range";
   bool ok = true;
-  for (unsigned k = 0; k < 15; ++k) ok = inRange(keplerField(k, harmonics), kepler(k), prefix.c_str()) && ok;
+  for (unsigned k = 0; k < bc::kKeplerSize; ++k) {
+    ok = inRange(NamedField{kKeplerNames[k], fields[k]}, kepler(k), prefix.c_str()) && ok;
+  }
   int const toe = toeOf(kepler);
   if (toe % toeStep != 0) {
-    log::printFormatted(log::ERROR, tag, "%s: invalid toe %d (not multiple of %d)", function, toe,
+    log::printFormatted(log::ERROR, kTag, "%s: invalid toe %d (not multiple of %d)", function, toe,
                         static_cast<int>(toeStep));
     ok = false;
   }
   std::int64_t const step = toe / toeStep;
-  if (step < 0 || step >= secondsPerWeek / toeStep) {
-    log::printFormatted(log::ERROR, tag, "%s: invalid keplerian element toe=%d", function, toe);
+  if (step < 0 || step >= kSecondsPerWeek / toeStep) {
+    log::printFormatted(log::ERROR, kTag, "%s: invalid keplerian element toe=%d", function, toe);
     return false;
   }
   return ok;
 }
 
 int gpsToe(Vec const& kepler) {
-  return truncatedInt(kepler(toeIndex));
+  return truncatedInt(kepler(kToeIndex));
 }
 
 // The reference time arrives on the GPS scale; the field is BeiDou seconds of week.
 int beidouToe(Vec const& kepler) {
-  std::uint32_t const week = truncatedUint(kepler(weekIndex));
-  core::Toc const gpsToe{week / weeksPerGpsCycle, week % weeksPerGpsCycle, truncatedUint(kepler(toeIndex))};
+  std::uint32_t const week = truncatedUint(kepler(kWeekIndex));
+  core::Toc const gpsToe{week / kWeeksPerGpsCycle, week % kWeeksPerGpsCycle,
+                         truncatedUint(kepler(kToeIndex))};
   return static_cast<int>(secsToBeidou(gpsSecsToBeidouSecs(gpsToGpsSecs(gpsToe))).third);
 }
 
 }  // namespace
 
 bool validGpsEphemeris(Vec const& kepler) {
-  return validKepler(kepler, "validGpsEphemeris", gpsHarmonics, gpsToe, gpsToeStep);
+  return validKepler(kepler, "validGpsEphemeris", bc::kGpsOrbit, bc::kGpsToe, gpsToe);
 }
 
 bool validBeidouEphemeris(Vec const& kepler) {
-  return validKepler(kepler, "validBeidouEphemeris", beidouHarmonics, beidouToe, beidouToeStep);
+  return validKepler(kepler, "validBeidouEphemeris", bc::kBeidouOrbit, bc::kBeidouToe, beidouToe);
 }
 
 bool validGlonassEphemeris(double tau, double gamma, double deltaTau) {
   char const prefix[] = "validGlonassEphemeris: ephemeris element out of range";
-  bool ok = inRange(glonassClockFields[0], tau, prefix);
-  ok = inRange(glonassClockFields[1], gamma, prefix) && ok;
-  ok = inRange(glonassClockFields[2], deltaTau, prefix) && ok;
+  bool ok = inRange(kGlonassClockFields[0], tau, prefix);
+  ok = inRange(kGlonassClockFields[1], gamma, prefix) && ok;
+  ok = inRange(kGlonassClockFields[2], deltaTau, prefix) && ok;
   return ok;
 }
 
 bool validGlonassEphemeris(Vec const& rSat, Vec const& vSat, Vec const& aSat) {
   if (rSat.size() != 3 || vSat.size() != 3 || aSat.size() != 3) {
     log::printFormatted(
-        log::ERROR, tag,
+        log::ERROR, kTag,
         "validGlonassEphemeris: invalid number of elements: rSat size %d, vSat size %d, aSat size %d",
         static_cast<int>(rSat.size()), static_cast<int>(vSat.size()), static_cast<int>(aSat.size()));
     return false;
@@ -274,7 +237,7 @@ bool validGlonassEphemeris(Vec const& rSat, Vec const& vSat, Vec const& aSat) {
   Vec const* const vectors[] = {&rSat, &vSat, &aSat};
   bool ok = true;
   for (unsigned k = 0; k < 9; ++k) {
-    ok = inRange(glonassStateFields[k], (*vectors[k / 3])(k % 3),
+    ok = inRange(kGlonassStateFields[k], (*vectors[k / 3])(k % 3),
                  "validGlonassEphemeris: ephemeris element out of range") &&
          ok;
   }
@@ -282,22 +245,22 @@ bool validGlonassEphemeris(Vec const& rSat, Vec const& vSat, Vec const& aSat) {
 }
 
 bool validGpsSatCoordinates(Vec const& rSat, Vec const& vSat, bool ecef) {
-  return validCoordinates(rSat, vSat, ecef, gpsBounds, gpsMessages);
+  return validCoordinates(rSat, vSat, ecef, kGpsBounds, kGpsMessages);
 }
 
 bool validGlonassSatCoordinates(Vec const& rSat, Vec const& vSat, bool ecef) {
-  return validCoordinates(rSat, vSat, ecef, glonassBounds, glonassMessages);
+  return validCoordinates(rSat, vSat, ecef, kGlonassBounds, kGlonassMessages);
 }
 
 bool validBeidouSatCoordinates(Vec const& rSat, Vec const& vSat, BeidouSvType svType, bool ecef) {
-  if (!coordinatesAreNumbers(rSat, vSat, beidouMessages)) return false;
+  if (!coordinatesAreNumbers(rSat, vSat, kBeidouMessages)) return false;
   bool const known =
       svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO || svType == BeidouSvType::MEO;
-  Bounds const& b = svType == BeidouSvType::MEO ? beidouMeoBounds : beidouHighOrbitBounds;
+  Bounds const& b = svType == BeidouSvType::MEO ? kBeidouMeoBounds : kBeidouHighOrbitBounds;
   double const r = norm_2(rSat);
   if (!known || !radiusInBounds(r, b)) {
     log::printFormatted(
-        log::ERROR, tag,
+        log::ERROR, kTag,
         "validBeidouSatCoordinates: invalid satellite position: rSat=%s ==> r=%g, beidouSvType %d",
         format(rSat, 15).c_str(), r, static_cast<int>(svType));
     return false;
@@ -305,7 +268,7 @@ bool validBeidouSatCoordinates(Vec const& rSat, Vec const& vSat, BeidouSvType sv
   double const v = inertialSpeed(rSat, vSat, ecef);
   if (!speedInBounds(v, b)) {
     log::printFormatted(
-        log::ERROR, tag,
+        log::ERROR, kTag,
         "validBeidouSatCoordinates: invalid satellite velocity: vSat=%s ==> v=%g, beidouSvType=%d, ecef=%d",
         format(vSat, 15).c_str(), v, static_cast<int>(svType), ecef ? 1 : 0);
     return false;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "tables/geopotential_table.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
 
 namespace zarn {
 namespace support {
@@ -11,7 +12,6 @@ namespace {
 
 // The field's GM is the WGS 84 value (NIMA TR8350.2, 3rd ed., Table 3.1), not
 // the table's own; the reference radius is the table's (Lemoine et al. 1998).
-constexpr double kEarthGm = 3.986004418e14;  // m^3/s^2
 constexpr double kFieldRadius = 6378136.3;   // m
 constexpr int kMaxDegree = tables::kGeopotentialDegree;
 // Cunningham functions are needed two degrees above the field for the gradient.
