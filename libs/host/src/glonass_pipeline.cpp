@@ -9,6 +9,7 @@
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/host/screening.hpp"
 #include "zarn/support/assistance_data.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/ephemeris_cache.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
