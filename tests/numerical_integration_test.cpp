@@ -320,21 +320,16 @@ TEST(Gj8, StartUpEpochsNeedNoEvaluationAndCallsChainIntoOnePropagation) {
   Mat R2(3, 2), V2(3, 2);
   EXPECT_EQ(pieces.gj8Propagate(f, R2, V2, 2), 2u);
   EXPECT_EQ(f.calls, before);
-  EXPECT_EQ(pieces.getTotalSteps(), 4u);
   // Five more in a matrix of three columns keep the newest three.
   Mat R3(3, 3), V3(3, 3);
   EXPECT_EQ(pieces.gj8Propagate(f, R3, V3, 5), 5u);
   // Three in a matrix of five columns leave its first two columns alone.
   Mat R4(3, 5, -1.0), V4(3, 5, -1.0);
   EXPECT_EQ(pieces.gj8Propagate(f, R4, V4, 3), 3u);
-  EXPECT_TRUE(R1 == columns(R, 0, 2));
-  EXPECT_TRUE(V2 == columns(V, 2, 4));
-  EXPECT_TRUE(R3 == columns(R, 6, 9));
-  EXPECT_TRUE(V3 == columns(V, 6, 9));
-  EXPECT_TRUE(columns(R4, 0, 2) == Mat(3, 2, -1.0));
-  EXPECT_TRUE(columns(R4, 2, 5) == columns(R, 9, 12));
-  EXPECT_TRUE(columns(V4, 2, 5) == columns(V, 9, 12));
-  EXPECT_TRUE(pieces == whole);
+  EXPECT_TRUE(R1 == columns(R, 0, 2) && V2 == columns(V, 2, 4) && R3 == columns(R, 6, 9) &&
+              V3 == columns(V, 6, 9));
+  EXPECT_TRUE(columns(R4, 0, 2) == Mat(3, 2, -1.0) && columns(R4, 2, 5) == columns(R, 9, 12));
+  EXPECT_TRUE(columns(V4, 2, 5) == columns(V, 9, 12) && pieces == whole);
 }
 
 TEST(Gj8, FreeFunctionsMatchTheIntegrator) {
@@ -352,13 +347,8 @@ TEST(Gj8, FreeFunctionsMatchTheIntegrator) {
   EXPECT_EQ(zs::gj8(f, Rf, Vf, 0.0, 20, 60.0), 20);
   Vec r = r0, v = v0;
   EXPECT_EQ(zs::gj8(f, r, v, 0.0, 20, 60.0), 20);
-  EXPECT_TRUE(columns(Rf, 1, 21) == R);
-  EXPECT_TRUE(columns(Vf, 1, 21) == V);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(Rf(i, 0), r0(i));
-    EXPECT_EQ(r(i), R(i, 19));
-    EXPECT_EQ(v(i), V(i, 19));
-  }
+  EXPECT_TRUE(columns(Rf, 1, 21) == R && columns(Vf, 1, 21) == V && Vec(column(Rf, 0)) == r0);
+  EXPECT_TRUE(r == Vec(column(R, 19)) && v == Vec(column(V, 19)));
 }
 
 // ---- Gauss-Jackson state across serialization ----------------------------------
