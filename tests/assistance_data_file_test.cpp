@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -130,33 +131,25 @@ std::vector<ClockCase> clockCases() {
   double const glo5 = q(0xBFFF, -1, 1, 16, 1e10);
   double const bds2 = q(0xBFFFFFFFu, -2, 2, 32, 1e9);
   double const bds3 = q(0x8000, -2, 2, 16, 1e17);
+  Bytes const t32 = {0x00, 0x01, 0xE2, 0x40}, c1Zero = {0x80, 0, 0, 0},
+              gps23 = {0x9F, 0xFF, 0xFF, 0xFF, 0x80, 0x00};
+  Bytes const glo45 = {0x9F, 0xFF, 0xFF, 0xFF, 0xBF, 0xFF}, bds23 = {0xBF, 0xFF, 0xFF, 0xFF, 0x80, 0x00};
+  auto cat = [](std::initializer_list<Bytes> parts) {
+    Bytes b;
+    for (Bytes const& p : parts) b.insert(b.end(), p.begin(), p.end());
+    return b;
+  };
   return {
-      {GPS,
-       4,
-       {0x00, 0x01, 0xE2, 0x40, 0x80, 0, 0, 0, 0x9F, 0xFF, 0xFF, 0xFF, 0x80, 0x00},
-       {123456.0, c1, gps2, gps3, 0, 0},
-       false},
-      {GPS, 3, {0x9F, 0xFF, 0xFF, 0xFF, 0x80, 0x00}, {0, 0, gps2, gps3, 0, 0}, false},
+      {GPS, 4, cat({t32, c1Zero, gps23}), {123456.0, c1, gps2, gps3, 0, 0}, false},
+      {GPS, 3, gps23, {0, 0, gps2, gps3, 0, 0}, false},
       {GPS, 2, {}, {0, 0, 0, 0, 0, 0}, false},
       {GPS, 1, {}, {0, 0, 0, 0, 0, 0}, true},
-      {GLONASS,
-       4,
-       {0x00, 0x01, 0xE2, 0x40, 0x9F, 0xFF, 0xFF, 0xFF, 0xBF, 0xFF},
-       {123456.0, 0, 0, 0, glo4, glo5},
-       false},
+      {GLONASS, 4, cat({t32, glo45}), {123456.0, 0, 0, 0, glo4, glo5}, false},
       {GLONASS, 3, {0xBF, 0xFF}, {0, 0, 0, 0, 0, glo5}, false},
       {GLONASS, 2, {0xBF, 0xFF}, {0, 0, 0, 0, 0, glo5}, true},
       {GLONASS, 0, {}, {0, 0, 0, 0, 0, 0}, true},
-      {BEIDOU,
-       1,
-       {0x00, 0x01, 0xE2, 0x40, 0x80, 0, 0, 0, 0xBF, 0xFF, 0xFF, 0xFF, 0x80, 0x00},
-       {123456.0, c1, bds2, bds3, 0, 0},
-       false},
-      {BEIDOU,
-       0,
-       {0x00, 0x01, 0xE2, 0x40, 0x80, 0, 0, 0, 0xBF, 0xFF, 0xFF, 0xFF, 0x80, 0x00},
-       {123456.0, c1, bds2, bds3, 0, 0},
-       false},
+      {BEIDOU, 1, cat({t32, c1Zero, bds23}), {123456.0, c1, bds2, bds3, 0, 0}, false},
+      {BEIDOU, 0, cat({t32, c1Zero, bds23}), {123456.0, c1, bds2, bds3, 0, 0}, false},
   };
 }
 
