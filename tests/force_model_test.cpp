@@ -430,7 +430,7 @@ TEST(ForceModel, ReducesToGravityAndThirdBodiesTurningWithTheEarth) {
   model.forceModel(kT, r, acc, P);
   model.geopotential(r, 8, 8, g, G);
   Vec const expected = g + thirdBodies(kT, r);
-  for (int i = 0; i < 3; ++i) EXPECT_NEAR(acc(i), expected(i), 1e-15);
+  EXPECT_LT(norm_inf(Vec(acc - expected)), 1e-15);
 
   // A quarter of a sidereal turn later the field has turned with the Earth.
   double const quarter = M_PI / 2 / 7.2921158553e-5;
@@ -439,9 +439,7 @@ TEST(ForceModel, ReducesToGravityAndThirdBodiesTurningWithTheEarth) {
   P = Mat(3, 8, 0.0);
   model.forceModel(kT + quarter, rInertial, acc, P);
   Vec const gravityPart = acc - thirdBodies(kT + quarter, rInertial);
-  EXPECT_NEAR(gravityPart(0), -g(1), 1e-13);
-  EXPECT_NEAR(gravityPart(1), g(0), 1e-13);
-  EXPECT_NEAR(gravityPart(2), g(2), 1e-13);
+  EXPECT_LT(norm_inf(Vec(gravityPart - vec3(-g(1), g(0), g(2)))), 1e-13);
   EXPECT_EQ(P(0, 0), 0.0);  // untouched without the derivative flag
 }
 
@@ -451,19 +449,14 @@ template <class F>
 Vec withParameterShift(ForceModel& model, bool srpOn, int j, double delta, F f) {
   AssistanceData const data = model.getAssistanceData();
   EopInfo const e = model.getEopInfo();
-  if (srpOn) {
-    AssistanceData shifted = data;
-    shifted.srp[j - 6] += delta;
-    model.setAssistanceData(shifted);
-  } else {
+  AssistanceData shifted = data;
+  if (srpOn) shifted.srp[j - 6] += delta;
+  model.setAssistanceData(shifted);
+  if (!srpOn)
     model.setEopInfo(poleInfo(e.eop.xp + (j == 6 ? delta : 0.0), e.eop.yp + (j == 7 ? delta : 0.0)));
-  }
   Vec const result = f();
-  if (srpOn) {
-    model.setAssistanceData(data);
-  } else {
-    model.setEopInfo(e);
-  }
+  model.setAssistanceData(data);
+  model.setEopInfo(e);
   return result;
 }
 
