@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -104,34 +105,27 @@ TEST(EciToOrb, RecoversTheElementsOfAPerifocalState) {
   EXPECT_LT(worst, 1e-12);
 }
 
+// Circular equatorial: nu is the true longitude, every other angle 0; e = 5e-7
+// at perigee is snapped to 0 and the argument of latitude reported; elliptic
+// equatorial: omega is the longitude of perigee.
 TEST(EciToOrb, CircularAndEquatorialBranches) {
-  double const r0 = 26560e3, lon = 200 * deg;
-  Vec r, v;
-  // Circular equatorial: nu is the true longitude, every other angle 0.
-  elementState(r0, 0.0, 0.0, 0.0, 0.0, lon, r, v);
-  Vec el = zs::eciToOrb(r, v);
-  EXPECT_TRUE(el(1) == 0.0 && el(2) == 0.0 && el(3) == 0.0 && el(4) == 0.0);
-  EXPECT_NEAR(el(5), lon, 1e-12);
-  EXPECT_NEAR(el(0), r0, 1e-3);
-
-  // e = 5e-7 at perigee is snapped to 0: the argument of latitude is reported.
-  double const inc = 55 * deg, u = 300 * deg;
-  elementState(r0, 5e-7, inc, u, 0.0, 0.0, r, v);
-  el = zs::eciToOrb(r, v);
-  EXPECT_TRUE(el(1) == 0.0 && el(3) == 0.0);
-  EXPECT_NEAR(el(2), inc, 1e-12);
-  EXPECT_NEAR(el(4), 0.0, 1e-12);
-  EXPECT_NEAR(el(5), u, 1e-12);
-
-  // Elliptic equatorial: omega is the longitude of perigee.
-  double const varpi = 250 * deg, nu = 30 * deg;
-  elementState(r0, 0.1, 0.0, varpi, 0.0, nu, r, v);
-  el = zs::eciToOrb(r, v);
-  EXPECT_NEAR(el(1), 0.1, 1e-12);
-  EXPECT_NEAR(el(3), varpi, 1e-10);
-  EXPECT_EQ(el(4), 0.0);
-  EXPECT_NEAR(el(5), nu, 1e-10);
-  EXPECT_NEAR(el(0), r0, 1e-4);
+  double const a = 26560e3;
+  struct Case {
+    double e, inc, w, nu;
+    std::array<double, 6> expected;
+    double tol;
+  } const cases[] = {
+      {0.0, 0.0, 0.0, 200 * deg, {a, 0, 0, 0, 0, 200 * deg}, 1e-12},
+      {5e-7, 55 * deg, 300 * deg, 0.0, {a, 0, 55 * deg, 0, 0, 300 * deg}, 1e-12},
+      {0.1, 0.0, 250 * deg, 30 * deg, {a, 0.1, 0, 250 * deg, 0, 30 * deg}, 1e-10},
+  };
+  for (Case const& c : cases) {
+    Vec r, v;
+    elementState(a, c.e, c.inc, c.w, 0.0, c.nu, r, v);
+    Vec const el = zs::eciToOrb(r, v);
+    EXPECT_NEAR(el(0), a, 1e-3) << c.e;
+    for (int k = 1; k < 6; ++k) EXPECT_NEAR(el(k), c.expected[k], c.tol) << c.e << " element " << k;
+  }
 }
 
 TEST(LocalFrames, RtnIsOrthonormalAndAlignedWithTheOrbitAndRswOffsetsUseIt) {
