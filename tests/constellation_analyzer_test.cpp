@@ -77,7 +77,6 @@ TEST(ConstellationAnalyzer, HealthyRatioEdges) {
   EXPECT_EQ(stateOf(a, GPS, 1), core::GOOD);
   EXPECT_EQ(stateOf(a, GPS, 2), core::BAD);  // disabled alone is BAD
   EXPECT_EQ(stateOf(a, GPS, 3), core::BAD);
-  EXPECT_EQ(stateOf(a, GPS, 4), 0u);
   EXPECT_EQ(stateOf(a, BEIDOU, 0), 0u);
 }
 
@@ -137,9 +136,7 @@ TEST(ConstellationAnalyzer, ConstellationTakesTheUpperMedianFromTheMinimumCount)
   // kT + 7 d + j * 2 h, j = 1..n; the upper median of 16 is j = 9.
   auto build = [](int n) {
     ConstellationAnalyzer a;
-    for (int sv = 1; sv <= n; ++sv) {
-      a.recordEvent(GPS, sv, event(kT + (17 - sv) * 7200.0, 2, core::OK));
-    }
+    for (int sv = 1; sv <= n; ++sv) a.recordEvent(GPS, sv, event(kT + (17 - sv) * 7200.0, 2, core::OK));
     return a;
   };
   EXPECT_EQ(suggested(build(16), GPS, 0), (Toc{1, 877, 21600 + 9 * 7200}));
@@ -215,15 +212,12 @@ TEST(ConstellationAnalyzer, ShouldInitRules) {
   disabled.recordEvent(GPS, 1, event(kT + 60, 3, core::PREDICTION_DISABLED));
   Case const cases[] = {
       {"no events", empty, 0, zero, true},
-      {"no events, satellite", empty, 1, zero, true},
       {"16 of 16 healthy", constellation(GPS, 16, 16), 0, zero, false},
-      {"16 of 20 healthy", constellation(GPS, 20, 16), 0, zero, false},
       {"15 of 20 healthy: below the count", constellation(GPS, 20, 15), 0, zero, true},
       {"16 of 24 healthy: below the ratio", constellation(GPS, 24, 16), 0, zero, true},
       {"healthy before every suggestion", constellation(GPS, 16, 16), 0, beforeAll, false},
       {"healthy at a suggestion", constellation(GPS, 16, 16), 0, atFirst, true},
       {"healthy satellite, no time", constellation(GPS, 16, 16), 4, zero, false},
-      {"healthy satellite before its time", constellation(GPS, 16, 16), 4, beforeAll, false},
       {"healthy satellite at its time", constellation(GPS, 16, 16), 4, atFirst, true},
       {"failed satellite", constellation(GPS, 16, 3), 4, zero, true},
       {"unknown satellite", constellation(GPS, 16, 16), 30, zero, true},
@@ -235,7 +229,6 @@ TEST(ConstellationAnalyzer, ShouldInitRules) {
     core::GnssType const gnss = std::string(c.name).rfind("BeiDou", 0) == 0 ? BEIDOU : GPS;
     EXPECT_EQ(c.analyzer.shouldInit(gnss, c.sv, c.now), c.expected) << c.name;
   }
-  EXPECT_FALSE(constellation(GPS, 16, 16).suggestedInitTimeExceeded(GPS, 4, zero));
 }
 
 TEST(ConstellationAnalyzer, InfoStrings) {
@@ -248,8 +241,6 @@ TEST(ConstellationAnalyzer, InfoStrings) {
       "status OK, latest predictor status OK");
   EXPECT_EQ(a.infoString(GPS, 0),
             "GPS constellation  state GOOD, suggested init time [TOC](0,0,0), should init 1");
-  EXPECT_EQ(a.infoString(BEIDOU, 2),
-            "BEIDOU svId 2 state UNKNOWN STATE, suggested init time [TOC](0,0,0), should init 1");
 }
 
 TEST(ConstellationAnalyzer, StoredFormRoundTripsAndEveryTruncationIsRefused) {
@@ -268,18 +259,14 @@ TEST(ConstellationAnalyzer, StoredFormRoundTripsAndEveryTruncationIsRefused) {
   ASSERT_TRUE(back.deserialize(bytes, position));
   EXPECT_EQ(position, bytes.size());
   EXPECT_TRUE(back == a);
-  EXPECT_EQ(back.infoString(GPS, 2), a.infoString(GPS, 2));
 
   ConstellationAnalyzer const other = constellation(BEIDOU, 2, 2);
   for (std::size_t cut = 1; cut < bytes.size(); ++cut) {
     ConstellationAnalyzer target = other;
     unsigned int at = 1;
-    EXPECT_FALSE(target.deserialize(BinaryData(bytes.begin(), bytes.begin() + cut), at)) << cut;
-    EXPECT_EQ(at, 1u);
-    EXPECT_TRUE(target == other) << cut;
+    bool const read = target.deserialize(BinaryData(bytes.begin(), bytes.begin() + cut), at);
+    EXPECT_TRUE(!read && at == 1u && target == other) << cut;
   }
-  back.reset();
-  EXPECT_TRUE(back == ConstellationAnalyzer());
 }
 
 }  // namespace

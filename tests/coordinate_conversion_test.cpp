@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
-#include <iostream>
+#include <functional>
+#include <random>
 #include <string>
 
 #include "support/test_support.hpp"
@@ -47,15 +49,6 @@ double angleBetween(Mat const& a, Mat const& b) {
   return std::asin(std::min(1.0, std::sqrt(x * x + y * y + z * z)));
 }
 
-// Deterministic pseudo-random numbers in [0, 1).
-struct Lcg {
-  std::uint64_t s = 0x2545F4914F6CDD1DULL;
-  double operator()() {
-    s = s * 6364136223846793005ULL + 1442695040888963407ULL;
-    return static_cast<double>(s >> 11) / 9007199254740992.0;
-  }
-};
-
 // The fatal line of this module for the invalid_argument text t.
 std::string fatal(std::string const& t) {
   return zarn::test::fatalArgument(t, "libs/support/src/coordinate_conversion");
@@ -77,7 +70,7 @@ void gpsLikeItrsState(Vec& r, Vec& v) {
 
 }  // namespace
 
-// ---- Elementary rotations and datum shift -------------------------------------
+// ---- Elementary rotations -------------------------------------
 
 TEST(RotationMatrix, FrameRotationsAboutEachAxisAreErfasRxRyRz) {
   for (int axis = 1; axis <= 3; ++axis) {
@@ -88,15 +81,6 @@ TEST(RotationMatrix, FrameRotationsAboutEachAxisAreErfasRxRyRz) {
     for (int i = 0; i < 3; ++i)
       for (int j = 0; j < 3; ++j) EXPECT_NEAR(ours(i, j), m[i][j], 1e-16) << axis << " " << i << j;
   }
-}
-
-TEST(DatumShift, TranslatesByTheGlonassParameters) {
-  Vec const p = vec3(1e7, -2e7, 3e6);
-  Vec const w = zs::pz902ToWgs84(p);
-  EXPECT_NEAR(w(0) - p(0), -0.36, 1e-8);
-  EXPECT_NEAR(w(1) - p(1), 0.08, 1e-8);
-  EXPECT_NEAR(w(2) - p(2), 0.18, 1e-8);
-  EXPECT_LT(norm_inf(Vec(zs::wgs84ToPz902(w) - p)), 1e-8);
 }
 
 // ---- Orbital elements and local frames ----------------------------------------
@@ -121,38 +105,27 @@ TEST(EciToOrb, RecoversTheElementsOfAPerifocalState) {
   EXPECT_LT(worst, 1e-12);
 }
 
+// Circular equatorial: nu is the true longitude, every other angle 0; e = 5e-7
+// at perigee is snapped to 0 and the argument of latitude reported; elliptic
+// equatorial: omega is the longitude of perigee.
 TEST(EciToOrb, CircularAndEquatorialBranches) {
-  double const r0 = 26560e3, lon = 200 * deg;
-  Vec r, v;
-  // Circular equatorial: nu is the true longitude, every other angle 0.
-  elementState(r0, 0.0, 0.0, 0.0, 0.0, lon, r, v);
-  Vec el = zs::eciToOrb(r, v);
-  EXPECT_EQ(el(1), 0.0);
-  EXPECT_EQ(el(2), 0.0);
-  EXPECT_EQ(el(3), 0.0);
-  EXPECT_EQ(el(4), 0.0);
-  EXPECT_NEAR(el(5), lon, 1e-12);
-  EXPECT_NEAR(el(0), r0, 1e-3);
-
-  // e = 5e-7 at perigee is snapped to 0: the argument of latitude is reported.
-  double const inc = 55 * deg, u = 300 * deg;
-  elementState(r0, 5e-7, inc, u, 0.0, 0.0, r, v);
-  el = zs::eciToOrb(r, v);
-  EXPECT_EQ(el(1), 0.0);
-  EXPECT_EQ(el(3), 0.0);
-  EXPECT_NEAR(el(2), inc, 1e-12);
-  EXPECT_NEAR(el(4), 0.0, 1e-12);
-  EXPECT_NEAR(el(5), u, 1e-12);
-
-  // Elliptic equatorial: omega is the longitude of perigee.
-  double const varpi = 250 * deg, nu = 30 * deg;
-  elementState(r0, 0.1, 0.0, varpi, 0.0, nu, r, v);
-  el = zs::eciToOrb(r, v);
-  EXPECT_NEAR(el(1), 0.1, 1e-12);
-  EXPECT_NEAR(el(3), varpi, 1e-10);
-  EXPECT_EQ(el(4), 0.0);
-  EXPECT_NEAR(el(5), nu, 1e-10);
-  EXPECT_NEAR(el(0), r0, 1e-4);
+  double const a = 26560e3;
+  struct Case {
+    double e, inc, w, nu;
+    std::array<double, 6> expected;
+    double tol;
+  } const cases[] = {
+      {0.0, 0.0, 0.0, 200 * deg, {a, 0, 0, 0, 0, 200 * deg}, 1e-12},
+      {5e-7, 55 * deg, 300 * deg, 0.0, {a, 0, 55 * deg, 0, 0, 300 * deg}, 1e-12},
+      {0.1, 0.0, 250 * deg, 30 * deg, {a, 0.1, 0, 250 * deg, 0, 30 * deg}, 1e-10},
+  };
+  for (Case const& c : cases) {
+    Vec r, v;
+    elementState(a, c.e, c.inc, c.w, 0.0, c.nu, r, v);
+    Vec const el = zs::eciToOrb(r, v);
+    EXPECT_NEAR(el(0), a, 1e-3) << c.e;
+    for (int k = 1; k < 6; ++k) EXPECT_NEAR(el(k), c.expected[k], c.tol) << c.e << " element " << k;
+  }
 }
 
 TEST(LocalFrames, RtnIsOrthonormalAndAlignedWithTheOrbitAndRswOffsetsUseIt) {
@@ -161,17 +134,12 @@ TEST(LocalFrames, RtnIsOrthonormalAndAlignedWithTheOrbitAndRswOffsetsUseIt) {
   Mat A(3, 3);
   zs::eciToRtn(r, v, y, A);
   double const rn = norm_2(r);
-  EXPECT_NEAR(y(0), rn, 1e-6);
-  EXPECT_NEAR(y(1), 0.0, 1e-6);
-  EXPECT_NEAR(y(2), 0.0, 1e-6);
+  EXPECT_LT(norm_inf(Vec(y - vec3(rn, 0.0, 0.0))), 1e-6);
   Mat const I = boost::numeric::ublas::identity_matrix<double>(3);
   EXPECT_LT(norm_inf(Mat(mul(A, tr(A)) - I)), 1e-15);
   EXPECT_NEAR(zs::determinant(A), 1.0, 1e-15);
   // Velocity: radial rate and |h|/|r| along track, nothing out of plane.
-  Vec const va = mul(A, v);
-  EXPECT_NEAR(va(0), inner_prod(r, v) / rn, 1e-9);
-  EXPECT_NEAR(va(1), norm_2(zs::cross(r, v)) / rn, 1e-9);
-  EXPECT_NEAR(va(2), 0.0, 1e-9);
+  EXPECT_LT(norm_inf(Vec(mul(A, v) - vec3(inner_prod(r, v) / rn, norm_2(zs::cross(r, v)) / rn, 0.0))), 1e-9);
   // RSW offsets are those of the RTN axes.
   EXPECT_EQ(norm_inf(zs::eciToRsw(r, v, r, vec3(1, 2, 3))), 0.0);
   Vec const d = vec3(120.0, -450.0, 800.0);
@@ -206,36 +174,6 @@ TEST(LocalFrames, RswVelocityIsTheRateOfTheInertialOffset) {
     keplerState(a, e, inc, w, O, t, rRef, vRef);
     EXPECT_LT(norm_inf(Vec(zs::rswToEci(rRef, vRef, rRsw, vRsw) - fd)), 1e-7) << "e = " << e;
   }
-}
-
-TEST(LocalFramesDeathTest, AxisAndSizeChecks) {
-  Vec const ok(3, 1.0), bad(2, 1.0);
-  Mat A(3, 3), badA(3, 2);
-  Vec y(3, 1.0), badY(4, 1.0);
-  EXPECT_DEATH(zs::rotationMatrix(0, 0.1), fatal("rotationMatrix: invalid axis"));
-  EXPECT_DEATH(zs::rotationMatrix(4, 0.1), fatal("rotationMatrix: invalid axis"));
-  EXPECT_DEATH(zs::pz902ToWgs84(bad), fatal("pz902ToWgs: Coordinate vector is not three dimensional."));
-  EXPECT_DEATH(zs::wgs84ToPz902(bad), fatal("wgsToPz902: Coordinate vector is not three dimensional."));
-  EXPECT_DEATH(zs::eciToOrb(bad, ok), fatal("eciToOrb: Coordinate vector is not three dimensional."));
-  EXPECT_DEATH(zs::eciToOrb(ok, bad), fatal("eciToOrb: Velocity vector is not three dimensional."));
-  EXPECT_DEATH(zs::eciToRtn(bad, ok, y, A), fatal("eciToRtn: invalid size r"));
-  EXPECT_DEATH(zs::eciToRtn(ok, bad, y, A), fatal("eciToRtn: invalid size v"));
-  EXPECT_DEATH(zs::eciToRtn(ok, ok, badY, A), fatal("eciToRtn: invalid size y"));
-  EXPECT_DEATH(zs::eciToRtn(ok, ok, y, badA), fatal("eciToRtn: invalid size A"));
-  EXPECT_DEATH(zs::eciToRsw(bad, ok, ok, ok),
-               fatal("eciToRsw: Reference coordinate vector is not three dimensional."));
-  EXPECT_DEATH(zs::eciToRsw(ok, bad, ok, ok),
-               fatal("eciToRsw: Reference velocity vector is not three dimensional."));
-  EXPECT_DEATH(zs::eciToRsw(ok, ok, bad, ok), fatal("eciToRsw: Coordinate vector is not three dimensional."));
-  EXPECT_DEATH(zs::eciToRsw(ok, ok, ok, bad), fatal("eciToRsw: Velocity vector is not three dimensional."));
-  EXPECT_DEATH(zs::rswToEci(bad, ok, ok, ok),
-               fatal("rswToEci: Reference coordinate vector is not three dimensional."));
-  EXPECT_DEATH(zs::rswToEci(ok, bad, ok, ok),
-               fatal("rswToEci: Reference velocity vector is not three dimensional."));
-  EXPECT_DEATH(zs::rswToEci(ok, ok, bad, ok),
-               fatal("rswToEci: RSW coordinate vector is not three dimensional."));
-  EXPECT_DEATH(zs::rswToEci(ok, ok, ok, bad),
-               fatal("rswToEci: RSW velocity vector is not three dimensional."));
 }
 
 // ---- ICRS to the Earth-rotating frame of date ---------------------------------
@@ -298,7 +236,8 @@ TEST(IcrsToInt0, AgreesWithTheClassicalChain1990To2035) {
   // GPS seconds of 1990-01-01 and 2036-01-01.
   double const start = 315964800.0, stop = 1767225600.0 + 16 * 86400.0;
   int const samples = 3000;
-  Lcg rnd;
+  std::mt19937_64 rng(2035);
+  auto rnd = [&] { return std::uniform_real_distribution<double>(0.0, 1.0)(rng); };
   double maxFull = 0.0, maxLibrary = 0.0;
   for (int k = 0; k < samples; ++k) {
     double const t = start + (stop - start) * (k + rnd()) / samples;
@@ -308,8 +247,6 @@ TEST(IcrsToInt0, AgreesWithTheClassicalChain1990To2035) {
     maxFull = std::max(maxFull, angleBetween(ours, erfaIcrsToTrue(t, dut1, leap, false)));
     maxLibrary = std::max(maxLibrary, angleBetween(ours, erfaIcrsToTrue(t, dut1, leap, true)));
   }
-  std::cout << "icrsToInt0 vs ERFA: max " << maxFull << " rad, on the library's scales " << maxLibrary
-            << "\n";
   EXPECT_LT(maxFull, 1e-8);
   // Precession, the nutation series and GMST agree to rounding once the two
   // deliberate convention differences are removed.
@@ -323,8 +260,7 @@ TEST(PolarMotion, PoleSignAndPartials) {
   Mat const W = zs::polarMotionMatrix(eop);
   // The celestial intermediate pole sits at (xp, -yp) in ITRS.
   Vec const pole = mul(W, vec3(0, 0, 1));
-  EXPECT_NEAR(pole(0), eop.xp, 1e-18);
-  EXPECT_NEAR(pole(1), -eop.yp, 1e-18);
+  EXPECT_LT(norm_inf(Vec(pole - vec3(eop.xp, -eop.yp, pole(2)))), 1e-18);
   // Partials against central differences.
   zs::Eop const big{1e-3, -2e-3};
   Mat dx, dy;
@@ -336,9 +272,6 @@ TEST(PolarMotion, PoleSignAndPartials) {
       (zs::polarMotionMatrix({big.xp, big.yp + h}) - zs::polarMotionMatrix({big.xp, big.yp - h})) / (2 * h);
   EXPECT_LT(norm_inf(Mat(dx - fdx)), 1e-9);
   EXPECT_LT(norm_inf(Mat(dy - fdy)), 1e-9);
-  zs::EopInfo const info = zs::makeEopInfo(big);
-  EXPECT_TRUE(info.eop == big);
-  EXPECT_TRUE(zs::operator==(info.matrix, zs::polarMotionMatrix(big)));
 }
 
 TEST(PolarMotion, AgreesWithTheIersMatrixToSecondOrder) {
@@ -464,29 +397,50 @@ TEST(TerrestrialInertial, ToEcefAgreesWithTheErfaChainAndPole) {
   EXPECT_LT(worst, 1e-4);
 }
 
-TEST(TerrestrialInertialDeathTest, SizeChecks) {
-  Vec ok(3, 1.0), bad(2, 1.0);
-  Mat H(8, 8), badH(3, 3);
+// Fatal preconditions: each call with its message and the source path.
+TEST(CoordinateConversionDeathTest, FatalMessages) {
+  Vec ok(3, 1.0), bad(2, 1.0), y(3, 1.0), badY(4, 1.0), t(2, 0.0), t3(3, 0.0);
+  Mat A(3, 3), badA(3, 2), H(8, 8), badH(3, 3), m(3, 2, 1.0), m2(3, 3, 1.0), badRows(2, 2, 1.0);
   zs::Eop const eop;
-  EXPECT_DEATH(zs::toEcef(bad, ok, 0, 0, eop, 0, 18, ok, ok), fatal("toEcef: invalid size rInt0"));
-  EXPECT_DEATH(zs::toEcef(ok, bad, 0, 0, eop, 0, 18, ok, ok), fatal("toEcef: invalid size vInt0"));
-  EXPECT_DEATH(zs::toEcef(ok, ok, 0, 0, eop, 0, 18, bad, ok), fatal("toEcef: invalid size rItrs"));
-  EXPECT_DEATH(zs::toEcef(ok, ok, 0, 0, eop, 0, 18, ok, bad), fatal("toEcef: invalid size vItrs"));
-  EXPECT_DEATH(zs::toInt0(bad, ok, eop, ok, ok, H), fatal("toInt0: invalid size rItrs"));
-  EXPECT_DEATH(zs::toInt0(ok, bad, eop, ok, ok, H), fatal("toInt0: invalid size vItrs"));
-  EXPECT_DEATH(zs::toInt0(ok, ok, eop, bad, ok, H), fatal("toInt0: invalid size rInt0"));
-  EXPECT_DEATH(zs::toInt0(ok, ok, eop, ok, bad, H), fatal("toInt0: invalid size vInt0"));
-  EXPECT_DEATH(zs::toInt0(ok, ok, eop, ok, ok, badH), fatal("toInt0: invalid size H"));
-
-  Mat m(3, 2, 1.0), m2(3, 3, 1.0), badRows(2, 2, 1.0);
-  Vec t(2, 0.0);
-  EXPECT_DEATH(zs::itrsToInt0(badRows, m, t, 0, eop, 0, 18, m, m), fatal("itrsToInt0: invalid size rItrs"));
-  EXPECT_DEATH(zs::itrsToInt0(m, badRows, t, 0, eop, 0, 18, m, m), fatal("itrsToInt0: invalid size vItrs"));
-  EXPECT_DEATH(zs::itrsToInt0(m, m2, t, 0, eop, 0, 18, m, m),
-               fatal("itrsToInt0: rItrs and vItrs size mismatch"));
-  EXPECT_DEATH(zs::itrsToInt0(m, m, Vec(3, 0.0), 0, eop, 0, 18, m, m), fatal("itrsToInt0: invalid size t"));
-  EXPECT_DEATH(zs::itrsToInt0(m, m, t, 0, eop, 0, 18, m2, m), fatal("itrsToInt0: invalid size rInt0"));
-  EXPECT_DEATH(zs::itrsToInt0(m, m, t, 0, eop, 0, 18, m, badRows), fatal("itrsToInt0: invalid size vInt0"));
-  EXPECT_DEATH(zs::itrsToInt0(m, m, t, 0, eop, 0, 18, m, m2),
-               fatal("itrsToInt0: rInt0 and vInt0 size mismatch"));
+  std::string const dim = " vector is not three dimensional.";
+  struct Case {
+    std::function<void()> call;
+    std::string text;
+  } const cases[] = {
+      {[&] { zs::rotationMatrix(0, 0.1); }, "rotationMatrix: invalid axis"},
+      {[&] { zs::rotationMatrix(4, 0.1); }, "rotationMatrix: invalid axis"},
+      {[&] { zs::pz902ToWgs84(bad); }, "pz902ToWgs: Coordinate" + dim},
+      {[&] { zs::wgs84ToPz902(bad); }, "wgsToPz902: Coordinate" + dim},
+      {[&] { zs::eciToOrb(bad, ok); }, "eciToOrb: Coordinate" + dim},
+      {[&] { zs::eciToOrb(ok, bad); }, "eciToOrb: Velocity" + dim},
+      {[&] { zs::eciToRtn(bad, ok, y, A); }, "eciToRtn: invalid size r"},
+      {[&] { zs::eciToRtn(ok, bad, y, A); }, "eciToRtn: invalid size v"},
+      {[&] { zs::eciToRtn(ok, ok, badY, A); }, "eciToRtn: invalid size y"},
+      {[&] { zs::eciToRtn(ok, ok, y, badA); }, "eciToRtn: invalid size A"},
+      {[&] { zs::eciToRsw(bad, ok, ok, ok); }, "eciToRsw: Reference coordinate" + dim},
+      {[&] { zs::eciToRsw(ok, bad, ok, ok); }, "eciToRsw: Reference velocity" + dim},
+      {[&] { zs::eciToRsw(ok, ok, bad, ok); }, "eciToRsw: Coordinate" + dim},
+      {[&] { zs::eciToRsw(ok, ok, ok, bad); }, "eciToRsw: Velocity" + dim},
+      {[&] { zs::rswToEci(bad, ok, ok, ok); }, "rswToEci: Reference coordinate" + dim},
+      {[&] { zs::rswToEci(ok, bad, ok, ok); }, "rswToEci: Reference velocity" + dim},
+      {[&] { zs::rswToEci(ok, ok, bad, ok); }, "rswToEci: RSW coordinate" + dim},
+      {[&] { zs::rswToEci(ok, ok, ok, bad); }, "rswToEci: RSW velocity" + dim},
+      {[&] { zs::toEcef(bad, ok, 0, 0, eop, 0, 18, ok, ok); }, "toEcef: invalid size rInt0"},
+      {[&] { zs::toEcef(ok, bad, 0, 0, eop, 0, 18, ok, ok); }, "toEcef: invalid size vInt0"},
+      {[&] { zs::toEcef(ok, ok, 0, 0, eop, 0, 18, bad, ok); }, "toEcef: invalid size rItrs"},
+      {[&] { zs::toEcef(ok, ok, 0, 0, eop, 0, 18, ok, bad); }, "toEcef: invalid size vItrs"},
+      {[&] { zs::toInt0(bad, ok, eop, ok, ok, H); }, "toInt0: invalid size rItrs"},
+      {[&] { zs::toInt0(ok, bad, eop, ok, ok, H); }, "toInt0: invalid size vItrs"},
+      {[&] { zs::toInt0(ok, ok, eop, bad, ok, H); }, "toInt0: invalid size rInt0"},
+      {[&] { zs::toInt0(ok, ok, eop, ok, bad, H); }, "toInt0: invalid size vInt0"},
+      {[&] { zs::toInt0(ok, ok, eop, ok, ok, badH); }, "toInt0: invalid size H"},
+      {[&] { zs::itrsToInt0(badRows, m, t, 0, eop, 0, 18, m, m); }, "itrsToInt0: invalid size rItrs"},
+      {[&] { zs::itrsToInt0(m, badRows, t, 0, eop, 0, 18, m, m); }, "itrsToInt0: invalid size vItrs"},
+      {[&] { zs::itrsToInt0(m, m2, t, 0, eop, 0, 18, m, m); }, "itrsToInt0: rItrs and vItrs size mismatch"},
+      {[&] { zs::itrsToInt0(m, m, t3, 0, eop, 0, 18, m, m); }, "itrsToInt0: invalid size t"},
+      {[&] { zs::itrsToInt0(m, m, t, 0, eop, 0, 18, m2, m); }, "itrsToInt0: invalid size rInt0"},
+      {[&] { zs::itrsToInt0(m, m, t, 0, eop, 0, 18, m, badRows); }, "itrsToInt0: invalid size vInt0"},
+      {[&] { zs::itrsToInt0(m, m, t, 0, eop, 0, 18, m, m2); }, "itrsToInt0: rInt0 and vInt0 size mismatch"},
+  };
+  for (Case const& c : cases) EXPECT_DEATH(c.call(), fatal(c.text)) << c.text;
 }

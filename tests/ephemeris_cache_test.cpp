@@ -50,46 +50,24 @@ TEST(EphemerisCache, InsertKeepsNewestFirstThinnedAndBounded) {
   } const cases[] = {
       {"a duplicate Toc is refused", 5, 60.0, {0, 1800, 1800}, {true, true, false}, {1800, 0}},
       {"an older Toc is refused", 5, 60.0, {1800, 0}, {true, false}, {1800}},
-      {"one minute apart with delta one hour: the middle goes",
-       5,
-       3600.0,
-       {0, 60, 120},
-       {true, true, true},
-       {120, 0}},
-      {"the new entry itself is always kept",
-       5,
-       3600.0,
-       {0, 7200, 7260},
-       {true, true, true},
-       {7260, 7200, 0}},
+      {"middle of three within delta goes", 5, 3600.0, {0, 60, 120}, {true, true, true}, {120, 0}},
+      {"the new one is always kept", 5, 3600.0, {0, 7200, 7260}, {true, true, true}, {7260, 7200, 0}},
       {"spacing exactly delta is kept", 5, 1800.0, {0, 1800, 3600}, {true, true, true}, {3600, 1800, 0}},
       {"capacity 1 holds the newest only", 1, 60.0, {0, 900, 1800}, {true, true, true}, {1800}},
       {"beyond capacity the oldest go",
        3,
        60.0,
        {0, 900, 1800, 2700, 3600},
-       {true, true, true, true, true},
+       std::vector<bool>(5, true),
        {3600, 2700, 1800}},
-      {"newness crosses midnight",
-       5,
-       900.0,
-       {85500, 86400, 87300},
-       {true, true, true},
-       {87300, 86400, 85500}},
+      {"across midnight", 5, 900.0, {85500, 86400, 87300}, {true, true, true}, {87300, 86400, 85500}},
   };
   for (Case const& c : cases) {
     zs::EphemerisCache cache(c.capacity, c.delta);
-    for (std::size_t i = 0; i < c.inserts.size(); ++i) {
+    for (std::size_t i = 0; i < c.inserts.size(); ++i)
       EXPECT_EQ(cache.insert(at(c.inserts[i], static_cast<int>(i))), c.stored[i]) << c.what << " " << i;
-    }
     EXPECT_EQ(times(cache), c.kept) << c.what;
-    EXPECT_EQ(cache.capacity(), c.capacity);
-    EXPECT_EQ(cache.delta(), c.delta);
-    EXPECT_EQ(secondsOf(cache.newest()), c.kept.front()) << c.what;
     EXPECT_EQ(secondsOf(cache.oldest()), c.kept.back()) << c.what;
-    cache.clear();
-    EXPECT_TRUE(cache.empty());
-    EXPECT_EQ(cache.capacity(), c.capacity);
   }
   // A refused duplicate leaves the stored record (marker 1), not the new one.
   zs::EphemerisCache cache(3, 60.0);
@@ -113,9 +91,8 @@ TEST(EphemerisCache, NearestIsTheBestMatchingAge) {
     std::vector<double> const kept = times(cache);
     for (double age : {1.0, 450.0, 900.0, 1350.0, 3600.0, 5000.0, 20000.0, 1e7}) {
       std::size_t best = 0;
-      for (std::size_t i = 1; i < kept.size(); ++i) {
+      for (std::size_t i = 1; i < kept.size(); ++i)
         if (std::fabs(age - (kept[0] - kept[i])) < std::fabs(age - (kept[0] - kept[best]))) best = i;
-      }
       EXPECT_EQ(secondsOf(cache.nearest(age)), kept[best]) << trial << " " << age;
     }
     // Older than the whole history: the oldest entry.
@@ -128,56 +105,37 @@ TEST(EphemerisCache, NearestIsTheBestMatchingAge) {
   EXPECT_EQ(secondsOf(cache.nearest(2700.0)), 1800.0);
 }
 
-// The byte form: delta, capacity, count, then 57 bytes per record newest
-// first; truncated or inconsistent forms change nothing.
+// Round trip; truncated forms and forms no cache can have change nothing.
 TEST(EphemerisCache, SerializedFormRoundTripsAndRejectsDamage) {
   zs::EphemerisCache cache(4, 600.0);
   for (double s : {0.0, 900.0, 1800.0, 2700.0}) cache.insert(at(s, static_cast<int>(s)));
   zs::BinaryData bytes{0xAB};
   ASSERT_TRUE(cache.serialize(bytes));
-  ASSERT_EQ(bytes.size(), 1u + 12 + 4 + 4 + 4 * 57);
-  int index = 1;
-  EXPECT_EQ(zs::getDouble(bytes, index), 600.0);
-  EXPECT_EQ(zs::getUint32(bytes, index), 4u);
-  EXPECT_EQ(zs::getUint32(bytes, index), 4u);
-
   zs::EphemerisCache copy(1, 1.0);
   unsigned position = 1;
   ASSERT_TRUE(copy.deserialize(bytes, position));
   EXPECT_EQ(position, bytes.size());
   EXPECT_TRUE(copy == cache);
-  EXPECT_EQ(times(copy), times(cache));
 
   zs::EphemerisCache other(2, 5.0);
   other.insert(at(100));
-  for (std::size_t cut = 1; cut < bytes.size(); ++cut) {
-    zs::BinaryData const part(bytes.begin(), bytes.begin() + static_cast<long>(cut));
+  zs::BinaryData before;
+  ASSERT_TRUE(other.serialize(before));
+  auto refused = [&](zs::BinaryData const& b) {
     unsigned p = 1;
-    EXPECT_FALSE(other.deserialize(part, p)) << cut;
-    EXPECT_EQ(p, 1u);
-  }
-  EXPECT_EQ(other.size(), 1u);
-  EXPECT_EQ(other.capacity(), 2u);
-
-  // Forms no cache can have: capacity 0, more entries than capacity, entries
-  // out of order, delta not positive.
-  auto damaged = [&](auto edit) {
-    zs::BinaryData b(bytes);
-    edit(b);
-    unsigned p = 1;
-    return other.deserialize(b, p);
+    zs::BinaryData now;
+    return !other.deserialize(b, p) && p == 1 && other.serialize(now) && now == before;
   };
-  EXPECT_FALSE(damaged([](zs::BinaryData& b) {
-    int i = 13;
-    zs::replaceUint32(b, 0, i);
-  }));
-  EXPECT_FALSE(damaged([](zs::BinaryData& b) {
-    int i = 13;
-    zs::replaceUint32(b, 3, i);
-  }));
-  EXPECT_FALSE(
-      damaged([](zs::BinaryData& b) { std::swap_ranges(b.begin() + 21, b.begin() + 78, b.begin() + 78); }));
-  EXPECT_FALSE(damaged([](zs::BinaryData& b) { b[1] = 0x80 | b[1]; }));
-  EXPECT_EQ(other.size(), 1u);
-  EXPECT_FALSE(other == cache);
+  for (std::size_t cut = 1; cut < bytes.size(); ++cut)
+    EXPECT_TRUE(refused(zs::BinaryData(bytes.begin(), bytes.begin() + static_cast<long>(cut)))) << cut;
+  // Layout: 0xAB, delta (12), capacity (4), count (4), 57 bytes per record.
+  // Capacity 0, more entries than capacity, entries out of order, delta not positive.
+  zs::BinaryData noCapacity(bytes), overfull(bytes), disordered(bytes), negative(bytes);
+  int i = 13;
+  zs::replaceUint32(noCapacity, 0, i);
+  i = 13;
+  zs::replaceUint32(overfull, 3, i);
+  std::swap_ranges(disordered.begin() + 21, disordered.begin() + 78, disordered.begin() + 78);
+  negative[1] |= 0x80;
+  for (zs::BinaryData const* b : {&noCapacity, &overfull, &disordered, &negative}) EXPECT_TRUE(refused(*b));
 }

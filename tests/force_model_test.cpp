@@ -10,7 +10,6 @@
 #include <array>
 #include <boost/numeric/ublas/io.hpp>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -46,55 +45,50 @@ Vec geodetic(double radius, double latDeg, double lonDeg) {
 // in long double, with P_nm from the explicit polynomial of P_n differentiated m
 // times (no recursion shared with the library). Coefficients read from the
 // published table in the shared reference directory.
-class LegendrePotential {
- public:
+struct LegendrePotential {
+  long double C[17][17] = {}, S[17][17] = {};
+  std::vector<long double> poly[17][17];  // P_nm(u) / (1 - u^2)^(m/2), coefficients of u^i
+  int count = 0;
+
   explicit LegendrePotential(std::string const& path) {
     std::ifstream in(path);
     std::string line;
-    while (std::getline(in, line)) {
-      if (line.empty() || line[0] == '#') continue;
-      std::istringstream s(line);
-      int n, m;
-      long double c, sn;
-      if (s >> n >> m >> c >> sn) {
-        C[n][m] = c;
-        S[n][m] = sn;
-        ++count;
-      }
-    }
+    int n, m;
+    long double c, sn;
+    while (std::getline(in, line))
+      if (!line.empty() && line[0] != '#' && std::istringstream(line) >> n >> m >> c >> sn)
+        C[n][m] = c, S[n][m] = sn, ++count;
+    auto binomial = [](int n, int k) {
+      long double b = 1.0L;
+      for (int i = 1; i <= k; ++i) b = b * (n - k + i) / i;
+      return b;
+    };
     for (int n = 0; n <= 16; ++n) {
-      // P_n(x) = 2^-n sum_k (-1)^k C(n,k) C(2n-2k,n) x^(n-2k)
+      // P_n(x) = 2^-n sum_k (-1)^k C(n,k) C(2n-2k,n) x^(n-2k), then differentiated m times.
       std::vector<long double> p(n + 1, 0.0L);
       for (int k = 0; 2 * k <= n; ++k)
         p[n - 2 * k] =
             (k % 2 ? -1.0L : 1.0L) * binomial(n, k) * binomial(2 * n - 2 * k, n) / std::pow(2.0L, n);
       for (int m = 0; m <= n; ++m) {
         poly[n][m] = p;
-        // differentiate for the next order
-        std::vector<long double> d(p.size() > 1 ? p.size() - 1 : 1, 0.0L);
-        for (std::size_t i = 1; i < p.size(); ++i) d[i - 1] = p[i] * static_cast<long double>(i);
-        p = d;
+        for (std::size_t i = 1; i < p.size(); ++i) p[i - 1] = p[i] * static_cast<long double>(i);
+        p.back() = 0.0L;
       }
     }
   }
 
-  bool loaded() const { return count == 153; }
-
-  long double operator()(long double x, long double y, long double z, int degree, int firstDegree = 0) const {
-    long double const r = std::sqrt(x * x + y * y + z * z);
-    long double const u = z / r, lon = std::atan2(y, x);
+  long double operator()(long double x, long double y, long double z, int degree, int firstDegree) const {
+    long double const r = std::sqrt(x * x + y * y + z * z), u = z / r, lon = std::atan2(y, x);
     long double const w = std::sqrt((1.0L - u) * (1.0L + u));
     long double sum = 0.0L;
-    for (int n = firstDegree; n <= degree; ++n) {
-      long double term = 0.0L;
+    for (int n = firstDegree; n <= degree; ++n)
       for (int m = 0; m <= n; ++m) {
         long double pv = 0.0L;
         for (std::size_t i = poly[n][m].size(); i-- > 0;) pv = pv * u + poly[n][m][i];
-        pv *= std::pow(w, static_cast<long double>(m));
-        term += pv * (C[n][m] * std::cos(m * lon) + S[n][m] * std::sin(m * lon));
+        sum += std::pow(static_cast<long double>(kRadius) / r, static_cast<long double>(n)) * pv *
+               std::pow(w, static_cast<long double>(m)) *
+               (C[n][m] * std::cos(m * lon) + S[n][m] * std::sin(m * lon));
       }
-      sum += std::pow(static_cast<long double>(kRadius) / r, static_cast<long double>(n)) * term;
-    }
     return static_cast<long double>(kGm) / r * sum;
   }
 
@@ -112,17 +106,6 @@ class LegendrePotential {
     }
     return g;
   }
-
- private:
-  static long double binomial(int n, int k) {
-    long double b = 1.0L;
-    for (int i = 1; i <= k; ++i) b = b * (n - k + i) / i;
-    return b;
-  }
-  long double C[17][17] = {};
-  long double S[17][17] = {};
-  std::vector<long double> poly[17][17];
-  int count = 0;
 };
 
 // The acceleration part of f(r, acc, partials) as a function of r.
@@ -159,7 +142,7 @@ std::vector<Vec> testPositions() {
 TEST(Geopotential, AccelerationIsGradientOfIndependentPotential) {
   ZARN_SHARED_FILE_OR_SKIP(path, "reference/jgm3_unnormalized_16x16.txt");
   LegendrePotential potential(path);
-  ASSERT_TRUE(potential.loaded());
+  ASSERT_EQ(potential.count, 153);
   ForceModel model;
   model.setAccDerivatives(false);
   Mat unused;
@@ -215,17 +198,6 @@ TEST(Geopotential, GradientMatrixMatchesCentralDifferencesAndIsTraceFree) {
   }
 }
 
-TEST(GeopotentialDeathTest, WrongWorkMatrixSizesAbort) {
-  Vec const r = vec3(7e6, 0.0, 0.0);
-  Mat good(5, 5), narrow(5, 4);
-  EXPECT_DEATH(ForceModel::satCoefficients(r, 4, 4, narrow, good),
-               test::fatalArgument("satCoefficients: invalid size V", kSource));
-  EXPECT_DEATH(ForceModel::satCoefficients(r, 4, 4, good, narrow),
-               test::fatalArgument("satCoefficients: invalid size W", kSource));
-  // V is checked first.
-  EXPECT_DEATH(ForceModel::satCoefficients(r, 4, 4, narrow, narrow), "invalid size V");
-}
-
 // ---------------------------------------------------------------------------
 // Sun and Moon
 
@@ -255,7 +227,6 @@ TEST(SunMoon, AgreeWithErfaOver2000To2035InTheJ2000Frame) {
   // GPS seconds of 2000-01-01 and 2035-12-31.
   double const t0 = (2451544.5 - kJdGpsOrigin) * 86400.0, t1 = (2464693.5 - kJdGpsOrigin) * 86400.0;
   double sunAngle = 0.0, sunDist = 0.0, moonAngle = 0.0, moonDist = 0.0, sunAngle2005 = 0.0;
-  double moonMin = 1e30, moonMax = 0.0;
   Vec moon, sun;
   for (double t = t0; t <= t1; t += 0.53 * 86400.0 + 17.0) {
     ForceModel::sunMoonCoord(t, moon, sun);
@@ -266,20 +237,13 @@ TEST(SunMoon, AgreeWithErfaOver2000To2035InTheJ2000Frame) {
     moonAngle = std::max(moonAngle, eraSepp(m, em));
     sunDist = std::max(sunDist, std::fabs(eraPm(s) - eraPm(es)));
     moonDist = std::max(moonDist, std::fabs(eraPm(m) - eraPm(em)));
-    moonMin = std::min(moonMin, eraPm(m));
-    moonMax = std::max(moonMax, eraPm(m));
   }
   double const deg = 180.0 / M_PI;
-  std::printf("Sun %.4f deg %.0f km, Moon %.4f deg %.0f km\n", sunAngle * deg, sunDist / 1e3, moonAngle * deg,
-              moonDist / 1e3);
   EXPECT_LT(sunAngle * deg, 0.125);
   EXPECT_LT(sunAngle2005 * deg, 0.025);
   EXPECT_LT(sunDist, 1.3e7);  // 1e-4 of the distance
   EXPECT_LT(moonAngle * deg, 0.1);
   EXPECT_LT(moonDist, 5.5e5);
-  // (The Sun's distance range, 1.470e11 to 1.522e11 m, follows from the distance bound.)
-  EXPECT_GT(moonMin, 3.56e8);
-  EXPECT_LT(moonMax, 4.07e8);
 }
 
 // The third-body acceleration in the Earth-rotating frame of date, against
@@ -369,24 +333,19 @@ TEST(Shadow, SunlightUmbraAndAContinuousPenumbra) {
   EXPECT_LT(worst, 5e-3);
 }
 
-// Direct pressure K (AU/|d|)^2 away from the Sun scaled by srp[0]; a Y-bias of
-// srp[1] nm/s^2 that the shadow does not switch off.
-TEST(SolarRadiationPressure, MagnitudeDirectionAndShadow) {
+// Direct pressure away from the Sun; a Y-bias of srp[1] nm/s^2 that the
+// shadow does not switch off.
+TEST(SolarRadiationPressure, DirectionAndShadow) {
   ForceModel model;
   Vec const sun = vec3(1.49e11, 1.0e10, -2.0e9);
   Vec const lit = vec3(5.0e6, 25.0e6, 6.0e6), dark = -26.0e6 * sun / norm_2(sun);
   Vec acc;
   Mat P;
-  model.solarRadiationPressure(lit, sun, acc, P);
-  EXPECT_EQ(norm_2(acc), 0.0);  // both parameters zero by default
-
   AssistanceData data;
   data.srp[0] = 1.5;
   model.setAssistanceData(data);
   model.solarRadiationPressure(lit, sun, acc, P);
   Vec const d = sun - lit;
-  EXPECT_NEAR(norm_2(acc), 1.5 * 4.56e-6 * 1.21 * 13.4 / 1075.0 * std::pow(149597870691.0 / norm_2(d), 2),
-              1e-15);
   EXPECT_NEAR(inner_prod(acc, d) / (norm_2(acc) * norm_2(d)), -1.0, 1e-12);
 
   data.srp[1] = 0.5;
@@ -458,14 +417,11 @@ Vec thirdBodies(double t, Vec const& r) {
   return thirdBodies(r, moon, sun);
 }
 
-TEST(ForceModel, DefaultsAndFlagFreeReduction) {
+TEST(ForceModel, ReducesToGravityAndThirdBodiesTurningWithTheEarth) {
   ForceModel model;
   Vec const r = vec3(15.0e6, -8.0e6, 19.0e6);
   Vec acc, g;
   Mat P(3, 8, 0.0), G;
-  model.forceModel(kT, r, acc, P);
-  EXPECT_GT(norm_2(row(P, 0)), 0.0);  // derivatives on by default
-
   // theta = 0, E = M_I = identity, no radiation pressure: degree-8 gravity plus
   // the third bodies, all in Earth-fixed axes.
   InertialFrameInfo frame;
@@ -474,7 +430,7 @@ TEST(ForceModel, DefaultsAndFlagFreeReduction) {
   model.forceModel(kT, r, acc, P);
   model.geopotential(r, 8, 8, g, G);
   Vec const expected = g + thirdBodies(kT, r);
-  for (int i = 0; i < 3; ++i) EXPECT_NEAR(acc(i), expected(i), 1e-15);
+  EXPECT_LT(norm_inf(Vec(acc - expected)), 1e-15);
 
   // A quarter of a sidereal turn later the field has turned with the Earth.
   double const quarter = M_PI / 2 / 7.2921158553e-5;
@@ -483,9 +439,7 @@ TEST(ForceModel, DefaultsAndFlagFreeReduction) {
   P = Mat(3, 8, 0.0);
   model.forceModel(kT + quarter, rInertial, acc, P);
   Vec const gravityPart = acc - thirdBodies(kT + quarter, rInertial);
-  EXPECT_NEAR(gravityPart(0), -g(1), 1e-13);
-  EXPECT_NEAR(gravityPart(1), g(0), 1e-13);
-  EXPECT_NEAR(gravityPart(2), g(2), 1e-13);
+  EXPECT_LT(norm_inf(Vec(gravityPart - vec3(-g(1), g(0), g(2)))), 1e-13);
   EXPECT_EQ(P(0, 0), 0.0);  // untouched without the derivative flag
 }
 
@@ -495,19 +449,14 @@ template <class F>
 Vec withParameterShift(ForceModel& model, bool srpOn, int j, double delta, F f) {
   AssistanceData const data = model.getAssistanceData();
   EopInfo const e = model.getEopInfo();
-  if (srpOn) {
-    AssistanceData shifted = data;
-    shifted.srp[j - 6] += delta;
-    model.setAssistanceData(shifted);
-  } else {
+  AssistanceData shifted = data;
+  if (srpOn) shifted.srp[j - 6] += delta;
+  model.setAssistanceData(shifted);
+  if (!srpOn)
     model.setEopInfo(poleInfo(e.eop.xp + (j == 6 ? delta : 0.0), e.eop.yp + (j == 7 ? delta : 0.0)));
-  }
   Vec const result = f();
-  if (srpOn) {
-    model.setAssistanceData(data);
-  } else {
-    model.setEopInfo(e);
-  }
+  model.setAssistanceData(data);
+  model.setEopInfo(e);
   return result;
 }
 
@@ -633,15 +582,6 @@ TEST(ForceModelAdapters, GaussJacksonAgreesWithRkf78OverSevenDays) {
   EXPECT_LT(dv, 1e-5);
 }
 
-TEST(ForceModelAdaptersDeathTest, WrongStateSizesAbort) {
-  ForceModel model;
-  OdeFunRkf78 rkfRhs(model);
-  OdeFunGj8 gj8Rhs(model);
-  Vec dx, shortState(71, 0.0), position(4, 0.0);
-  EXPECT_DEATH(rkfRhs(shortState, dx, 0.0), test::fatalArgument("OdeFunRkf78: invalid size x", kSource));
-  EXPECT_DEATH(gj8Rhs(position, dx, 0.0), test::fatalArgument("OdeFunGj8: invalid size y", kSource));
-}
-
 // ---------------------------------------------------------------------------
 // Serialization
 
@@ -664,64 +604,50 @@ void fullyConfigure(ForceModel& model) {
   model.setAccDerivatives(true);
 }
 
-TEST(ForceModelSerialization, RoundTripAndBitForBitContinuation) {
-  ForceModel original;
+// Round trip with bit-for-bit continuation; every truncation is refused and
+// leaves the target as it was.
+TEST(ForceModelSerialization, RoundTripContinuesBitForBitAndTruncationsAreRefused) {
+  ForceModel original, restored, reference;
   fullyConfigure(original);
   BinaryData bytes = {0xAA, 0xBB};  // data before the record stays
   ASSERT_TRUE(original.serialize(bytes));
   EXPECT_EQ(bytes[0], 0xAA);
-
-  ForceModel restored;
-  EXPECT_FALSE(restored == original);
+  for (ForceModel* m : {&restored, &reference}) m->setLeapInfo({{42ull, 3}});
+  for (std::size_t length = 2; length < bytes.size(); ++length) {
+    unsigned int position = 2;
+    ASSERT_FALSE(restored.deserialize(BinaryData(bytes.begin(), bytes.begin() + length), position));
+    ASSERT_TRUE(position == 2 && restored == reference) << length;
+  }
   unsigned int position = 2;
   ASSERT_TRUE(restored.deserialize(bytes, position));
   EXPECT_EQ(position, bytes.size());
-  EXPECT_TRUE(restored == original);
-
-  // The SRP flag is not stored.
-  original.setSrpComputation(true);
-  BinaryData again;
-  ASSERT_TRUE(original.serialize(again));
-  position = 0;
-  ASSERT_TRUE(restored.deserialize(again, position));
-  EXPECT_FALSE(restored == original);
-  original.setSrpComputation(false);
   EXPECT_TRUE(restored == original);
 
   OdeFunGj8 f1(original), f2(restored);
   Mat R1(3, 50), V1(3, 50), R2(3, 50), V2(3, 50);
   original.getGj8Integrator().gj8Propagate(f1, R1, V1, 50);
   restored.getGj8Integrator().gj8Propagate(f2, R2, V2, 50);
-  EXPECT_TRUE(R1 == R2);
-  EXPECT_TRUE(V1 == V2);
+  EXPECT_TRUE(R1 == R2 && V1 == V2);
 }
 
-TEST(ForceModelSerialization, TruncatedOrGarbledBuffersLeaveTheModelUnchanged) {
-  ForceModel source, target, reference;
-  fullyConfigure(source);
-  BinaryData bytes;
-  ASSERT_TRUE(source.serialize(bytes));
-  for (ForceModel* m : {&target, &reference}) m->setLeapInfo({{42ull, 3}});
-  auto rejected = [&](BinaryData const& in) {
-    unsigned int position = 0;
-    return !target.deserialize(in, position) && position == 0 && target == reference;
+// Fatal preconditions: the message and the source path.
+TEST(ForceModelDeathTest, FatalMessages) {
+  ForceModel model;
+  OdeFunRkf78 rkfRhs(model);
+  OdeFunGj8 gj8Rhs(model);
+  Vec const r = vec3(7e6, 0.0, 0.0);
+  Vec dx;
+  Mat good(5, 5), narrow(5, 4);
+  struct Case {
+    std::function<void()> call;
+    char const* text;
+  } const cases[] = {
+      {[&] { ForceModel::satCoefficients(r, 4, 4, narrow, good); }, "satCoefficients: invalid size V"},
+      {[&] { ForceModel::satCoefficients(r, 4, 4, good, narrow); }, "satCoefficients: invalid size W"},
+      {[&] { rkfRhs(Vec(71, 0.0), dx, 0.0); }, "OdeFunRkf78: invalid size x"},
+      {[&] { gj8Rhs(Vec(4, 0.0), dx, 0.0); }, "OdeFunGj8: invalid size y"},
   };
-
-  for (std::size_t length = 0; length < bytes.size(); ++length)
-    ASSERT_TRUE(rejected(BinaryData(bytes.begin(), bytes.begin() + length))) << length;
-
-  // Any single corrupted byte is either rejected or read completely.
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    BinaryData garbled = bytes;
-    garbled[i] ^= 0xA5;
-    ForceModel probe;
-    unsigned int position = 0;
-    if (probe.deserialize(garbled, position)) {
-      EXPECT_EQ(position, garbled.size()) << i;
-    } else {
-      EXPECT_TRUE(position == 0 && probe == ForceModel()) << i;
-    }
-  }
+  for (Case const& c : cases) EXPECT_DEATH(c.call(), test::fatalArgument(c.text, kSource)) << c.text;
 }
 
 }  // namespace

@@ -33,7 +33,6 @@ TEST(GammaEstimator, SlopeBetweenAnchorsAtLeastTwoWeeksApart) {
       {28.0 + 91.0 + 14.0, 0.4e-4, 1e-12, -(0.4e-4 - 0.5e-4) / (14.0 * day)},
   };
   zs::GammaEstimator g(tau0, 2e-12, t0);
-  EXPECT_TRUE(g.initialized());
   for (Step const& s : steps) {
     EXPECT_DOUBLE_EQ(g.update(s.tau, s.gamma, t0 + s.days * day), s.expected) << s.days;
   }
@@ -57,25 +56,17 @@ TEST(GammaEstimator, RecoversALinearClockAndPredictsIt) {
   }
   double const tRef = t0 + 19.0 * day;
   EXPECT_NEAR(g.predictTau(tRef + 7.0 * day, tau(tRef), tRef), tau(tRef + 7.0 * day), 1e-15);
+  // A default estimator works from anchors at time 0 without being initialised.
+  zs::GammaEstimator fresh;
+  EXPECT_DOUBLE_EQ(fresh.update(1e-5, 7e-12, 20.0 * day), -1e-5 / (20.0 * day));
 }
 
-// A default estimator works from anchors at time 0 without being initialised.
-TEST(GammaEstimator, DefaultAnchorsAtTimeZero) {
-  zs::GammaEstimator g;
-  double const t = 20.0 * day;
-  EXPECT_DOUBLE_EQ(g.update(1e-5, 7e-12, t), -1e-5 / t);
-  EXPECT_FALSE(g.initialized());
-  EXPECT_EQ(g.predictTau(10.0, 1.0, 0.0), 1.0 - 10.0 * (-1e-5 / t));
-}
-
-// Five doubles and a flag byte; a truncated form changes nothing.
+// A truncated form changes nothing.
 TEST(GammaEstimator, SerializedFormRoundTripsAndRejectsTruncation) {
   zs::GammaEstimator g(1e-4, 2e-12, 1e9);
   g.update(0.9e-4, 3e-12, 1e9 + 15.0 * day);
   zs::BinaryData bytes{1, 2};
   ASSERT_TRUE(g.serialize(bytes));
-  ASSERT_EQ(bytes.size(), 2u + 5 * 12 + 1);
-  EXPECT_EQ(bytes.back(), 1);
   zs::GammaEstimator copy;
   unsigned position = 2;
   ASSERT_TRUE(copy.deserialize(bytes, position));
@@ -87,9 +78,6 @@ TEST(GammaEstimator, SerializedFormRoundTripsAndRejectsTruncation) {
   for (std::size_t cut = 2; cut < bytes.size(); ++cut) {
     zs::BinaryData const part(bytes.begin(), bytes.begin() + static_cast<long>(cut));
     unsigned p = 2;
-    EXPECT_FALSE(other.deserialize(part, p)) << cut;
-    EXPECT_EQ(p, 2u);
-    EXPECT_TRUE(other == reference);
+    EXPECT_TRUE(!other.deserialize(part, p) && p == 2u && other == reference) << cut;
   }
-  EXPECT_FALSE(other == g);
 }

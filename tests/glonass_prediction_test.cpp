@@ -367,7 +367,7 @@ TEST(EstimateInitialStateGlonass, ForwardPairsAndRefusals) {
 
 // A short propagation with rkn5 and a step count that comes out of the span;
 // an unusable span leaves the state as it was.
-TEST(PropagateSatelliteGlonass, FollowsTheReferenceIntegration) {
+TEST(PropagateSatelliteGlonass, FollowsTheReferenceIntegrationAndRefusesBadSpans) {
   ZARN_SHARED_FILE_OR_SKIP(path, "data/2016-251_252_smartloc/brdc2510.16g");
   Broadcast const b(path);
   Scenario s(b, b.bySlot.at(6).front());
@@ -379,14 +379,9 @@ TEST(PropagateSatelliteGlonass, FollowsTheReferenceIntegration) {
   Vec const r0 = r, v0 = v;
   EXPECT_LE(zs::propagateSatelliteGlonass(r, v, s.tStart, std::nan(""), s.model), 0);
   EXPECT_EQ(norm_2(r - r0) + norm_2(v - v0), 0.0);
-}
 
-// No step, or a state beyond the 27-bit position field: nothing is produced
-// and the record keeps its fields.
-TEST(PropagateSatellite, GlonassRefusals) {
-  ZARN_SHARED_FILE_OR_SKIP(path, "data/2016-251_252_smartloc/brdc2510.16g");
-  Broadcast const b(path);
-  Scenario s(b, b.bySlot.at(6).front());
+  // No step, or a state beyond the 27-bit position field: nothing is
+  // produced and the record keeps its fields.
   zc::GlonassEphemeris e;
   e.x = 12345;
   zc::GlonassEphemeris const before = e;
@@ -413,49 +408,34 @@ TEST(GlonassDeathTest, FatalMessages) {
   char const cache[] = "libs/support/src/ephemeris_cache";
   char const prediction[] = "libs/support/src/glonass_prediction";
   std::string const emptyCache = "std::out_of_range(\"Cache is empty.\")";
+  std::string const stateSize = "estimateInitialStateGlonass: invalid size of a state vector";
+  auto argument = [](std::string const& text) { return "std::invalid_argument(\"" + text + "\")"; };
   struct Case {
     std::function<void()> call;
-    std::string pattern;
+    std::string text;
+    char const* path;
   };
   zs::ForceModel model;
-  Vec r2(2), r3(3, 2.6e7), v3(3, 100.0);
+  Vec r2(2), r3(3, 2.6e7), v3(3, 100.0), ro(3), vo(3), a(3);
   zc::GlonassEphemeris e;
+  zs::OdeFunGlonassInit f(model);
+  zs::EphemerisCache oneRecord(3, 60.0);
+  oneRecord.insert(zc::GlonassEphemeris{});
   std::vector<Case> const cases = {
-      {[] { zs::EphemerisCache c(3, 0.0); },
-       zarn::test::fatalArgument("Non-positive delta.", cache)},
-      {[] { zs::EphemerisCache c(3, std::nan("")); },
-       zarn::test::fatalArgument("Non-positive delta.", cache)},
-      {[] { zs::EphemerisCache c(0, 60.0); },
-       zarn::test::fatalArgument("Non-positive capacity.", cache)},
-      {[] { zs::EphemerisCache(3, 60.0).newest(); }, zarn::test::fatalPattern(emptyCache, cache)},
-      {[] { zs::EphemerisCache(3, 60.0).oldest(); }, zarn::test::fatalPattern(emptyCache, cache)},
-      {[] { zs::EphemerisCache(3, 60.0).nearest(10.0); },
-       zarn::test::fatalPattern(emptyCache, cache)},
-      {[] {
-         zs::EphemerisCache c(3, 60.0);
-         c.insert(zc::GlonassEphemeris{});
-         c.nearest(0.0);
-       },
-       zarn::test::fatalArgument("Delta is not positive.", cache)},
+      {[] { zs::EphemerisCache c(3, 0.0); }, argument("Non-positive delta."), cache},
+      {[] { zs::EphemerisCache c(3, std::nan("")); }, argument("Non-positive delta."), cache},
+      {[] { zs::EphemerisCache c(0, 60.0); }, argument("Non-positive capacity."), cache},
+      {[] { zs::EphemerisCache(3, 60.0).newest(); }, emptyCache, cache},
+      {[] { zs::EphemerisCache(3, 60.0).oldest(); }, emptyCache, cache},
+      {[] { zs::EphemerisCache(3, 60.0).nearest(10.0); }, emptyCache, cache},
+      {[&] { oneRecord.nearest(0.0); }, argument("Delta is not positive."), cache},
       {[&] { zs::initGlonassEphemeris(model, 0.0, r2, v3, e); },
-       zarn::test::fatalArgument("initGlonassEphemeris: invalid size of a state vector", prediction)},
-      {[&] {
-         Vec ro(3), vo(3);
-         zs::estimateInitialStateGlonass(zs::AssistanceData{}, 0.0, 18, r3, r2, zs::Eop{}, model, ro, vo);
-       },
-       zarn::test::fatalArgument("estimateInitialStateGlonass: invalid size of a state vector", prediction)},
-      {[&] {
-         Vec ro(3), vo(3);
-         zs::estimateInitialStateGlonass(zs::AssistanceData{}, 0.0, 18, r3, v3, 1800.0, 18, r2, v3, zs::Eop{},
-                                         model, ro, vo);
-       },
-       zarn::test::fatalArgument("estimateInitialStateGlonass: invalid size of a state vector", prediction)},
-      {[&] {
-         zs::OdeFunGlonassInit f(model);
-         Vec a(3);
-         f(r2, a, 0.0);
-       },
-       zarn::test::fatalArgument("OdeFunGlonassInit: invalid size y", prediction)},
+       argument("initGlonassEphemeris: invalid size of a state vector"), prediction},
+      {[&] { zs::estimateInitialStateGlonass({}, 0.0, 18, r3, r2, {}, model, ro, vo); }, argument(stateSize),
+       prediction},
+      {[&] { zs::estimateInitialStateGlonass({}, 0.0, 18, r3, v3, 1800.0, 18, r2, v3, {}, model, ro, vo); },
+       argument(stateSize), prediction},
+      {[&] { f(r2, a, 0.0); }, argument("OdeFunGlonassInit: invalid size y"), prediction},
   };
-  for (Case const& c : cases) EXPECT_DEATH(c.call(), c.pattern) << c.pattern;
+  for (Case const& c : cases) EXPECT_DEATH(c.call(), zarn::test::fatalPattern(c.text, c.path)) << c.text;
 }

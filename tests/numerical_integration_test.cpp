@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -100,13 +99,6 @@ Vec stacked(Vec const& r, Vec const& v) {
   return x;
 }
 
-// `run` logs exactly "ERROR/<tag>: <text>" and returns `failure`.
-void expectFault(std::function<int()> const& run, std::string const& line, int failure) {
-  int result = failure + 1;
-  EXPECT_EQ(zarn::test::capturedStderr([&] { result = run(); }), "ERROR/" + line + "\n");
-  EXPECT_EQ(result, failure) << line;
-}
-
 }  // namespace
 
 // ---- coefficient tables -------------------------------------------------------
@@ -119,10 +111,6 @@ TEST(GaussJacksonTable, RowSumsSymmetryAndPublishedRows) {
     for (int k = 0; k < 9; ++k) {
       sa += tables::summedAdamsNumerators[row][k];
       gj += tables::gaussJacksonNumerators[row][k];
-      EXPECT_EQ(tables::summedAdams[row][k],
-                double(tables::summedAdamsNumerators[row][k]) / tables::summedAdamsDenominator);
-      EXPECT_EQ(tables::gaussJackson[row][k],
-                double(tables::gaussJacksonNumerators[row][k]) / tables::gaussJacksonDenominator);
     }
     // Velocity rows integrate a constant to zero beyond the sum term, the predictor adds a/2;
     // position rows all carry the 1/12 of the second-sum expansion.
@@ -147,21 +135,6 @@ TEST(GaussJacksonTable, RowSumsSymmetryAndPublishedRows) {
 }
 
 // ---- rkf78 --------------------------------------------------------------------
-
-TEST(Rkf78, InputFaultsAreLoggedAndLeaveTheStateAlone) {
-  First f(kepler1);
-  Vec empty, x(2, 1.0);
-  expectFault([&] { return zs::rkf78(f, empty, 0, 1, 0.1, 1e-9); },
-              "rkf78: Vector of dependent variables is zero dimensional.", 0);
-  expectFault([&] { return zs::rkf78(f, x, 0, 1, 0.0, -1.0); },
-              "rkf78: Initial step size is less than or equal to zero.", 0);
-  expectFault([&] { return zs::rkf78(f, x, 0, 1, 0.1, 0.0); },
-              "rkf78: Truncation error tolerance is less than or equal to zero.", 0);
-  EXPECT_EQ(zs::rkf78(f, x, 5.0, 5.0 + 5e-9, 0.1, 1e-9), 0);
-  EXPECT_EQ(f.calls, 0);
-  EXPECT_EQ(x(0), 1.0);
-  EXPECT_EQ(x(1), 1.0);
-}
 
 // One step of x' = g(t): the eighth-order weights integrate polynomials of
 // degree 7 exactly. On an orbit the local error of one step shrinks as h^9.
@@ -219,17 +192,6 @@ TEST(Rkf78, LargeEpochsDoNotLetTheClockDriftFromTheState) {
   for (int i = 0; i < 3; ++i) EXPECT_NEAR(a(i), b(i), 1e-6);
 }
 
-TEST(Rkf78, NonFiniteRightHandSideStopsWithTheStateUnchanged) {
-  First f([](Vec const& x, Vec& dx, double t) {
-    dx = x;
-    if (t > 0.5) dx(0) = std::nan("");
-  });
-  Vec x(2, 1.0);
-  expectFault([&] { return zs::rkf78(f, x, 0.0, 1.0, 0.1, 1e-9); },
-              "rkf78: Dependent variables are not a number.", 0);
-  EXPECT_EQ(x(0), 1.0);
-}
-
 // ---- rk4 and rkn5 -------------------------------------------------------------
 
 // Harmonic oscillator y'' = -y, y(0) = 1, y'(0) = 0.
@@ -249,17 +211,6 @@ TEST(Rk4, FourthOrderConvergenceForwardAndBackward) {
     double const ratio = error(20, sign) / error(40, sign);
     EXPECT_NEAR(ratio, 16.0, 1.5);
   }
-}
-
-TEST(Rk4, InputFaults) {
-  First f(kepler1);
-  Vec empty, x(2, 3.0);
-  expectFault([&] { return zs::rk4(f, empty, 0, 3, 1.0); },
-              "rk4: Vector of dependent variables is zero dimensional.", 0);
-  expectFault([&] { return zs::rk4(f, x, 0, 3, 0.0); }, "rk4: Step size is equal to zero.", 0);
-  EXPECT_EQ(zs::rk4(f, x, 0, 0, 1.0), 0);
-  EXPECT_EQ(f.calls, 0);
-  EXPECT_EQ(x(0), 3.0);
 }
 
 TEST(Rkn5, FifthOrderConvergenceAndStepCount) {
@@ -369,21 +320,16 @@ TEST(Gj8, StartUpEpochsNeedNoEvaluationAndCallsChainIntoOnePropagation) {
   Mat R2(3, 2), V2(3, 2);
   EXPECT_EQ(pieces.gj8Propagate(f, R2, V2, 2), 2u);
   EXPECT_EQ(f.calls, before);
-  EXPECT_EQ(pieces.getTotalSteps(), 4u);
   // Five more in a matrix of three columns keep the newest three.
   Mat R3(3, 3), V3(3, 3);
   EXPECT_EQ(pieces.gj8Propagate(f, R3, V3, 5), 5u);
   // Three in a matrix of five columns leave its first two columns alone.
   Mat R4(3, 5, -1.0), V4(3, 5, -1.0);
   EXPECT_EQ(pieces.gj8Propagate(f, R4, V4, 3), 3u);
-  EXPECT_TRUE(R1 == columns(R, 0, 2));
-  EXPECT_TRUE(V2 == columns(V, 2, 4));
-  EXPECT_TRUE(R3 == columns(R, 6, 9));
-  EXPECT_TRUE(V3 == columns(V, 6, 9));
-  EXPECT_TRUE(columns(R4, 0, 2) == Mat(3, 2, -1.0));
-  EXPECT_TRUE(columns(R4, 2, 5) == columns(R, 9, 12));
-  EXPECT_TRUE(columns(V4, 2, 5) == columns(V, 9, 12));
-  EXPECT_TRUE(pieces == whole);
+  EXPECT_TRUE(R1 == columns(R, 0, 2) && V2 == columns(V, 2, 4) && R3 == columns(R, 6, 9) &&
+              V3 == columns(V, 6, 9));
+  EXPECT_TRUE(columns(R4, 0, 2) == Mat(3, 2, -1.0) && columns(R4, 2, 5) == columns(R, 9, 12));
+  EXPECT_TRUE(columns(V4, 2, 5) == columns(V, 9, 12) && pieces == whole);
 }
 
 TEST(Gj8, FreeFunctionsMatchTheIntegrator) {
@@ -401,58 +347,8 @@ TEST(Gj8, FreeFunctionsMatchTheIntegrator) {
   EXPECT_EQ(zs::gj8(f, Rf, Vf, 0.0, 20, 60.0), 20);
   Vec r = r0, v = v0;
   EXPECT_EQ(zs::gj8(f, r, v, 0.0, 20, 60.0), 20);
-  EXPECT_TRUE(columns(Rf, 1, 21) == R);
-  EXPECT_TRUE(columns(Vf, 1, 21) == V);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(Rf(i, 0), r0(i));
-    EXPECT_EQ(r(i), R(i, 19));
-    EXPECT_EQ(v(i), V(i, 19));
-  }
-}
-
-TEST(Gj8, InputFaultsAreLoggedAndLeaveTheIntegratorAlone) {
-  Second f(kepler2);
-  Vec r0, v0;
-  GpsOrbit::state(0, r0, v0);
-  zs::Gj8Integrator gj;
-  zs::Gj8Integrator const fresh;
-  Vec empty, four(4, 1.0);
-  expectFault([&] { return gj.gj8Init(f, empty, empty, 0, 60); },
-              "gj8: Vector of dependent variables is too small.", -1);
-  expectFault([&] { return gj.gj8Init(f, r0, four, 0, 60); },
-              "gj8: Dimensions of vector of dependent variables and its derivative do not agree.", -1);
-  expectFault([&] { return gj.gj8Init(f, r0, v0, 0, 0.0); }, "gj8: Initial step size is equal to zero.", -1);
-  EXPECT_TRUE(gj == fresh);
-  EXPECT_EQ(f.calls, 0);
-
-  Mat R(3, 2), V(3, 2), none(0, 2), wide(3, 3), tall(4, 2), tallV(4, 2);
-  auto propagate = [&](Mat& Rm, Mat& Vm, unsigned steps) {
-    return [&, steps] { return static_cast<int>(gj.gj8Propagate(f, Rm, Vm, steps)); };
-  };
-  expectFault(propagate(R, V, 1), "gj8: Integrator is not initialized.", 0);
-  ASSERT_EQ(gj.gj8Init(f, r0, v0, 0, 60), 0);
-  zs::Gj8Integrator const initialised = gj;
-  expectFault(propagate(R, V, 0), "gj8: Number of integration steps has to be a positive number.", 0);
-  expectFault(propagate(none, V, 1),
-              "gj8: Matrix of dependent variables or matrix of derivatives is too small.", 0);
-  expectFault(propagate(R, wide, 1),
-              "gj8: Dimensions of matrix of dependent variables and matrix of derivatives do not agree.", 0);
-  expectFault(propagate(tall, tallV, 1),
-              "gj8: Number of rows of the matrix of dependent variables differs from the state dimension.",
-              0);
-  EXPECT_TRUE(gj == initialised);
-
-  Mat R1(3, 1), V1(3, 1);
-  expectFault([&] { return zs::gj8(f, R1, V1, 0, 5, -60.0); },
-              "gj8: Initial step size is less than or equal to zero.", -1);
-  expectFault([&] { return zs::gj8(f, R1, V1, 0, 0, 60.0); },
-              "gj8: Number of integration steps has to be a positive number.", -1);
-  expectFault([&] { return zs::gj8(f, none, none, 0, 5, 60.0); },
-              "gj8: Matrix of dependent variables or its derivative is too small.", -1);
-  expectFault([&] { return zs::gj8(f, R1, wide, 0, 5, 60.0); },
-              "gj8: Dimensions of matrix of dependent variables and its derivative do not agree.", -1);
-  expectFault([&] { return zs::gj8(f, empty, empty, 0, 5, 60.0); },
-              "gj8: Matrix of dependent variables or its derivative is too small.", -1);
+  EXPECT_TRUE(columns(Rf, 1, 21) == R && columns(Vf, 1, 21) == V && Vec(column(Rf, 0)) == r0);
+  EXPECT_TRUE(r == Vec(column(R, 19)) && v == Vec(column(V, 19)));
 }
 
 // ---- Gauss-Jackson state across serialization ----------------------------------
@@ -471,88 +367,141 @@ zs::Gj8Integrator propagated(zs::OdeFunction2& f, unsigned steps) {
 
 }  // namespace
 
-TEST(Gj8Serialization, ContinuationAfterARoundTripIsBitForBit) {
+// Round trip with bit-for-bit continuation (also when empty or inside the
+// start-up window); truncated or garbled buffers change nothing.
+TEST(Gj8Serialization, RoundTripContinuesBitForBitAndDamageIsRefused) {
   Second f(kepler2);
   zs::Gj8Integrator uninterrupted = propagated(f, 37);
   zs::Gj8Integrator const saved = uninterrupted;
   zarn::core::BinaryData bytes = {0xAA, 0xBB};  // serialize appends
   ASSERT_TRUE(saved.serialize(bytes));
-  // Field order and sizes: flag, t0, h, steps, 3x9 accelerations, two 3-vectors, two 3x8 matrices.
-  ASSERT_EQ(bytes.size(), 2u + 1 + 12 + 12 + 4 + (8 + 12 * 27) + 2 * (4 + 12 * 3) + 2 * (8 + 12 * 24));
-  EXPECT_EQ(bytes[2], 1);
-  EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 27, bytes.begin() + 31),
-            (std::vector<unsigned char>{0, 0, 0, 37}));
-  EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 31, bytes.begin() + 39),
-            (std::vector<unsigned char>{0, 0, 0, 3, 0, 0, 0, 9}));
-
   zs::Gj8Integrator restored;
   unsigned int position = 2;
   ASSERT_TRUE(restored.deserialize(bytes, position));
   EXPECT_EQ(position, bytes.size());
   EXPECT_TRUE(restored == saved);
-  EXPECT_EQ(restored.getTotalSteps(), 37u);
-
   Mat R1(3, 100), V1(3, 100), R2(3, 100), V2(3, 100);
   uninterrupted.gj8Propagate(f, R1, V1, 100);
   restored.gj8Propagate(f, R2, V2, 100);
-  EXPECT_TRUE(R1 == R2);
-  EXPECT_TRUE(V1 == V2);
-  EXPECT_TRUE(restored == uninterrupted);
-  EXPECT_FALSE(restored == saved);
-
-  // An empty integrator and one inside its start-up window round-trip too.
+  EXPECT_TRUE(R1 == R2 && V1 == V2);
   for (zs::Gj8Integrator const& original : {zs::Gj8Integrator(), propagated(f, 2)}) {
     zarn::core::BinaryData b;
     ASSERT_TRUE(original.serialize(b));
     zs::Gj8Integrator copy = saved;
     unsigned int at = 0;
-    ASSERT_TRUE(copy.deserialize(b, at));
-    EXPECT_TRUE(copy == original);
+    ASSERT_TRUE(copy.deserialize(b, at) && copy == original);
   }
-}
 
-TEST(Gj8Serialization, TruncatedOrGarbledBuffersChangeNothing) {
-  Second f(kepler2);
-  zs::Gj8Integrator const saved = propagated(f, 12);
-  zarn::core::BinaryData bytes;
-  ASSERT_TRUE(saved.serialize(bytes));
+  bytes.erase(bytes.begin(), bytes.begin() + 2);
   zs::Gj8Integrator const other = propagated(f, 3);
-
   auto rejected = [&](zarn::core::BinaryData const& buffer) {
     zs::Gj8Integrator target = other;
-    unsigned int position = 0;
-    bool const ok = target.deserialize(buffer, position);
-    return !ok && position == 0 && target == other;
+    unsigned int at = 0;
+    return !target.deserialize(buffer, at) && at == 0 && target == other;
   };
   for (std::size_t length = 0; length < bytes.size(); ++length)
     EXPECT_TRUE(rejected(zarn::core::BinaryData(bytes.begin(), bytes.begin() + length))) << length;
-
-  auto garbled = [&](std::size_t offset, std::vector<unsigned char> const& patch) {
+  // Hand-placed damage: a row of eight accelerations, a zero step, a first-sum
+  // count far beyond the buffer, "not initialised" with data, a non-finite time.
+  std::pair<std::size_t, std::vector<unsigned char>> const patches[] = {
+      {33, {0, 0, 0, 8}},
+      {13, {0, 0, 0, 0, 0, 0, 0, 0}},
+      {29 + 8 + 12 * 27, {0x7F, 0xFF, 0xFF, 0xFF}},
+      {0, {0}},
+      {9, {0x7F, 0xFF, 0xFF, 0xFF}}};
+  for (auto const& [offset, patch] : patches) {
     zarn::core::BinaryData b = bytes;
     std::copy(patch.begin(), patch.end(), b.begin() + offset);
-    return b;
+    EXPECT_TRUE(rejected(b)) << offset;
+  }
+}
+
+// Soft input faults: each logs exactly "ERROR/<line>", returns its failure
+// value and leaves state and integrator alone.
+TEST(Integrators, InputFaultsAreLoggedAndChangeNothing) {
+  First f1(kepler1);
+  First nanRhs([](Vec const& x, Vec& dx, double t) {
+    dx = x;
+    if (t > 0.5) dx(0) = std::nan("");
+  });
+  Second f(kepler2);
+  Vec r0, v0;
+  GpsOrbit::state(0, r0, v0);
+  zs::Gj8Integrator gj, ready;
+  ASSERT_EQ(ready.gj8Init(f, r0, v0, 0, 60), 0);
+  zs::Gj8Integrator const fresh, initialised = ready;
+  Vec empty, x(2, 1.0), four(4, 1.0);
+  Mat R(3, 2), V(3, 2), none(0, 2), wide(3, 3), tall(4, 2), tallV(4, 2), R1(3, 1), V1(3, 1);
+  auto steps = [](unsigned n) { return static_cast<int>(n); };
+  struct Case {
+    std::function<int()> run;
+    char const* line;
+    int failure;
+  } const cases[] = {
+      {[&] { return zs::rkf78(f1, empty, 0, 1, 0.1, 1e-9); },
+       "rkf78: Vector of dependent variables is zero dimensional.", 0},
+      {[&] { return zs::rkf78(f1, x, 0, 1, 0.0, -1.0); },
+       "rkf78: Initial step size is less than or equal to zero.", 0},
+      {[&] { return zs::rkf78(f1, x, 0, 1, 0.1, 0.0); },
+       "rkf78: Truncation error tolerance is less than or equal to zero.", 0},
+      {[&] { return zs::rkf78(nanRhs, x, 0.0, 1.0, 0.1, 1e-9); },
+       "rkf78: Dependent variables are not a number.", 0},
+      {[&] { return zs::rk4(f1, empty, 0, 3, 1.0); },
+       "rk4: Vector of dependent variables is zero dimensional.", 0},
+      {[&] { return zs::rk4(f1, x, 0, 3, 0.0); }, "rk4: Step size is equal to zero.", 0},
+      {[&] { return gj.gj8Init(f, empty, empty, 0, 60); }, "gj8: Vector of dependent variables is too small.",
+       -1},
+      {[&] { return gj.gj8Init(f, r0, four, 0, 60); },
+       "gj8: Dimensions of vector of dependent variables and its derivative do not agree.", -1},
+      {[&] { return gj.gj8Init(f, r0, v0, 0, 0.0); }, "gj8: Initial step size is equal to zero.", -1},
+      {[&] { return steps(gj.gj8Propagate(f, R, V, 1)); }, "gj8: Integrator is not initialized.", 0},
+      {[&] { return steps(ready.gj8Propagate(f, R, V, 0)); },
+       "gj8: Number of integration steps has to be a positive number.", 0},
+      {[&] { return steps(ready.gj8Propagate(f, none, V, 1)); },
+       "gj8: Matrix of dependent variables or matrix of derivatives is too small.", 0},
+      {[&] { return steps(ready.gj8Propagate(f, R, wide, 1)); },
+       "gj8: Dimensions of matrix of dependent variables and matrix of derivatives do not agree.", 0},
+      {[&] { return steps(ready.gj8Propagate(f, tall, tallV, 1)); },
+       "gj8: Number of rows of the matrix of dependent variables differs from the state dimension.", 0},
+      {[&] { return zs::gj8(f, R1, V1, 0, 5, -60.0); },
+       "gj8: Initial step size is less than or equal to zero.", -1},
+      {[&] { return zs::gj8(f, R1, V1, 0, 0, 60.0); },
+       "gj8: Number of integration steps has to be a positive number.", -1},
+      {[&] { return zs::gj8(f, none, none, 0, 5, 60.0); },
+       "gj8: Matrix of dependent variables or its derivative is too small.", -1},
+      {[&] { return zs::gj8(f, R1, wide, 0, 5, 60.0); },
+       "gj8: Dimensions of matrix of dependent variables and its derivative do not agree.", -1},
+      {[&] { return zs::gj8(f, empty, empty, 0, 5, 60.0); },
+       "gj8: Matrix of dependent variables or its derivative is too small.", -1},
   };
-  // Nine accelerations per row are required.
-  EXPECT_TRUE(rejected(garbled(33, {0, 0, 0, 8})));
-  // A zero step (mantissa 0) cannot be continued.
-  EXPECT_TRUE(rejected(garbled(13, {0, 0, 0, 0, 0, 0, 0, 0})));
-  // A first-sum count far beyond the buffer neither allocates nor reads on.
-  EXPECT_TRUE(rejected(garbled(29 + 8 + 12 * 27, {0x7F, 0xFF, 0xFF, 0xFF})));
-  // A state that says "not initialised" but carries data.
-  EXPECT_TRUE(rejected(garbled(0, {0})));
-  // A non-finite time (largest exponent).
-  EXPECT_TRUE(rejected(garbled(1 + 8, {0x7F, 0xFF, 0xFF, 0xFF})));
+  int const readyCalls = f.calls;
+  for (Case const& c : cases) {
+    int result = c.failure + 1;
+    EXPECT_EQ(zarn::test::capturedStderr([&] { result = c.run(); }), std::string("ERROR/") + c.line + "\n");
+    EXPECT_EQ(result, c.failure) << c.line;
+  }
+  EXPECT_TRUE(x(0) == 1.0 && x(1) == 1.0);
+  EXPECT_TRUE(gj == fresh && ready == initialised);
+  EXPECT_EQ(f.calls, readyCalls);
+  // Empty spans are no faults.
+  EXPECT_EQ(zs::rkf78(f1, x, 5.0, 5.0 + 5e-9, 0.1, 1e-9), 0);
+  EXPECT_EQ(zs::rk4(f1, x, 0, 0, 1.0), 0);
+  EXPECT_EQ(f1.calls, 0);
 }
 
 // The start-up runs on the two-body problem, which needs a 3-dimensional y.
-TEST(Gj8DeathTest, StartUpOfAStateOtherThanPositionAndVelocityAborts) {
+TEST(Gj8DeathTest, FatalMessages) {
   Second f([](Vec const& y, Vec& a, double) { a = -y; });
   Vec r(2, 7.0e6), v(2, 1.0);
   zs::Gj8Integrator gj;
-  std::string const pattern =
-      zarn::test::fatalPattern("std::invalid_argument(\"Vector dimension is not equal to 6.\")",
-                               "libs/support/src/numerical_integration");
-  EXPECT_DEATH(gj.gj8Init(f, r, v, 0.0, 10.0), pattern);
   Mat R(4, 3), V(4, 3);
-  EXPECT_DEATH(zs::gj8(f, R, V, 0.0, 3, 10.0), pattern);
+  struct Case {
+    std::function<void()> call;
+    char const* text;
+  } const cases[] = {
+      {[&] { gj.gj8Init(f, r, v, 0.0, 10.0); }, "Vector dimension is not equal to 6."},
+      {[&] { zs::gj8(f, R, V, 0.0, 3, 10.0); }, "Vector dimension is not equal to 6."},
+  };
+  for (Case const& c : cases)
+    EXPECT_DEATH(c.call(), zarn::test::fatalArgument(c.text, "libs/support/src/numerical_integration"));
 }
