@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
+#include <utility>
 
 #include "support/test_support.hpp"
 #include "support/vectors.hpp"
@@ -120,12 +122,11 @@ TEST(Errors, PredictionRtnOfAnInclinedOrbit) {
 }
 
 TEST(UtilityDeathTest, WrongVectorSizesAreFatal) {
-  Vec const three(3, 1.0);
-  Vec const two(2, 1.0);
-  char const* path = "libs/support/src/utility";
-  EXPECT_DEATH(zs::distance(two, three), zarn::test::fatalArgument("distance: invalid size", path));
-  EXPECT_DEATH(zs::sisreError(two, 0.0, zc::GPS, zs::MEO),
-               zarn::test::fatalArgument("sisreError: invalid size rtn", path));
-  EXPECT_DEATH(zs::predictionRtn(three, two, three),
-               zarn::test::fatalArgument("predictionRtn: invalid size velocity", path));
+  Vec const three(3, 1.0), two(2, 1.0);
+  std::pair<std::function<void()>, char const*> const cases[] = {
+      {[&] { zs::distance(two, three); }, "distance: invalid size"},
+      {[&] { zs::sisreError(two, 0.0, zc::GPS, zs::MEO); }, "sisreError: invalid size rtn"},
+      {[&] { zs::predictionRtn(three, two, three); }, "predictionRtn: invalid size velocity"}};
+  for (auto const& c : cases)
+    EXPECT_DEATH(c.first(), zarn::test::fatalArgument(c.second, "libs/support/src/utility"));
 }
