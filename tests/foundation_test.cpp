@@ -22,16 +22,6 @@ TEST(Log, FoldsSeparatorsAndSkipsEmptyText) {
             "ERROR/Tag: first second\nERROR/Tag: line breaks here\nINFO/Tag: \nWARN/Fmt: value 7 of x\n");
 }
 
-TEST(Log, LevelsMapToAndroidPriorities) {
-  EXPECT_EQ(zs::log::priority(zs::log::DEBUG), 3);
-  EXPECT_EQ(zs::log::priority(zs::log::FATAL), 7);
-  EXPECT_EQ(zs::log::priority(static_cast<zs::log::Level>(0)), 0);
-  EXPECT_EQ(zs::log::priority(static_cast<zs::log::Level>(9)), 0);
-  testing::internal::CaptureStderr();
-  zs::log::print(static_cast<zs::log::Level>(9), "T", "x");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "UNKNOWN/T: x\n");
-}
-
 namespace {
 int const failLine = __LINE__ + 2;
 void fail() {

@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "support/broadcast_records.hpp"
 #include "support/keplerian_fit_check.hpp"
@@ -119,21 +121,22 @@ TEST(KeplerianEncoding, WordsAndVerdict) {
   EXPECT_TRUE(c.toe == (zc::Toc{0, 544, 162000}));
 }
 
+// The BeiDou fit reports with the GPS texts.
 TEST(KeplerianFitDeathTest, SizeTexts) {
   Samples const s = sample(zt::gpsG02(), 1913 * week + 259200.0, 300.0, 5);
   Vec kepler;
-  auto const fatal = [](char const* text) { return zt::fatalArgument(text, fitSource); };
-  EXPECT_DEATH(zs::satelliteStatesToKeplerian(zc::GPS, Mat(3, 6), s.v, s.t, kepler),
-               fatal("satelliteStatesToGpsEphemeris: invalid size rSat"));
-  // The BeiDou fit reports with the same texts.
-  EXPECT_DEATH(zs::satelliteStatesToKeplerian(zc::BEIDOU, s.r, Mat(2, 5), s.t, kepler),
-               fatal("satelliteStatesToGpsEphemeris: invalid size vSat"));
-  EXPECT_DEATH(zs::satelliteStatesToKeplerian(zc::GLONASS, s.r, s.v, s.t, kepler),
-               fatal("satelliteStatesToKeplerian: unsupported GNSS"));
   zc::GpsEphemeris g;
   zc::BeidouEphemeris b;
-  EXPECT_DEATH(zs::keplerianToGpsEphemeris(Vec(16), g),
-               fatal("keplerianToGpsEphemeris: invalid size keplerian vector"));
-  EXPECT_DEATH(zs::keplerianToBeidouEphemeris(Vec(16), b),
-               fatal("keplerianToBeidouEphemeris: invalid size keplerian vector"));
+  std::pair<std::function<void()>, char const*> const cases[] = {
+      {[&] { zs::satelliteStatesToKeplerian(zc::GPS, Mat(3, 6), s.v, s.t, kepler); },
+       "satelliteStatesToGpsEphemeris: invalid size rSat"},
+      {[&] { zs::satelliteStatesToKeplerian(zc::BEIDOU, s.r, Mat(2, 5), s.t, kepler); },
+       "satelliteStatesToGpsEphemeris: invalid size vSat"},
+      {[&] { zs::satelliteStatesToKeplerian(zc::GLONASS, s.r, s.v, s.t, kepler); },
+       "satelliteStatesToKeplerian: unsupported GNSS"},
+      {[&] { zs::keplerianToGpsEphemeris(Vec(16), g); },
+       "keplerianToGpsEphemeris: invalid size keplerian vector"},
+      {[&] { zs::keplerianToBeidouEphemeris(Vec(16), b); },
+       "keplerianToBeidouEphemeris: invalid size keplerian vector"}};
+  for (auto const& c : cases) EXPECT_DEATH(c.first(), zt::fatalArgument(c.second, fitSource));
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <initializer_list>
 #include <limits>
 #include <random>
@@ -65,25 +66,6 @@ template <class T>
 void expectWire(T const& value, Bytes const& expected) {
   EXPECT_EQ(encode(value), expected);
   EXPECT_TRUE(decode<T>(expected) == value);
-}
-
-// Every proper prefix fails, with the index at the end of the prefix. The
-// prefix is an exact-size heap copy, so a read past it is an ASan error.
-template <class T>
-void expectTruncationsFailFor(T const& value) {
-  Bytes const full = encode(value);
-  for (std::size_t n = 0; n < full.size(); ++n) {
-    Bytes const cut(full.begin(), full.begin() + n);
-    T target{};
-    unsigned index = 0;
-    EXPECT_FALSE(zs::deserialize(cut, index, target)) << n << " of " << full.size() << " bytes";
-    EXPECT_EQ(index, n);
-  }
-}
-
-template <class... T>
-void expectTruncationsFail(T const&... values) {
-  (expectTruncationsFailFor(values), ...);
 }
 
 double bitsToDouble(std::uint64_t bits) {
@@ -207,22 +189,32 @@ TEST(ScalarCodecs, TwosComplementWidthsAndOneByteBool) {
   expectWire(std::string(), {0, 0, 0, 0});
 }
 
-TEST(DoubleCodec, MantissaAndExponentWords) {
-  expectWire(1.0, wireDouble(1, 1));
-  expectWire(-1.0, wireDouble(-1, 1));
-  expectWire(0.75, wireDouble(kThreeQuartersMantissa, 0));
-  expectWire(-0.375, wireDouble(-kThreeQuartersMantissa, -1));
-  expectWire(0.0, wireDouble(0, 0));
+TEST(DoubleCodec, MantissaExponentWordsAndReservedForms) {
+  constexpr std::int32_t kReserved = std::numeric_limits<std::int32_t>::max();
+  double const inf = std::numeric_limits<double>::infinity();
+  std::pair<double, Bytes> const cases[] = {{1.0, wireDouble(1, 1)},
+                                            {-1.0, wireDouble(-1, 1)},
+                                            {0.75, wireDouble(kThreeQuartersMantissa, 0)},
+                                            {-0.375, wireDouble(-kThreeQuartersMantissa, -1)},
+                                            {0.0, wireDouble(0, 0)},
+                                            {inf, wireDouble(1, kReserved)},
+                                            {-inf, wireDouble(-1, kReserved)}};
+  for (auto const& c : cases) expectWire(c.first, c.second);
   EXPECT_EQ(encode(-0.0), wireDouble(0, 0));
   EXPECT_FALSE(std::signbit(decode<double>(wireDouble(0, 0))));
+  EXPECT_EQ(encode(std::numeric_limits<double>::quiet_NaN()), wireDouble(0, kReserved));
+  EXPECT_TRUE(std::isnan(decode<double>(wireDouble(0, kReserved))));
+  // The most negative mantissa has no positive counterpart; it must still decode.
+  EXPECT_TRUE(std::isfinite(decode<double>(wireDouble(std::numeric_limits<std::int64_t>::min(), 1))));
 }
 
 TEST(DoubleCodec, EveryFiniteDoubleRoundTripsBitForBit) {
-  std::vector<double> values = {std::numeric_limits<double>::max(),
-                                std::numeric_limits<double>::lowest(),
-                                std::numeric_limits<double>::min(),
-                                -std::numeric_limits<double>::min(),
-                                std::numeric_limits<double>::denorm_min(),
+  using L = std::numeric_limits<double>;
+  std::vector<double> values = {L::max(),
+                                L::lowest(),
+                                L::min(),
+                                -L::min(),
+                                L::denorm_min(),
                                 bitsToDouble(0x000FFFFFFFFFFFFFull),
                                 std::nextafter(1.0, 2.0),
                                 std::nextafter(1.0, 0.0)};
@@ -243,17 +235,6 @@ TEST(DoubleCodec, EveryFiniteDoubleRoundTripsBitForBit) {
     ASSERT_EQ(doubleToBits(viaChecked), doubleToBits(x)) << x;
     ASSERT_EQ(encode(x), raw);
   }
-}
-
-TEST(DoubleCodec, NonFiniteValuesHaveReservedForms) {
-  constexpr std::int32_t kReserved = std::numeric_limits<std::int32_t>::max();
-  double const inf = std::numeric_limits<double>::infinity();
-  expectWire(inf, wireDouble(1, kReserved));
-  expectWire(-inf, wireDouble(-1, kReserved));
-  EXPECT_EQ(encode(std::numeric_limits<double>::quiet_NaN()), wireDouble(0, kReserved));
-  EXPECT_TRUE(std::isnan(decode<double>(wireDouble(0, kReserved))));
-  // The most negative mantissa has no positive counterpart; it must still decode.
-  EXPECT_TRUE(std::isfinite(decode<double>(wireDouble(std::numeric_limits<std::int64_t>::min(), 1))));
 }
 
 TEST(RecordCodecs, BroadcastRecordsByteForByte) {
@@ -306,70 +287,56 @@ TEST(RecordCodecs, ModelRecordsByteForByte) {
                                    wire({{8, 4}, {9, 4}, {10, 4}, {11, 4}, {12, 4}, {13, 4}, {0, 4}}));
 }
 
-// Each wire byte belongs to one field, so corrupting any byte must change the
-// decoded record and equality must notice.
-template <class... T>
-void expectEveryByteMatters(T const&... values) {
-  auto const check = [](auto const& value) {
-    using Record = std::decay_t<decltype(value)>;
-    Bytes const good = encode(value);
-    EXPECT_TRUE(decode<Record>(good) == value);
-    for (std::size_t i = 0; i < good.size(); ++i) {
-      Bytes bad = good;
-      bad[i] ^= 0x5A;
-      Record const decoded = decode<Record>(bad);
-      EXPECT_FALSE(decoded == value) << "byte " << i;
-      EXPECT_TRUE(decoded != value) << "byte " << i;
+// Every proper prefix fails with the index at its end; the prefix is an
+// exact-size heap copy, so a read past it is an ASan error. In the broadcast
+// records each byte belongs to one field, so corrupting any byte must change
+// the decoded record and equality must notice.
+template <bool everyByteMatters, class T>
+void expectRobust(T const& value) {
+  Bytes const full = encode(value);
+  for (std::size_t n = 0; n < full.size(); ++n) {
+    T target{};
+    unsigned index = 0;
+    EXPECT_FALSE(zs::deserialize(Bytes(full.begin(), full.begin() + n), index, target)) << n;
+    EXPECT_EQ(index, n);
+    if constexpr (everyByteMatters) {
+      Bytes bad = full;
+      bad[n] ^= 0x5A;
+      T const decoded = decode<T>(bad);
+      EXPECT_TRUE(!(decoded == value) && decoded != value) << "byte " << n;
     }
-  };
-  (check(values), ...);
+  }
 }
 
-TEST(RecordEquality, ComparesEveryField) {
-  expectEveryByteMatters(gpsEphemeris(), beidouEphemeris(), glonassEphemeris(), gpsAlmanac(),
-                         glonassAlmanac(), beidouAlmanac());
-}
-
-TEST(Deserialize, EveryTruncationFailsAtTheEndOfInput) {
-  expectTruncationsFail(
-      gpsEphemeris(), beidouEphemeris(), glonassEphemeris(), gpsAlmanac(), glonassAlmanac(), beidouAlmanac(),
-      assistanceData(), zs::InertialFrameInfo{1.0, 2.0, matrix(3, 3, 0.5)},
-      zs::EopInfo{{1e-6, -2e-6}, matrix(3, 3, 1.0)}, zs::PredictorEvent{1e9, 3, zc::OK},
-      zs::TocPeriod{{1, 2, 3}, {4, 5, 6}, "x"}, zs::LeapInfo{86399, 1},
-      std::vector<zs::LeapInfo>{{86399, 1}, {172799, 2}}, zs::ClockModelParams{{1, 2, 3, 4, 5, 6}},
-      zs::Srp{{1, 2}}, zs::Eop{1, 2}, zs::AntennaPhase{{1, 2, 3}}, zs::PredictionErrorParams{{1, 2, 3}},
-      std::string("label"), zc::Toc{1, 2, 3}, zc::GLONASS, zc::OK, true, 0.1, 0xFFFFFFFFFFull);
-}
-
-TEST(Deserialize, ConsecutiveRecordsFromOneBuffer) {
-  Bytes b = encode(gpsAlmanac()) + encode(std::string("tail"));
-  unsigned index = 0;
-  zc::GpsAlmanac almanac;
-  std::string tail;
-  ASSERT_TRUE(zs::deserialize(b, index, almanac));
-  EXPECT_EQ(index, 48u);
-  ASSERT_TRUE(zs::deserialize(b, index, tail));
-  EXPECT_TRUE(almanac == gpsAlmanac());
-  EXPECT_EQ(tail, "tail");
-  EXPECT_FALSE(zs::deserialize(b, index, tail));
+TEST(Deserialize, TruncationsFailAndEveryByteCounts) {
+  auto const records = [](auto const&... values) { (expectRobust<true>(values), ...); };
+  auto const others = [](auto const&... values) { (expectRobust<false>(values), ...); };
+  records(gpsEphemeris(), beidouEphemeris(), glonassEphemeris(), gpsAlmanac(), glonassAlmanac(),
+          beidouAlmanac());
+  others(assistanceData(), zs::InertialFrameInfo{1.0, 2.0, matrix(3, 3, 0.5)},
+         zs::EopInfo{{1e-6, -2e-6}, matrix(3, 3, 1.0)}, zs::PredictorEvent{1e9, 3, zc::OK},
+         zs::TocPeriod{{1, 2, 3}, {4, 5, 6}, "x"}, zs::LeapInfo{86399, 1},
+         std::vector<zs::LeapInfo>{{86399, 1}, {172799, 2}}, zs::ClockModelParams{{1, 2, 3, 4, 5, 6}},
+         zs::Srp{{1, 2}}, zs::Eop{1, 2}, zs::AntennaPhase{{1, 2, 3}}, zs::PredictionErrorParams{{1, 2, 3}},
+         std::string("label"), zc::Toc{1, 2, 3}, zc::GLONASS, zc::OK, true, 0.1, 0xFFFFFFFFFFull);
 }
 
 TEST(Deserialize, CorruptCountsFailWithoutAllocating) {
   Bytes const hugeCount = wire({{0xFFFFFFFF, 4}, {0, 3}});
+  Bytes const hugeShape = wire({{0xFFFFFFFF, 4}, {0xFFFFFFFF, 4}, {0, 8}, {0, 4}});
   std::vector<zs::LeapInfo> leaps;
   std::string text;
   zs::Mat m;
-  unsigned index = 0;
-  EXPECT_FALSE(zs::deserialize(hugeCount, index, leaps));
-  EXPECT_EQ(index, hugeCount.size());
+  std::pair<Bytes const*, std::function<bool(unsigned&)>> const cases[] = {
+      {&hugeCount, [&](unsigned& i) { return zs::deserialize(hugeCount, i, leaps); }},
+      {&hugeCount, [&](unsigned& i) { return zs::deserialize(hugeCount, i, text); }},
+      {&hugeShape, [&](unsigned& i) { return zs::deserialize(hugeShape, i, m); }}};
+  for (auto const& c : cases) {
+    unsigned index = 0;
+    EXPECT_FALSE(c.second(index));
+    EXPECT_EQ(index, c.first->size());
+  }
   EXPECT_LE(leaps.size(), 1u);
-  index = 0;
-  EXPECT_FALSE(zs::deserialize(hugeCount, index, text));
-  EXPECT_EQ(index, hugeCount.size());
-  Bytes const hugeShape = wire({{0xFFFFFFFF, 4}, {0xFFFFFFFF, 4}, {0, 8}, {0, 4}});
-  index = 0;
-  EXPECT_FALSE(zs::deserialize(hugeShape, index, m));
-  EXPECT_EQ(index, hugeShape.size());
 }
 
 // Found by fuzzing: a shape with no elements but 2^28 or more rows made every

@@ -62,7 +62,6 @@ TEST(Sp3, EveryFileMatchesItsSourceAndItsOwnHeader) {
     ++checked;
   }
   EXPECT_GT(checked, 0);
-  std::printf("checked %d SP3 files\n", checked);
 }
 
 TEST(Sp3, HandCheckedValuesAndUnits) {

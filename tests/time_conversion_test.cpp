@@ -90,7 +90,6 @@ TEST(BeidouTime, EpochIsGpsWeek1356Plus14Seconds) {
   EXPECT_EQ(b, toc(0, 730, 3 * 86400 + 12345));  // 2020-01-01 is a Wednesday, week 730 began 2019-12-29
   EXPECT_EQ(zs::beidouToSecs(b), bdt);
   EXPECT_EQ(zs::secsToBeidou(8192 * WEEK), toc(1, 0, 0));
-  EXPECT_EQ(zs::beidouToSecs(toc(1, 2, 3)), 8192 * WEEK + 2 * WEEK + 3);
   EXPECT_EQ(zs::secsToBeidou(0.0), toc(0, 0, 0));
   EXPECT_EQ(zs::secsToBeidou(-5.0), toc(0, 0, 0));
 
@@ -101,8 +100,6 @@ TEST(BeidouTime, EpochIsGpsWeek1356Plus14Seconds) {
 }
 
 TEST(GlonassTime, FourYearPeriodsAround2000And2020) {
-  EXPECT_EQ(zs::glonassToSecs(toc(1, 0, 0)), 126230400.0);
-  EXPECT_EQ(zs::secsToGlonass(126230400.0), toc(1, 0, 0));
   EXPECT_EQ(zs::secsToGlonass(moscowSecs(2000, 1, 1)), toc(1, 0, 0));
   EXPECT_EQ(zs::secsToGlonass(moscowSecs(1999, 12, 31, DAY - 1)), toc(0, 1460, 86399));
   EXPECT_EQ(zs::secsToGlonass(moscowSecs(2020, 1, 1)), toc(6, 0, 0));
@@ -149,27 +146,25 @@ TEST(LeapSeconds, The2016LeapSecondComesOnlyFromTheTable) {
   EXPECT_EQ(zs::leapSeconds(last + 1.0e6, true, {}), 17);
   EXPECT_EQ(zs::leapSeconds(0.0, true, {}), 0);
 
-  // Any order; entries not after the last built-in one are ignored.
+  // In any order of the caller's table; entries not after the last built-in one are ignored.
   double const later = utcCount(2030, 6, 30, DAY - 1);  // hypothetical
-  std::vector<zs::LeapInfo> table{{static_cast<std::uint64_t>(later), 19},
-                                  {static_cast<std::uint64_t>(utcCount(2012, 6, 30, DAY - 1)), 99}};
-  table.push_back(table2016()[0]);
-  EXPECT_EQ(zs::leapSeconds(last, false, table), 17);
-  EXPECT_EQ(zs::leapSeconds(last + 18.0, true, table), 18);
-  EXPECT_EQ(zs::leapSeconds(later, false, table), 18);
-  EXPECT_EQ(zs::leapSeconds(later + 1.0, false, table), 19);
-  EXPECT_EQ(zs::leapSeconds(later + 19.0, true, table), 19);
-
-  // The answer does not depend on the order of the caller's table.
-  table.push_back({static_cast<std::uint64_t>(utcCount(2040, 12, 31, DAY - 1)), 18});
+  std::vector<zs::LeapInfo> const table{{static_cast<std::uint64_t>(later), 19},
+                                        {static_cast<std::uint64_t>(utcCount(2012, 6, 30, DAY - 1)), 99},
+                                        table2016()[0],
+                                        {static_cast<std::uint64_t>(utcCount(2040, 12, 31, DAY - 1)), 18}};
   std::vector<std::size_t> order{0, 1, 2, 3};
   double const y2041 = utcCount(2041, 1, 1);
-  std::pair<double, int> const probes[] = {{last, 17},         {last + 18.0, 18},  {later + 18.0, 18},
-                                           {later + 19.0, 19}, {y2041 + 18.0, 19}, {y2041 + 19.0, 18}};
+  struct Probe {
+    double t;
+    bool gps;
+    int expected;
+  } const probes[] = {{last, false, 17},        {last + 18.0, true, 18},  {later, false, 18},
+                      {later + 1.0, false, 19}, {later + 18.0, true, 18}, {later + 19.0, true, 19},
+                      {y2041 + 18.0, true, 19}, {y2041 + 19.0, true, 18}};
   do {
     std::vector<zs::LeapInfo> shuffled;
     for (std::size_t i : order) shuffled.push_back(table[i]);
-    for (auto const& [t, expected] : probes) EXPECT_EQ(zs::leapSeconds(t, true, shuffled), expected) << t;
+    for (Probe const& p : probes) EXPECT_EQ(zs::leapSeconds(p.t, p.gps, shuffled), p.expected) << p.t;
   } while (std::next_permutation(order.begin(), order.end()));
 }
 
@@ -225,19 +220,24 @@ TEST(ModifiedJulianDate, FromTocAndSeconds) {
 
 TEST(AdjustedTime, NearestNominalEpoch) {
   using zarn::core::GnssType;
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 3600.0), 7200.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 3599.0), 0.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 14400.25), 14400.25);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 7199.25), 7200.25);            // the fraction survives
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GPS, 1.0e6 * WEEK), 1.0e6 * WEEK);  // beyond 32 bits
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 1800.0), 2700.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 1799.0), 900.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 2700.4), 2700.4);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 3599.0), 2700.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GLONASS, 3600.0), 4500.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::BEIDOU, 1800.0), 3600.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::BEIDOU, 1799.0), 0.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::BEIDOU, 7200.0), 7200.0);
-  EXPECT_EQ(zs::getAdjustedTime(zarn::core::GALILEO, 1799.0), 1799.0);
-  EXPECT_EQ(zs::getAdjustedTime(static_cast<GnssType>(0), 1799.0), 1799.0);
+  // GPS every 2 h, GLONASS at 15 and 45 min, BeiDou hourly; the fraction survives, no 32-bit wrap.
+  struct Case {
+    GnssType type;
+    double t, expected;
+  } const cases[] = {{zarn::core::GPS, 3600.0, 7200.0},
+                     {zarn::core::GPS, 3599.0, 0.0},
+                     {zarn::core::GPS, 14400.25, 14400.25},
+                     {zarn::core::GPS, 7199.25, 7200.25},
+                     {zarn::core::GPS, 1.0e6 * WEEK, 1.0e6 * WEEK},
+                     {zarn::core::GLONASS, 1800.0, 2700.0},
+                     {zarn::core::GLONASS, 1799.0, 900.0},
+                     {zarn::core::GLONASS, 2700.4, 2700.4},
+                     {zarn::core::GLONASS, 3599.0, 2700.0},
+                     {zarn::core::GLONASS, 3600.0, 4500.0},
+                     {zarn::core::BEIDOU, 1800.0, 3600.0},
+                     {zarn::core::BEIDOU, 1799.0, 0.0},
+                     {zarn::core::BEIDOU, 7200.0, 7200.0},
+                     {zarn::core::GALILEO, 1799.0, 1799.0},
+                     {static_cast<GnssType>(0), 1799.0, 1799.0}};
+  for (Case const& c : cases) EXPECT_EQ(zs::getAdjustedTime(c.type, c.t), c.expected) << c.type << " " << c.t;
 }

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
+#include <utility>
 
 #include "support/test_support.hpp"
 #include "support/vectors.hpp"
@@ -30,64 +32,29 @@ zs::AssistanceData withOutages(std::vector<zs::TocPeriod> outages) {
 
 }  // namespace
 
-TEST(Texts, StatusStateAndConstellation) {
-  EXPECT_EQ(zs::toString(zc::OK), "OK");
-  EXPECT_EQ(zs::toString(zc::PREDICTION_ERROR_OUT_OF_BOUNDS), "PREDICTION ERROR OUT-OF-BOUNDS");
-  EXPECT_EQ(zs::toString(zc::CORRUPTED_DATA), "CORRUPTED DATA");
-  EXPECT_EQ(zs::toString(static_cast<zc::Status>(18)), "MISSING INITIALIZATION PARAMETERS");
-  for (unsigned v : {0u, 17u, 19u})
-    EXPECT_EQ(zs::toString(static_cast<zc::Status>(v)), "UNKNOWN STATUS") << v;
-  EXPECT_EQ(zs::toString(zc::GOOD), "GOOD");
-  EXPECT_EQ(zs::toString(zc::BAD), "BAD");
-  EXPECT_EQ(zs::toString(static_cast<zc::GnssState>(0)), "UNKNOWN STATE");
-  EXPECT_EQ(zs::toString(static_cast<zc::GnssState>(4)), "UNKNOWN STATE");
-  EXPECT_EQ(zs::toString(zc::BEIDOU), "BEIDOU");
-  EXPECT_EQ(zs::toString(static_cast<zc::GnssType>(4)), "GALILEO");
-  EXPECT_EQ(zs::toString(static_cast<zc::GnssType>(0)), "UNKNOWN GNSS");
-  EXPECT_EQ(zs::toString(static_cast<zc::GnssType>(5)), "UNKNOWN GNSS");
-}
-
-TEST(SvIds, RangesAndValidity) {
-  using SvRange = std::pair<std::uint16_t, std::uint16_t>;
-  EXPECT_EQ(zs::getSvIdRange(zc::GLONASS), SvRange(1, 24));
-  EXPECT_EQ(zs::getSvIdRange(static_cast<zc::GnssType>(7)), SvRange(0, 0));
-  EXPECT_FALSE(zs::validSvId(zc::GPS, 0));
-  EXPECT_TRUE(zs::validSvId(zc::GPS, 32));
-  EXPECT_FALSE(zs::validSvId(zc::GPS, 33));
-  EXPECT_FALSE(zs::validSvId(zc::GLONASS, 25));
-  EXPECT_TRUE(zs::validSvId(zc::BEIDOU, 14));
-  EXPECT_FALSE(zs::validSvId(zc::BEIDOU, 15));
-  EXPECT_TRUE(zs::validSvId(zc::GALILEO, 30));
-  EXPECT_FALSE(zs::validSvId(static_cast<zc::GnssType>(5), 1));
-  EXPECT_FALSE(zs::validSvId(static_cast<zc::GnssType>(0), 0));
-}
-
 TEST(Outages, InstantAndIntervalOnTocOrder) {
   EXPECT_FALSE(zs::isWithinOutage(Toc{0, 0, 0}, zs::makeZeroAssistanceData()));
-  // Crosses a GPS cycle: {0, 1023, ...} precedes {1, 0, ...}.
+  // Crosses a GPS cycle: {0, 1023, ...} precedes {1, 0, ...}. Bounds count; intervals are [t0, t1).
   zs::AssistanceData const data = withOutages({{Toc{0, 1023, 500000}, Toc{1, 0, 1000}, "a"},
                                                {Toc{1, 5, 100}, Toc{1, 5, 200}, "b"},
                                                {Toc{1, 7, 0}, Toc{1, 7, 0}, "c"}});
-  EXPECT_TRUE(zs::isWithinOutage(Toc{0, 1023, 500000}, data));  // start counts
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 0, 1000}, data));       // so does stop
-  EXPECT_TRUE(zs::isWithinOutage(Toc{0, 1023, 604799}, data));
-  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 0, 1001}, data));
-  EXPECT_FALSE(zs::isWithinOutage(Toc{0, 1022, 600000}, data));
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 150}, data));
-  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 4, 150}, data));
-
-  // Intervals are [t0, t1).
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 0}, Toc{1, 5, 101}, data));   // start inside
-  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 5, 0}, Toc{1, 5, 100}, data));  // start at t1
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 200}, Toc{1, 6, 0}, data));   // stop at t0
-  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 5, 201}, Toc{1, 6, 0}, data));
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 120}, Toc{1, 5, 130}, data));  // covered
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 100}, Toc{1, 5, 200}, data));
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 5, 150}, Toc{1, 5, 200}, data));  // covered up to t1
-  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 6, 0}, Toc{1, 7, 0}, data));     // empty outage at t1
-  EXPECT_TRUE(zs::isWithinOutage(Toc{1, 7, 0}, data));
-  EXPECT_TRUE(zs::isWithinOutage(Toc{0, 1000, 0}, Toc{2, 0, 0}, data));  // holds both
-  EXPECT_FALSE(zs::isWithinOutage(Toc{1, 1, 0}, Toc{1, 5, 0}, data));
+  struct Instant {
+    Toc t;
+    bool in;
+  } const instants[] = {{{0, 1023, 500000}, true}, {{1, 0, 1000}, true},       {{0, 1023, 604799}, true},
+                        {{1, 0, 1001}, false},     {{0, 1022, 600000}, false}, {{1, 5, 150}, true},
+                        {{1, 4, 150}, false},      {{1, 7, 0}, true}};
+  for (Instant const& c : instants)
+    EXPECT_EQ(zs::isWithinOutage(c.t, data), c.in) << c.t.second << " " << c.t.third;
+  struct Interval {
+    Toc t0, t1;
+    bool in;
+  } const intervals[] = {
+      {{1, 5, 0}, {1, 5, 101}, true},  {{1, 5, 0}, {1, 5, 100}, false},  {{1, 5, 200}, {1, 6, 0}, true},
+      {{1, 5, 201}, {1, 6, 0}, false}, {{1, 5, 120}, {1, 5, 130}, true}, {{1, 5, 150}, {1, 5, 200}, true},
+      {{1, 6, 0}, {1, 7, 0}, false},   {{0, 1000, 0}, {2, 0, 0}, true},  {{1, 1, 0}, {1, 5, 0}, false}};
+  for (Interval const& c : intervals)
+    EXPECT_EQ(zs::isWithinOutage(c.t0, c.t1, data), c.in) << c.t0.second << " " << c.t0.third;
 }
 
 TEST(Ura, PublishedTablesAndTheirEdges) {
@@ -155,12 +122,11 @@ TEST(Errors, PredictionRtnOfAnInclinedOrbit) {
 }
 
 TEST(UtilityDeathTest, WrongVectorSizesAreFatal) {
-  Vec const three(3, 1.0);
-  Vec const two(2, 1.0);
-  char const* path = "libs/support/src/utility";
-  EXPECT_DEATH(zs::distance(two, three), zarn::test::fatalArgument("distance: invalid size", path));
-  EXPECT_DEATH(zs::sisreError(two, 0.0, zc::GPS, zs::MEO),
-               zarn::test::fatalArgument("sisreError: invalid size rtn", path));
-  EXPECT_DEATH(zs::predictionRtn(three, two, three),
-               zarn::test::fatalArgument("predictionRtn: invalid size velocity", path));
+  Vec const three(3, 1.0), two(2, 1.0);
+  std::pair<std::function<void()>, char const*> const cases[] = {
+      {[&] { zs::distance(two, three); }, "distance: invalid size"},
+      {[&] { zs::sisreError(two, 0.0, zc::GPS, zs::MEO); }, "sisreError: invalid size rtn"},
+      {[&] { zs::predictionRtn(three, two, three); }, "predictionRtn: invalid size velocity"}};
+  for (auto const& c : cases)
+    EXPECT_DEATH(c.first(), zarn::test::fatalArgument(c.second, "libs/support/src/utility"));
 }

@@ -87,33 +87,29 @@ TEST(ValidKeplerian, BeidouHarmonicsAre18Bit) {
   EXPECT_FALSE(zs::validBeidouEphemeris(k));
 }
 
+// BeiDou: the GPS-scale toe is moved 14 s back to BDT, which must be a multiple of 8 s.
 TEST(ValidKeplerian, ReferenceTimeChecks) {
-  Vec k = gpsVector();
-  k(15) = 604784.0;
-  EXPECT_TRUE(zs::validGpsEphemeris(k));
-  {
-    k(15) = 604800.0;
+  struct Case {
+    bool beidou;
+    double toe;
+    char const* log;  // empty: valid
+  } const cases[] = {
+      {false, 604784.0, ""},
+      {false, 604800.0, "ERROR/Validation: validGpsEphemeris: invalid keplerian element toe=604800\n"},
+      {false, 8.0, "ERROR/Validation: validGpsEphemeris: invalid toe 8 (not multiple of 16)\n"},
+      {true, 259214.0, ""},
+      {true, 259200.0, "ERROR/Validation: validBeidouEphemeris: invalid toe 259186 (not multiple of 8)\n"},
+      {true, 8.0, nullptr}};  // 604794 s of the previous BeiDou week: inside the week, not a multiple of 8
+  for (Case const& c : cases) {
+    Vec k = gpsVector();
+    k(15) = c.toe;
     Log log;
-    EXPECT_FALSE(zs::validGpsEphemeris(k));
-    EXPECT_EQ(log.text(), "ERROR/Validation: validGpsEphemeris: invalid keplerian element toe=604800\n");
+    EXPECT_EQ(c.beidou ? zs::validBeidouEphemeris(k) : zs::validGpsEphemeris(k), c.log != nullptr && !*c.log);
+    std::string const text = log.text();
+    if (c.log != nullptr) {
+      EXPECT_EQ(text, c.log) << c.toe;
+    }
   }
-  {
-    k(15) = 8.0;
-    Log log;
-    EXPECT_FALSE(zs::validGpsEphemeris(k));
-    EXPECT_EQ(log.text(), "ERROR/Validation: validGpsEphemeris: invalid toe 8 (not multiple of 16)\n");
-  }
-  // BeiDou: the GPS-scale toe is moved 14 s back to BDT, which must be a multiple of 8 s.
-  k(15) = 259214.0;
-  EXPECT_TRUE(zs::validBeidouEphemeris(k));
-  {
-    k(15) = 259200.0;  // 259186 s BDT
-    Log log;
-    EXPECT_FALSE(zs::validBeidouEphemeris(k));
-    EXPECT_EQ(log.text(), "ERROR/Validation: validBeidouEphemeris: invalid toe 259186 (not multiple of 8)\n");
-  }
-  k(15) = 8.0;  // 604794 s of the previous BeiDou week: not a multiple of 8, but inside the week
-  EXPECT_FALSE(zs::validBeidouEphemeris(k));
 }
 
 TEST(ValidKeplerian, EveryFailureLoggedInIndexOrderAndSizeChecked) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "support/broadcast_records.hpp"
 #include "zarn/core/records.hpp"
 #include "zarn/support/math.hpp"
 
@@ -22,23 +23,12 @@ constexpr double kWeek = 604800.0;          // s
 template <typename Record>
 support::Vec keplerOf(Record const& e, double harmonicAngle, double harmonicRadius) {
   double const sc = kIcdPi * std::ldexp(1.0, -31), rate = kIcdPi * std::ldexp(1.0, -43);
-  double const v[15] = {e.sqrtA * std::ldexp(1.0, -19),
-                        e.e * std::ldexp(1.0, -33),
-                        e.i0 * sc,
-                        e.omega0 * sc,
-                        e.omega * sc,
-                        e.m0 * sc,
-                        e.deltaN * rate,
-                        e.iDot * rate,
-                        e.omegaDot * rate,
-                        e.cuc * harmonicAngle,
-                        e.cus * harmonicAngle,
-                        e.crc * harmonicRadius,
-                        e.crs * harmonicRadius,
-                        e.cic * harmonicAngle,
-                        e.cis * harmonicAngle};
+  double const a = harmonicAngle, r = harmonicRadius;
+  double const scale[15] = {
+      std::ldexp(1.0, -19), std::ldexp(1.0, -33), sc, sc, sc, sc, rate, rate, rate, a, a, r, r, a, a};
+  Words const w = words(e);
   support::Vec k(15);
-  for (unsigned i = 0; i < 15; ++i) k(i) = v[i];
+  for (unsigned i = 0; i < 15; ++i) k(i) = static_cast<double>(w.w[i]) * scale[i];
   return k;
 }
 

@@ -4,6 +4,7 @@
 #define ZARN_TESTS_BROADCAST_RECORDS_HPP
 
 #include <cstdint>
+#include <type_traits>
 
 #include "zarn/core/records.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
@@ -27,21 +28,10 @@ template <typename Record>
 Record withWords(core::Toc const& toe, Words const& w) {
   Record e;
   e.toe = toe;
-  e.sqrtA = static_cast<decltype(e.sqrtA)>(w.w[0]);
-  e.e = static_cast<decltype(e.e)>(w.w[1]);
-  e.i0 = static_cast<decltype(e.i0)>(w.w[2]);
-  e.omega0 = static_cast<decltype(e.omega0)>(w.w[3]);
-  e.omega = static_cast<decltype(e.omega)>(w.w[4]);
-  e.m0 = static_cast<decltype(e.m0)>(w.w[5]);
-  e.deltaN = static_cast<decltype(e.deltaN)>(w.w[6]);
-  e.iDot = static_cast<decltype(e.iDot)>(w.w[7]);
-  e.omegaDot = static_cast<decltype(e.omegaDot)>(w.w[8]);
-  e.cuc = static_cast<decltype(e.cuc)>(w.w[9]);
-  e.cus = static_cast<decltype(e.cus)>(w.w[10]);
-  e.crc = static_cast<decltype(e.crc)>(w.w[11]);
-  e.crs = static_cast<decltype(e.crs)>(w.w[12]);
-  e.cic = static_cast<decltype(e.cic)>(w.w[13]);
-  e.cis = static_cast<decltype(e.cis)>(w.w[14]);
+  int k = 0;
+  auto const set = [&](auto& field) { field = static_cast<std::decay_t<decltype(field)>>(w.w[k++]); };
+  set(e.sqrtA), set(e.e), set(e.i0), set(e.omega0), set(e.omega), set(e.m0), set(e.deltaN), set(e.iDot);
+  set(e.omegaDot), set(e.cuc), set(e.cus), set(e.crc), set(e.crs), set(e.cic), set(e.cis);
   return e;
 }
 

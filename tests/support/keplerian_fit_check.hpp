@@ -68,13 +68,9 @@ std::int64_t largestWordDifference(Record const& a, Record const& b) {
   return d;
 }
 
-template <typename Record>
-double toeGps(Record const& e);
-template <>
 inline double toeGps(core::GpsEphemeris const& e) {
   return support::gpsToGpsSecs(e.toe);
 }
-template <>
 inline double toeGps(core::BeidouEphemeris const& e) {
   return support::beidouSecsToGpsSecs(support::beidouToSecs(e.toe));
 }
