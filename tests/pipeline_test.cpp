@@ -333,9 +333,18 @@ TEST(PipelineTest, ConstellationGivesGeoAndIgsoTheOthersPole) {
   double const arcsecond = 4.84813681109536e-6;
   EXPECT_NEAR(std::hypot(c.heldPole.xp, c.heldPole.yp) / arcsecond, 0.4, 0.1);
   EXPECT_EQ(c.heldPole.xp, 0.5 * (c.satellites[1].pole.xp + c.satellites[2].pole.xp));
+  // One UT1 rate for all: the median of the GPS estimates, and a length of day
+  // within the 0 to 2.5 ms the Earth kept through 2019 (IERS EOP C04).
+  EXPECT_EQ(c.ut1RateEstimates, 2u);
+  EXPECT_EQ(c.satellites[1].ut1Rate, c.ut1Rate);
+  EXPECT_EQ(c.satellites[0].ut1Rate, c.ut1Rate);
+  EXPECT_GT(-c.ut1Rate * 86400.0, 0.0);
+  EXPECT_LT(-c.ut1Rate * 86400.0, 2.5e-3);
   zh::PipelineOptions direct = o.pipeline;
   direct.fitEnd = c.fitEnd;
   direct.pole = c.heldPole;
+  direct.estimateUt1Rate = false;
+  direct.ut1Rate = c.ut1Rate;
   zh::SatellitePrediction const igso = zh::predictFromSp3(orbit, {'C', 8}, direct);
   EXPECT_EQ(c.satellites[0].sampleRms, igso.sampleRms);
   EXPECT_LT(igso.sampleRms, 15.0);

@@ -151,13 +151,14 @@ std::unique_ptr<support::ForceModel> copyModel(support::BinaryData const& bytes)
 // Steps the model's integrator on from where it stands, one step per epoch, and
 // gives the Earth-fixed positions at `epochs` (the epochs of those steps, in
 // order); with antenna, of the antenna phase centre. False when it stops short.
-bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, bool antenna, Mat& positions) {
+bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, bool antenna, double ut1Rate,
+                    Mat& positions) {
   unsigned const steps = static_cast<unsigned>(epochs.size());
   Mat velocities(3, steps);
   positions.resize(3, steps, false);
   support::OdeFunGj8 ode(model);
   if (model.getGj8Integrator().gj8Propagate(ode, positions, velocities, steps) != steps) return false;
-  support::int0StatesToItrs(model, epochs, leap, antenna, positions, velocities);
+  support::int0StatesToItrs(model, epochs, leap, antenna, ut1Rate, positions, velocities);
   return true;
 }
 
@@ -170,6 +171,8 @@ struct Estimation {
   support::Eop pole;
   support::Srp srp;  // the radiation-pressure parameters propagated with
   bool srpEstimated = false;
+  double ut1Rate = 0;  // s/s, the drift the state was fitted with
+  bool ut1RateEstimated = false;
   std::string srpNote;        // why the block defaults were kept, when they were
   support::BinaryData model;  // the serialized force model, ready to propagate
   double rms = 0;
@@ -222,12 +225,16 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     if (s.t.back() - s.t.front() + 1e-9 < kMinSrpArc) {
       refusal = "arc of " + hoursText(s.t.back() - s.t.front()) + ", need " + hoursText(kMinSrpArc);
     } else {
-      support::BatchEstimate const b = support::estimateInitialStateBatch(
-          times, positions, velocities, o.pole, !holdsPole(type), o.srpSigma, *model, true);
+      bool const rateFree = o.estimateUt1Rate && !holdsPole(type);
+      support::BatchEstimate const b =
+          support::estimateInitialStateBatch(times, positions, velocities, o.pole, !holdsPole(type),
+                                             o.srpSigma, rateFree, o.ut1Rate, *model, true);
       refusal = srpRefusal(b);
       if (refusal.empty()) {
         e.state = b.state;
         e.pole = b.pole;
+        e.ut1Rate = b.ut1Rate;
+        e.ut1RateEstimated = rateFree;
         e.srp[0] = b.state(6);
         e.srp[1] = b.state(7);
         e.srpEstimated = true;
@@ -262,7 +269,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   for (std::size_t j = 0; j + 1 < n; ++j) epochs(j) = s.t[n - 2 - j];
   Mat earthFixed;
   if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -o.sampleStep) != 0 ||
-      !stepEarthFixed(*back, epochs, leap, false, earthFixed)) {
+      !stepEarthFixed(*back, epochs, leap, false, e.ut1Rate, earthFixed)) {
     return e;
   }
   double sum = 0.0;
@@ -403,7 +410,7 @@ enum class WindowOutcome { kept, fitFailed, refused, stalled };
 // 16-bit field; a longer arc separates them better. It comes from a fresh
 // integrator so the interleaved ones keep their place.
 WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support::BinaryData const& estimated,
-                        RecordFields const& fields, Ephemeris& out) {
+                        double ut1Rate, RecordFields const& fields, Ephemeris& out) {
   core::GnssType const gnss = gnssType(fields.sat.system);
   double const h = plan.step;
   Vec unused(3), kepler(17), position(3), velocity(3);
@@ -411,7 +418,7 @@ WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support:
   bool const fresh = lane.model->getGj8Integrator().getTotalSteps() == 0;
   double const t0 = fresh ? lane.reached : lane.reached - (plan.samples / 2) * h;
   int const made = support::propagateSatellite(gnss, t0, plan.target(toe), h, plan.samples, unused, unused,
-                                               *lane.model, kepler, position, velocity, epoch);
+                                               *lane.model, ut1Rate, kepler, position, velocity, epoch);
   lane.reached = plan.last(toe);
   if (made == 0) return WindowOutcome::stalled;
   bool fitted = made > 0;
@@ -420,7 +427,7 @@ WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support:
   std::unique_ptr<support::ForceModel> retry = copyModel(estimated);
   fitted = retry && support::propagateSatellite(gnss, plan.start, plan.target(toe), h,
                                                 plan.samples + kRetryExtraSamples, unused, unused, *retry,
-                                                kepler, position, velocity, epoch) > 0;
+                                                ut1Rate, kepler, position, velocity, epoch) > 0;
   if (!fitted) return WindowOutcome::fitFailed;
   return encode(kepler, toe, fields, out) ? WindowOutcome::kept : WindowOutcome::refused;
 }
@@ -429,7 +436,7 @@ WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support:
 // window, from an independent continuous propagation of the same estimate;
 // infinite when that propagation fails.
 double maxFitResidual(std::vector<Ephemeris> const& predicted, WindowPlan const& plan,
-                      support::BinaryData const& estimated, int leap, bool antenna) {
+                      support::BinaryData const& estimated, int leap, bool antenna, double ut1Rate) {
   std::unique_ptr<support::ForceModel> check = copyModel(estimated);
   long long const steps = plan.column(plan.last(plan.toes.back())) + 1;
   if (!check || steps <= 0) return std::numeric_limits<double>::infinity();
@@ -439,7 +446,7 @@ double maxFitResidual(std::vector<Ephemeris> const& predicted, WindowPlan const&
   for (std::size_t j = 0; j < epochs.size(); ++j)
     epochs(j) = plan.start + static_cast<double>(j + 1) * plan.step;
   Mat reference;
-  if (!stepEarthFixed(*check, epochs, leap, antenna, reference))
+  if (!stepEarthFixed(*check, epochs, leap, antenna, ut1Rate, reference))
     return std::numeric_limits<double>::infinity();
   double worst = 0.0;
   Vec pos(3), vel(3);
@@ -493,6 +500,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   result.pole = best.pole;
   result.srp = best.srp;
   result.srpEstimated = best.srpEstimated;
+  result.ut1Rate = best.ut1Rate;
+  result.ut1RateEstimated = best.ut1RateEstimated;
   if (!best.srpNote.empty()) result.notes.push_back(toString(result.sat) + ": " + best.srpNote);
   result.sampleRms = best.rms;
   if (result.sampleRms > kSampleRmsWarning) {
@@ -501,6 +510,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
                   toString(result.sat).c_str(), result.sampleRms);
     result.notes.push_back(text);
   }
+
+  if (o.estimateOnly) return;
 
   // The integrator starts at the middle sample.
   WindowPlan const plan = planWindows(o, result.sat.system, s.t[n / 2]);
@@ -519,7 +530,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   for (std::size_t i = 0; i < plan.toes.size(); ++i) {
     double const toe = plan.toes[i];
     Ephemeris e;
-    WindowOutcome const outcome = fitWindow(lanes[i % plan.interleave], toe, plan, best.model, fields, e);
+    WindowOutcome const outcome =
+        fitWindow(lanes[i % plan.interleave], toe, plan, best.model, best.ut1Rate, fields, e);
     if (outcome == WindowOutcome::stalled) {
       // The integrator did not move: later windows would be mislabelled.
       result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
@@ -539,7 +551,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   result.propagateSeconds = cpu2 - cpu1;
 
   if (o.checkFit && !result.predicted.empty()) {
-    result.maxFitResidual = maxFitResidual(result.predicted, plan, best.model, leap, o.antennaOffset);
+    result.maxFitResidual =
+        maxFitResidual(result.predicted, plan, best.model, leap, o.antennaOffset, best.ut1Rate);
   }
   result.cpuSeconds = threadCpuSeconds() - cpu0;
 }
@@ -557,6 +570,14 @@ support::BeidouSvType orbitType(std::vector<Ephemeris> const& records) {
   return svType(*latest);
 }
 
+namespace {
+double median(std::vector<double>& v) {
+  std::sort(v.begin(), v.end());
+  std::size_t const h = v.size() / 2;
+  return v.size() % 2 == 1 ? v[h] : 0.5 * (v[h - 1] + v[h]);
+}
+}  // namespace
+
 support::Eop medianPole(std::vector<SatellitePrediction> const& predictions) {
   std::vector<double> xp, yp;
   for (SatellitePrediction const& p : predictions) {
@@ -566,14 +587,17 @@ support::Eop medianPole(std::vector<SatellitePrediction> const& predictions) {
   }
   support::Eop pole;
   if (xp.empty()) return pole;
-  auto median = [](std::vector<double>& v) {
-    std::sort(v.begin(), v.end());
-    std::size_t const h = v.size() / 2;
-    return v.size() % 2 == 1 ? v[h] : 0.5 * (v[h - 1] + v[h]);
-  };
   pole.xp = median(xp);
   pole.yp = median(yp);
   return pole;
+}
+
+double medianUt1Rate(std::vector<SatellitePrediction> const& predictions) {
+  std::vector<double> rates;
+  for (SatellitePrediction const& p : predictions) {
+    if (p.skipReason.empty() && p.ut1RateEstimated) rates.push_back(p.ut1Rate);
+  }
+  return rates.empty() ? 0.0 : median(rates);
 }
 
 std::string validate(PipelineOptions const& o) {
@@ -759,7 +783,7 @@ ConstellationPrediction predictAll(
   for (std::size_t i = 0; i < types.size(); ++i) (holdsPole(types[i]) ? holding : estimating).push_back(i);
   std::atomic<std::size_t> done{0};
   if (o.progress && !types.empty()) o.progress(0, types.size());
-  auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options) {
+  auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options, bool report) {
     std::atomic<std::size_t> next{0};
     auto worker = [&]() {
       for (std::size_t k = next++; k < which.size(); k = next++) {
@@ -771,7 +795,7 @@ ConstellationPrediction predictAll(
           p.sat = sats[which[k]];
           p.skipReason = std::string("prediction failed: ") + e.what();
         }
-        if (o.progress) o.progress(++done, types.size());
+        if (o.progress && report) o.progress(++done, types.size());
       }
     };
     std::vector<std::thread> threads;
@@ -781,9 +805,24 @@ ConstellationPrediction predictAll(
   };
   PipelineOptions options = o.pipeline;
   options.fitEnd = fitEnd;
-  run(estimating, options);
+  bool const rateFirst = options.estimateUt1Rate && options.estimateSrp;
+  options.estimateOnly = rateFirst;
+  run(estimating, options, !rateFirst);
+  options.estimateOnly = o.pipeline.estimateOnly;
+  result.ut1Rate = options.ut1Rate;
+  if (rateFirst) {
+    // One Earth: every satellite takes the median rate, those that estimated
+    // their own are estimated again with it held.
+    result.ut1RateEstimates = static_cast<std::size_t>(std::count_if(
+        result.satellites.begin(), result.satellites.end(),
+        [](SatellitePrediction const& p) { return p.skipReason.empty() && p.ut1RateEstimated; }));
+    if (result.ut1RateEstimates > 0) result.ut1Rate = medianUt1Rate(result.satellites);
+    options.estimateUt1Rate = false;
+    options.ut1Rate = result.ut1Rate;
+    run(estimating, options, true);
+  }
   options.pole = medianPole(result.satellites);
-  run(holding, options);
+  run(holding, options, true);
   result.poleHolders = holding.size();
   result.heldPole = options.pole;
   return result;

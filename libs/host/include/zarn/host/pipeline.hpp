@@ -64,6 +64,15 @@ struct PipelineOptions {
   // samples cannot separate it from the orbit: give those the pole estimated
   // for the others (at 42000 km a pole of 0.4" is 80 m).
   support::Eop pole;
+  // The Earth's rotation drifts from the uniform one by the length-of-day
+  // excess, about 1 ms a day: 13 m at GPS height after a week. With
+  // estimateUt1Rate (and estimateSrp) the satellites that estimate the pole also
+  // estimate d(UT1 - UTC)/dt; otherwise, and for the others, ut1Rate (s/s) is
+  // held.
+  bool estimateUt1Rate = true;
+  double ut1Rate = 0.0;
+  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass).
+  bool estimateOnly = false;
 };
 
 // Empty when the options can be used; otherwise what is wrong with them.
@@ -84,10 +93,12 @@ struct SatellitePrediction {
                               // ephemeris and the propagated states of its window
                               // (infinite when that propagation fails)
   support::BeidouSvType svType = support::UNDEFINED_SAT_TYPE;
-  support::Eop pole;          // the estimated (or held) pole (rad)
-  support::Srp srp;           // radiation-pressure parameters propagated with (AssistanceData.srp)
-  bool srpEstimated = false;  // srp estimated from the samples rather than the block defaults
-  double cpuSeconds = 0;      // thread CPU time of the whole prediction
+  support::Eop pole;              // the estimated (or held) pole (rad)
+  support::Srp srp;               // radiation-pressure parameters propagated with (AssistanceData.srp)
+  bool srpEstimated = false;      // srp estimated from the samples rather than the block defaults
+  double ut1Rate = 0.0;           // d(UT1 - UTC)/dt (s/s) the prediction was converted with
+  bool ut1RateEstimated = false;  // ut1Rate estimated from this satellite's samples
+  double cpuSeconds = 0;          // thread CPU time of the whole prediction
   double estimateSeconds = 0, propagateSeconds = 0;  // of which: estimation, propagation and fit
 };
 
@@ -132,7 +143,14 @@ struct ConstellationPrediction {
   std::vector<SatellitePrediction> satellites;  // the selected satellites, in input order
   std::size_t poleHolders = 0;                  // satellites that held the pole (BeiDou GEO, IGSO)
   support::Eop heldPole;                        // the pole they held: medianPole of the others
+  // d(UT1 - UTC)/dt (s/s) of every prediction: the median of the satellites'
+  // own estimates (each re-estimated with it held), or the one given.
+  double ut1Rate = 0.0;
+  std::size_t ut1RateEstimates = 0;  // satellites behind that median
 };
+
+// The median d(UT1 - UTC)/dt of the satellites that estimated it (0 when none did).
+double medianUt1Rate(std::vector<SatellitePrediction> const& predictions);
 
 // Every selected satellite of the input, `threads` at a time. The satellites
 // that hold the pole run after the others and take their median pole.
