@@ -353,3 +353,39 @@ TEST(PipelineTest, ConstellationGivesGeoAndIgsoTheOthersPole) {
     EXPECT_TRUE(c.satellites[0].predicted[i].beidou == igso.predicted[i].beidou) << i;
   }
 }
+
+// Bad records inside the arc: G05's precise positions of 02:00-05:45 moved 200 m
+// radially, as a span of wrong records would. No orbit passes through them, so
+// the prediction starts from the later half of the day, says so, and fits it as
+// well as the untouched orbit fits the whole day; the untouched orbit keeps it.
+TEST(PipelineTest, BadSpanInTheArcIsCutOff) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  zh::Sp3Data clean = zh::readSp3(day1);
+  zh::Sp3Data bad = clean;
+  double const from = gpsTime("2019-04-07T02:00:00"), to = gpsTime("2019-04-07T05:45:00");
+  for (zh::Sp3Epoch& epoch : bad.epochs) {
+    if (epoch.time < from || epoch.time > to) continue;
+    for (zh::Sp3Entry& e : epoch.entries) {
+      if (e.system != 'G' || e.prn != 5) continue;
+      double const r = std::sqrt(e.position[0] * e.position[0] + e.position[1] * e.position[1] +
+                                 e.position[2] * e.position[2]);
+      for (double& x : e.position) x *= (r + 200.0) / r;
+    }
+  }
+  zh::PipelineOptions o;
+  o.days = 1;
+  o.fitEnd = gpsTime("2019-04-07T23:45:00");
+  zh::SatellitePrediction const good = zh::predictFromSp3(zh::Sp3Orbit({clean}), {'G', 5}, o);
+  zh::SatellitePrediction const cut = zh::predictFromSp3(zh::Sp3Orbit({bad}), {'G', 5}, o);
+  ASSERT_TRUE(good.skipReason.empty() && cut.skipReason.empty());
+  EXPECT_EQ(good.fitStart, gpsTime("2019-04-07T00:00:00") + 900.0);
+  EXPECT_LT(good.sampleRms, 1.0);
+  EXPECT_GT(cut.fitStart, to);
+  EXPECT_EQ(cut.fitEnd, good.fitEnd);
+  EXPECT_LT(cut.sampleRms, 1.0);
+  ASSERT_FALSE(cut.notes.empty());
+  EXPECT_NE(cut.notes.back().find("G05: the orbit misses the "), std::string::npos) << cut.notes.back();
+  EXPECT_NE(cut.notes.back().find("; fitted from 2019-04-07 11:45:00 only"), std::string::npos)
+      << cut.notes.back();
+  EXPECT_EQ(cut.predicted.size(), good.predicted.size());
+}
