@@ -19,6 +19,7 @@
 #include "zarn/host/screening.hpp"
 #include "zarn/host/sp3.hpp"
 #include "zarn/host/sp3_orbit.hpp"
+#include "zarn/support/utility.hpp"
 
 namespace zh = zarn::host;
 namespace zc = zarn::core;
@@ -388,4 +389,56 @@ TEST(PipelineTest, BadSpanInTheArcIsCutOff) {
   EXPECT_NE(cut.notes.back().find("; fitted from 2019-04-07 11:45:00 only"), std::string::npos)
       << cut.notes.back();
   EXPECT_EQ(cut.predicted.size(), good.predicted.size());
+}
+
+// Records that stop before the fit end, as a receiver misses them: G05's precise
+// orbit cut at 20:00 (4 h early) is fitted to 19:45 and predicted from there,
+// within metres of the prediction from the whole day; cut 10 h early, or with
+// no allowance for an early end, it is skipped with the reason.
+TEST(PipelineTest, DataEndingBeforeTheFitEnd) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  zh::Sp3Data const whole = zh::readSp3(day1);
+  auto cutAt = [&](char const* time) {
+    zh::Sp3Data cut = whole;
+    double const end = gpsTime(time);
+    for (zh::Sp3Epoch& epoch : cut.epochs) {
+      if (epoch.time < end) continue;
+      auto const g05 = [](zh::Sp3Entry const& e) { return e.system == 'G' && e.prn == 5; };
+      epoch.entries.erase(std::remove_if(epoch.entries.begin(), epoch.entries.end(), g05),
+                          epoch.entries.end());
+    }
+    return zh::Sp3Orbit({cut});
+  };
+  zh::PipelineOptions o;
+  o.days = 1;
+  o.fitEnd = gpsTime("2019-04-07T23:45:00");
+  zh::SatellitePrediction const good = zh::predictFromSp3(zh::Sp3Orbit({whole}), {'G', 5}, o);
+  zh::SatellitePrediction const early = zh::predictFromSp3(cutAt("2019-04-07T20:00:00"), {'G', 5}, o);
+  ASSERT_TRUE(good.skipReason.empty() && early.skipReason.empty()) << early.skipReason;
+  EXPECT_EQ(good.dataEndGap, 0.0);
+  EXPECT_EQ(early.dataEndGap, 4 * 3600.0);
+  EXPECT_EQ(early.fitEnd, gpsTime("2019-04-07T19:45:00"));
+  ASSERT_EQ(early.predicted.size(), good.predicted.size());
+  zarn::support::Vec a(3), b(3), v(3);
+  for (std::size_t i = 0; i < good.predicted.size(); ++i) {
+    double const t = good.predicted[i].toe;
+    ASSERT_EQ(early.predicted[i].toe, t);
+    zh::ephemerisState(good.predicted[i], t, a, v);
+    zh::ephemerisState(early.predicted[i], t, b, v);
+    EXPECT_LT(zarn::support::distance(a, b), 5.0) << i;
+  }
+
+  struct Case {
+    char const* cut;
+    double allowance;
+    char const* reason;
+  };
+  for (Case const c :
+       {Case{"2019-04-07T14:00:00", 8 * 3600.0, " or within 8.0 h before it"},
+        Case{"2019-04-07T20:00:00", 0.0, "no orbit data at the fit end 2019-04-07 23:45:00"}}) {
+    zh::PipelineOptions options = o;
+    options.maxEndGap = c.allowance;
+    zh::SatellitePrediction const skipped = zh::predictFromSp3(cutAt(c.cut), {'G', 5}, options);
+    EXPECT_NE(skipped.skipReason.find(c.reason), std::string::npos) << skipped.skipReason;
+  }
 }

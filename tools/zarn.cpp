@@ -80,6 +80,8 @@ char const* const kPredictHelp =
     "  --srp-sigma P1,P2   a-priori standard deviations of p1 and p2 about the block defaults\n"
     "                      in the batch fit (0: free)\n"
     "  --lod MS            hold the length-of-day excess at MS milliseconds instead of estimating it\n"
+    "  --end-gap HOURS     fit a satellite whose data stop at most this long before the fit end\n"
+    "                      up to its last sample and predict from there (default 8)\n"
     "  --check             re-propagate and report how closely every written ephemeris\n"
     "                      matches the states it was fitted to\n"
     "  --jobs N            worker threads (default: the number of processors)\n"
@@ -239,6 +241,7 @@ ConstellationOptions predictOptions(Arguments const& args) {
     pipeline.srpSigma[0] = number(text.substr(0, comma), "srp-sigma");
     pipeline.srpSigma[1] = number(text.substr(comma + 1), "srp-sigma");
   }
+  if (args.has("end-gap")) pipeline.maxEndGap = number(args.single("end-gap"), "end-gap") * 3600.0;
   if (args.has("lod")) {
     pipeline.estimateUt1Rate = false;
     pipeline.ut1Rate = -number(args.single("lod"), "lod") * 1e-3 / 86400.0;
@@ -375,6 +378,11 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
                   r.predicted.size());
     line += text;
     if (r.rejected > 0) line += ", " + std::to_string(r.rejected) + " windows refused";
+    if (r.dataEndGap > 0) {
+      std::snprintf(text, sizeof text, ", data end %.2f h early: fitted up to the last sample",
+                    r.dataEndGap / 3600.0);
+      line += text;
+    }
     if (checkFit) {
       std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
       line += text;
@@ -387,8 +395,8 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
 
 int runPredict(Arguments const& args) {
   args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
-              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "lod", "jobs",
-              "help"});
+              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "lod",
+              "end-gap", "jobs", "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;

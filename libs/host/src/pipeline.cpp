@@ -120,14 +120,19 @@ std::vector<double> sampleGrid(PipelineOptions const& o, char system) {
 }
 
 // Keeps the contiguous run of available samples that ends at the last grid
-// instant, trimmed to an odd count. Empty `reason` on success.
+// instant, or at the latest available one within maxEndGap of it, trimmed to
+// an odd count. Empty `reason` on success.
 void keepLastRun(std::vector<double>& t, std::vector<Vec>& pos, std::vector<bool> const& have,
                  PipelineOptions const& o, std::string& reason) {
-  std::size_t const n = t.size();
+  std::size_t n = t.size();
+  while (n > 0 && !have[n - 1] && t.back() - t[n - 1] + 1e-9 < o.maxEndGap) --n;
   if (n == 0 || !have[n - 1]) {
     reason = "no orbit data at the fit end " + formatGpsTime(t.empty() ? o.fitEnd : t.back());
+    if (o.maxEndGap > 0) reason += " or within " + hoursText(o.maxEndGap) + " before it";
     return;
   }
+  t.resize(n);
+  pos.resize(n);
   std::size_t first = n - 1;
   while (first > 0 && have[first - 1]) --first;
   if ((n - first) % 2 == 0) ++first;
@@ -713,11 +718,13 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
     have[k] = true;
   }
   std::string reason;
+  double const gridEnd = t.back();
   keepLastRun(t, pos, have, o, reason);
   if (!reason.empty()) {
     result.skipReason = reason;
     return result;
   }
+  result.dataEndGap = gridEnd - t.back();
   Ephemeris const& last = kept.back();
   support::BeidouSvType const type = svType(last);
   // The first sample's velocity, from the record nearest in toe.
@@ -761,11 +768,13 @@ SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat
   std::vector<bool> have(t.size(), false);
   for (std::size_t k = 0; k < t.size(); ++k) have[k] = orbit.state(sat, t[k], pos[k]);
   std::string reason;
+  double const gridEnd = t.back();
   keepLastRun(t, pos, have, o, reason);
   if (!reason.empty()) {
     result.skipReason = reason;
     return result;
   }
+  result.dataEndGap = gridEnd - t.back();
   Samples s;
   s.t = t;
   s.position = pos;
