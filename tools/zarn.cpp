@@ -323,11 +323,11 @@ std::string writeChecked(std::string const& out, NavWriteOptions const& writeOpt
 // The pole given to the satellites that hold it, or why it is zero; the
 // length-of-day excess every prediction was converted with.
 void reportPole(ConstellationPrediction const& prediction) {
-  double const lod = -prediction.ut1Rate * 86400.0 * 1e3;  // ms
+  double const lod = prediction.ut1Rate == 0.0 ? 0.0 : -prediction.ut1Rate * 86400.0 * 1e3;  // ms
   if (prediction.ut1RateEstimates > 0) {
     std::printf("length of day excess estimated from %zu satellites: %.3f ms\n", prediction.ut1RateEstimates,
                 lod);
-  } else if (prediction.ut1Rate != 0.0) {
+  } else {
     std::printf("length of day excess held at %.3f ms\n", lod);
   }
   if (prediction.poleHolders == 0) return;

@@ -44,6 +44,12 @@ constexpr double kSampleRmsWarning = 10.0;  // m: a worse fit to the samples is 
 // Good arcs fit to 0.2-0.5 m (precise orbits), 0.4-2 m (GPS broadcast) and up
 // to 4.5 m (BeiDou broadcast) on the shared sets.
 constexpr double kManoeuvreRms = 10.0;
+// The UT1 rate: estimated over arcs of at least this share of the fit span,
+// used when at least this many satellites estimated it. From a few
+// satellites the median scatters by a millisecond a day and more (the 2009
+// station file: 1.7 ms from 4, 3.5 ms from 9 with shorter arcs).
+constexpr double kRateArcShare = 0.9;
+constexpr std::size_t kMinUt1RateEstimates = 5;
 // Radiation-pressure estimates are kept inside the ranges the assistance-data
 // file quantises them to (p1 dimensionless, p2 in 1e-9 m/s^2).
 constexpr double kSrpScaleMin = 0.0, kSrpScaleMax = 3.0;
@@ -234,7 +240,9 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     if (s.t.back() - s.t.front() + 1e-9 < kMinSrpArc) {
       refusal = "arc of " + hoursText(s.t.back() - s.t.front()) + ", need " + hoursText(kMinSrpArc);
     } else {
-      bool const rateFree = o.estimateUt1Rate && !holdsPole(type);
+      // A rate needs the whole span: over shorter arcs (after gaps) it scatters.
+      bool const rateFree = o.estimateUt1Rate && !holdsPole(type) &&
+                            s.t.back() - s.t.front() + 1e-9 >= kRateArcShare * o.fitSpan;
       support::BatchEstimate const b = support::estimateInitialStateBatch(
           times, positions, velocities, o.pole, !holdsPole(type),
           holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree, o.ut1Rate, *model, true);
@@ -861,10 +869,13 @@ ConstellationPrediction predictAll(
   if (rateFirst) {
     // One Earth: every satellite takes the median rate, those that estimated
     // their own are estimated again with it held.
-    result.ut1RateEstimates = static_cast<std::size_t>(std::count_if(
+    std::size_t const estimates = static_cast<std::size_t>(std::count_if(
         result.satellites.begin(), result.satellites.end(),
         [](SatellitePrediction const& p) { return p.skipReason.empty() && p.ut1RateEstimated; }));
-    if (result.ut1RateEstimates > 0) result.ut1Rate = medianUt1Rate(result.satellites);
+    if (estimates >= kMinUt1RateEstimates) {
+      result.ut1RateEstimates = estimates;
+      result.ut1Rate = medianUt1Rate(result.satellites);
+    }
     options.estimateUt1Rate = false;
     options.ut1Rate = result.ut1Rate;
     run(estimating, options, true);

@@ -157,9 +157,10 @@ struct ConstellationPrediction {
   std::size_t poleHolders = 0;                  // satellites that held the pole (BeiDou GEO, IGSO)
   support::Eop heldPole;                        // the pole they held: medianPole of the others
   // d(UT1 - UTC)/dt (s/s) of every prediction: the median of the satellites'
-  // own estimates (each re-estimated with it held), or the one given.
+  // own estimates (each re-estimated with it held), or the one given when
+  // fewer than five satellites could estimate it.
   double ut1Rate = 0.0;
-  std::size_t ut1RateEstimates = 0;  // satellites behind that median
+  std::size_t ut1RateEstimates = 0;  // satellites behind that median; 0 when it was held
 };
 
 // The median d(UT1 - UTC)/dt of the satellites that estimated it (0 when none did).
