@@ -1,8 +1,9 @@
 // The host prediction pipeline: one GPS satellite split by stage (estimation,
 // seven days of propagation, fit and encoding of the 84 two-hourly windows),
 // the same satellite end to end, and the whole GPS constellation of a day of
-// broadcast ephemerides predicted seven days ahead on one thread; one GLONASS
-// satellite end to end (336 half-hourly records) beside the GPS one.
+// broadcast ephemerides predicted seven days ahead on one thread, also with
+// the UT1-rate pass; one GLONASS satellite end to end (336 half-hourly
+// records) beside the GPS one.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -252,5 +253,31 @@ void BM_PipelineOneGlonassSatellite7Days(benchmark::State& state) {
   state.counters["ephemerides"] = static_cast<double>(ephemerides);
 }
 BENCHMARK(BM_PipelineOneGlonassSatellite7Days)->Unit(benchmark::kMillisecond);
+
+// The same through predictConstellation on one thread, as the tool runs it:
+// with argument 1 the UT1 rate is estimated first (a batch fit per satellite
+// more), with 0 it is held.
+void BM_PipelineGpsConstellationUt1Rate7Days(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  zh::ConstellationOptions options;
+  options.pipeline = data().options;
+  options.pipeline.estimateUt1Rate = state.range(0) != 0;
+  options.fitEndGiven = true;
+  options.systems = {'G'};
+  options.threads = 1;
+  std::size_t ephemerides = 0;
+  for (auto _ : state) {
+    ephemerides = 0;
+    for (zh::SatellitePrediction const& p : zh::predictConstellation(data().records, options).satellites)
+      ephemerides += p.predicted.size();
+  }
+  state.counters["ephemerides"] = static_cast<double>(ephemerides);
+}
+BENCHMARK(BM_PipelineGpsConstellationUt1Rate7Days)
+    ->Arg(1)
+    ->Arg(0)
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include "zarn/host/screening.hpp"
 #include "zarn/host/sp3.hpp"
 #include "zarn/host/sp3_orbit.hpp"
+#include "zarn/support/utility.hpp"
 
 namespace zh = zarn::host;
 namespace zc = zarn::core;
@@ -333,14 +334,140 @@ TEST(PipelineTest, ConstellationGivesGeoAndIgsoTheOthersPole) {
   double const arcsecond = 4.84813681109536e-6;
   EXPECT_NEAR(std::hypot(c.heldPole.xp, c.heldPole.yp) / arcsecond, 0.4, 0.1);
   EXPECT_EQ(c.heldPole.xp, 0.5 * (c.satellites[1].pole.xp + c.satellites[2].pole.xp));
+  // Two GPS estimates are too few for a UT1 rate: every satellite holds the given one.
+  EXPECT_EQ(c.ut1RateEstimates, 0u);
+  EXPECT_EQ(c.ut1Rate, 0.0);
+  for (zh::SatellitePrediction const& p : c.satellites) EXPECT_EQ(p.ut1Rate, 0.0);
   zh::PipelineOptions direct = o.pipeline;
   direct.fitEnd = c.fitEnd;
   direct.pole = c.heldPole;
+  direct.estimateUt1Rate = false;
+  direct.ut1Rate = c.ut1Rate;
   zh::SatellitePrediction const igso = zh::predictFromSp3(orbit, {'C', 8}, direct);
   EXPECT_EQ(c.satellites[0].sampleRms, igso.sampleRms);
   EXPECT_LT(igso.sampleRms, 15.0);
   ASSERT_EQ(c.satellites[0].predicted.size(), igso.predicted.size());
   for (std::size_t i = 0; i < igso.predicted.size(); ++i) {
     EXPECT_TRUE(c.satellites[0].predicted[i].beidou == igso.predicted[i].beidou) << i;
+  }
+}
+
+// Bad records inside the arc: G05's precise positions of 02:00-05:45 moved 200 m
+// radially, as a span of wrong records would. No orbit passes through them, so
+// the prediction starts from the later half of the day, says so, and fits it as
+// well as the untouched orbit fits the whole day; the untouched orbit keeps it.
+TEST(PipelineTest, BadSpanInTheArcIsCutOff) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  zh::Sp3Data clean = zh::readSp3(day1);
+  zh::Sp3Data bad = clean;
+  double const from = gpsTime("2019-04-07T02:00:00"), to = gpsTime("2019-04-07T05:45:00");
+  for (zh::Sp3Epoch& epoch : bad.epochs) {
+    if (epoch.time < from || epoch.time > to) continue;
+    for (zh::Sp3Entry& e : epoch.entries) {
+      if (e.system != 'G' || e.prn != 5) continue;
+      double const r = std::sqrt(e.position[0] * e.position[0] + e.position[1] * e.position[1] +
+                                 e.position[2] * e.position[2]);
+      for (double& x : e.position) x *= (r + 200.0) / r;
+    }
+  }
+  zh::PipelineOptions o;
+  o.days = 1;
+  o.fitEnd = gpsTime("2019-04-07T23:45:00");
+  zh::SatellitePrediction const good = zh::predictFromSp3(zh::Sp3Orbit({clean}), {'G', 5}, o);
+  zh::SatellitePrediction const cut = zh::predictFromSp3(zh::Sp3Orbit({bad}), {'G', 5}, o);
+  ASSERT_TRUE(good.skipReason.empty() && cut.skipReason.empty());
+  EXPECT_EQ(good.fitStart, gpsTime("2019-04-07T00:00:00") + 900.0);
+  EXPECT_LT(good.sampleRms, 1.0);
+  EXPECT_GT(cut.fitStart, to);
+  EXPECT_EQ(cut.fitEnd, good.fitEnd);
+  EXPECT_LT(cut.sampleRms, 1.0);
+  ASSERT_FALSE(cut.notes.empty());
+  EXPECT_NE(cut.notes.back().find("G05: the orbit misses the "), std::string::npos) << cut.notes.back();
+  EXPECT_NE(cut.notes.back().find("; fitted from 2019-04-07 11:45:00 only"), std::string::npos)
+      << cut.notes.back();
+  EXPECT_EQ(cut.predicted.size(), good.predicted.size());
+}
+
+// Records that stop before the fit end, as a receiver misses them: G05's precise
+// orbit cut at 20:00 (4 h early) is fitted to 19:45 and predicted from there,
+// within metres of the prediction from the whole day; cut 10 h early, or with
+// no allowance for an early end, it is skipped with the reason.
+TEST(PipelineTest, DataEndingBeforeTheFitEnd) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  zh::Sp3Data const whole = zh::readSp3(day1);
+  auto cutAt = [&](char const* time) {
+    zh::Sp3Data cut = whole;
+    double const end = gpsTime(time);
+    for (zh::Sp3Epoch& epoch : cut.epochs) {
+      if (epoch.time < end) continue;
+      auto const g05 = [](zh::Sp3Entry const& e) { return e.system == 'G' && e.prn == 5; };
+      epoch.entries.erase(std::remove_if(epoch.entries.begin(), epoch.entries.end(), g05),
+                          epoch.entries.end());
+    }
+    return zh::Sp3Orbit({cut});
+  };
+  zh::PipelineOptions o;
+  o.days = 1;
+  o.fitEnd = gpsTime("2019-04-07T23:45:00");
+  o.estimateUt1Rate = false;  // the same rotation for both arcs
+  zh::SatellitePrediction const good = zh::predictFromSp3(zh::Sp3Orbit({whole}), {'G', 5}, o);
+  zh::SatellitePrediction const early = zh::predictFromSp3(cutAt("2019-04-07T20:00:00"), {'G', 5}, o);
+  ASSERT_TRUE(good.skipReason.empty() && early.skipReason.empty()) << early.skipReason;
+  EXPECT_EQ(good.dataEndGap, 0.0);
+  EXPECT_EQ(early.dataEndGap, 4 * 3600.0);
+  EXPECT_EQ(early.fitEnd, gpsTime("2019-04-07T19:45:00"));
+  ASSERT_EQ(early.predicted.size(), good.predicted.size());
+  zarn::support::Vec a(3), b(3), v(3);
+  for (std::size_t i = 0; i < good.predicted.size(); ++i) {
+    double const t = good.predicted[i].toe;
+    ASSERT_EQ(early.predicted[i].toe, t);
+    zh::ephemerisState(good.predicted[i], t, a, v);
+    zh::ephemerisState(early.predicted[i], t, b, v);
+    EXPECT_LT(zarn::support::distance(a, b), 5.0) << i;
+  }
+
+  struct Case {
+    char const* cut;
+    double allowance;
+    char const* reason;
+  };
+  for (Case const c :
+       {Case{"2019-04-07T14:00:00", 8 * 3600.0, " or within 8.0 h before it"},
+        Case{"2019-04-07T20:00:00", 0.0, "no orbit data at the fit end 2019-04-07 23:45:00"}}) {
+    zh::PipelineOptions options = o;
+    options.maxEndGap = c.allowance;
+    zh::SatellitePrediction const skipped = zh::predictFromSp3(cutAt(c.cut), {'G', 5}, options);
+    EXPECT_NE(skipped.skipReason.find(c.reason), std::string::npos) << skipped.skipReason;
+  }
+}
+
+// Six GPS satellites of a precise day: each estimates the UT1 rate, all are
+// then estimated again with the median held, exactly as a single satellite
+// given that rate is; the length of day stayed within 0 to 2.5 ms through 2019
+// (IERS EOP C04).
+TEST(PipelineTest, ConstellationSharesOneUt1Rate) {
+  ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
+  zh::Sp3Orbit const orbit({zh::readSp3(day1)});
+  zh::ConstellationOptions o;
+  o.pipeline.days = 0.5;
+  o.systems = {'G'};
+  o.satellites = {{'G', 1}, {'G', 5}, {'G', 8}, {'G', 12}, {'G', 15}, {'G', 24}};
+  o.threads = 2;
+  zh::ConstellationPrediction const c = zh::predictConstellation(orbit, o);
+  ASSERT_EQ(c.ut1RateEstimates, 6u);
+  double const lod = -c.ut1Rate * 86400.0;  // s
+  EXPECT_GT(lod, 0.0);
+  EXPECT_LT(lod, 2.5e-3);
+  zh::PipelineOptions direct = o.pipeline;
+  direct.fitEnd = c.fitEnd;
+  direct.estimateUt1Rate = false;
+  direct.ut1Rate = c.ut1Rate;
+  zh::SatellitePrediction const alone = zh::predictFromSp3(orbit, {'G', 12}, direct);
+  zh::SatellitePrediction const& shared = c.satellites[3];
+  ASSERT_EQ(zh::toString(shared.sat), "G12");
+  EXPECT_EQ(shared.ut1Rate, c.ut1Rate);
+  ASSERT_EQ(shared.predicted.size(), alone.predicted.size());
+  for (std::size_t i = 0; i < alone.predicted.size(); ++i) {
+    EXPECT_TRUE(shared.predicted[i].gps == alone.predicted[i].gps) << i;
   }
 }

@@ -375,6 +375,63 @@ TEST(EstimateInitialStateBatch, RecoversRadiationPressurePoleAndOrbit) {
   EXPECT_LT(s.error(w.r, w.epoch), 0.05);
 }
 
+// ITRS of an Int0 position with the Earth's rotation drifting: composed here
+// from the frame's matrix and icrsToInt0 (checked against ERFA) with UT1 - UTC
+// = rate (t - tStart), the frame built with 0.
+Vec drifted(Scenario const& s, Vec const& rInt0, double t, double rate) {
+  Mat const b =
+      prod(zs::icrsToInt0(t, rate * (t - s.tStart), s.leap), trans(s.model.getInertialFrameInfo().matrix));
+  Vec const u = prod(b, rInt0);
+  return prod(zs::polarMotionMatrix(s.pole), u);
+}
+
+// A length-of-day excess of 1.5 ms (UT1 - UTC falling 1.5 ms a day), as in
+// late 2016: int0StatesToItrs with the rate turns the Earth as the composition
+// above, and the batch fit recovers the rate with the orbit from a day of
+// noise-free samples, held or free, from a zero first guess.
+TEST(EstimateInitialStateBatch, RecoversTheUt1Rate) {
+  double const rate = -1.5e-3 / 86400.0;  // s/s
+  unsigned const n = 97;                  // one day
+  Scenario s(gpsStart, false);
+  Vec times(n);
+  Mat positions(n, 3), velocities(n, 3), rInt0(3, n), vInt0(3, n);
+  for (unsigned k = 0; k < n; ++k) {
+    times(k) = s.tStart + k * step;
+    Vec const x = s.truth(times(k));
+    ublas::column(rInt0, k) = ublas::subrange(x, 0, 3);
+    ublas::column(vInt0, k) = ublas::subrange(x, 3, 6);
+    ublas::row(positions, k) = drifted(s, ublas::subrange(x, 0, 3), times(k), rate);
+  }
+  Vec v0(3);
+  s.truthItrs(times(0), &v0);
+  ublas::row(velocities, 0) = v0;
+  Mat rItrs = rInt0, vItrs = vInt0;
+  zs::int0StatesToItrs(s.model, times, s.leap, false, rate, rItrs, vItrs);
+  for (unsigned k = 0; k < n; k += 12) {
+    EXPECT_LT(norm_2(ublas::column(rItrs, k) - ublas::row(positions, k)), 1e-6) << k;
+  }
+
+  struct Case {
+    bool free;
+    double start;
+  };
+  for (Case const c : {Case{true, 0.0}, Case{false, rate}}) {
+    Scenario fit(gpsStart, false);
+    zs::BatchEstimate const est = zs::estimateInitialStateBatch(times, positions, velocities, zs::Eop{}, true,
+                                                                zs::Srp{}, c.free, c.start, fit.model, true);
+    ASSERT_TRUE(est.converged) << c.free;
+    EXPECT_NEAR(est.ut1Rate * 86400.0, rate * 86400.0, 2e-6) << c.free;  // s/day
+    EXPECT_LT(est.rms, 0.01) << c.free;
+    EXPECT_LT(s.error(ublas::subrange(est.state, 0, 3), est.epoch), 0.01) << c.free;
+    EXPECT_NEAR(est.pole.xp, s.pole.xp, 1e-9) << c.free;
+  }
+  // Held at zero the drift is missing from the model: the fit misses the samples.
+  Scenario held(gpsStart, false);
+  zs::BatchEstimate const without = zs::estimateInitialStateBatch(
+      times, positions, velocities, zs::Eop{}, true, zs::Srp{}, false, 0.0, held.model, true);
+  EXPECT_GT(without.rms, 0.05);
+}
+
 // Too few samples, or samples no orbit passes through, leave the model as it
 // as it was: a priori parameters and pole.
 TEST(EstimateInitialStateBatch, RefusesAndRestoresTheModel) {

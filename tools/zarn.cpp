@@ -87,6 +87,9 @@ char const* const kPredictHelp =
     "                      the orbit with the Kalman filter instead of the batch fit\n"
     "  --srp-sigma P1,P2   a-priori standard deviations of p1 and p2 about the block defaults\n"
     "                      in the batch fit (0: free)\n"
+    "  --lod MS            hold the length-of-day excess at MS milliseconds instead of estimating it\n"
+    "  --end-gap HOURS     fit a satellite whose data stop at most this long before the fit end\n"
+    "                      up to its last sample and predict from there (default 8)\n"
     "  --check             re-propagate and report how closely every written ephemeris\n"
     "                      matches the states it was fitted to\n"
     "  --jobs N            worker threads (default: the number of processors)\n"
@@ -264,6 +267,11 @@ ConstellationOptions predictOptions(Arguments const& args) {
     pipeline.srpSigma[0] = number(text.substr(0, comma), "srp-sigma");
     pipeline.srpSigma[1] = number(text.substr(comma + 1), "srp-sigma");
   }
+  if (args.has("end-gap")) pipeline.maxEndGap = number(args.single("end-gap"), "end-gap") * 3600.0;
+  if (args.has("lod")) {
+    pipeline.estimateUt1Rate = false;
+    pipeline.ut1Rate = -number(args.single("lod"), "lod") * 1e-3 / 86400.0;
+  }
   pipeline.antennaOffset = !args.has("no-antenna-offset");
   pipeline.checkFit = args.has("check");
   std::string const problem = validate(pipeline);
@@ -348,8 +356,16 @@ std::string writeChecked(std::string const& out, NavWriteOptions const& writeOpt
          "; " + std::to_string(invalid) + " records fail validation";
 }
 
-// The pole given to the satellites that hold it, or why it is zero.
+// The pole given to the satellites that hold it, or why it is zero; the
+// length-of-day excess every prediction was converted with.
 void reportPole(ConstellationPrediction const& prediction) {
+  double const lod = prediction.ut1Rate == 0.0 ? 0.0 : -prediction.ut1Rate * 86400.0 * 1e3;  // ms
+  if (prediction.ut1RateEstimates > 0) {
+    std::printf("length of day excess estimated from %zu satellites: %.3f ms\n", prediction.ut1RateEstimates,
+                lod);
+  } else {
+    std::printf("length of day excess held at %.3f ms\n", lod);
+  }
   if (prediction.poleHolders == 0) return;
   constexpr double kArcsecond = 4.84813681109536e-6;  // rad
   if (prediction.heldPole.xp == 0.0 && prediction.heldPole.yp == 0.0) {
@@ -404,6 +420,11 @@ PredictReport reportSatellites(ConstellationPrediction const& prediction, bool c
       line +=
           ", " + std::to_string(r.rejected) + (r.sat.system == 'R' ? " records" : " windows") + " refused";
     }
+    if (r.dataEndGap > 0) {
+      std::snprintf(text, sizeof text, ", data end %.2f h early: fitted up to the last sample",
+                    r.dataEndGap / 3600.0);
+      line += text;
+    }
     if (checkFit && r.sat.system != 'R') {  // GLONASS records are states, not fits
       std::snprintf(text, sizeof text, ", fit residual %.3f m", r.maxFitResidual);
       line += text;
@@ -443,9 +464,17 @@ int saveState(StateStore& state, ConstellationPrediction const& prediction) {
 }
 
 int runPredict(Arguments const& args) {
-  args.allow({"nav", "sp3", "out", "fit-end", "days", "systems", "satellites", "fit-span", "step", "window",
-              "beidou-window", "no-antenna-offset", "check", "no-srp-estimation", "srp-sigma", "jobs",
-              "state", "glonass-start", "help"});
+  args.allow({"nav",           "sp3",
+              "out",           "fit-end",
+              "days",          "systems",
+              "satellites",    "fit-span",
+              "step",          "window",
+              "beidou-window", "no-antenna-offset",
+              "check",         "no-srp-estimation",
+              "srp-sigma",     "lod",
+              "end-gap",       "jobs",
+              "state",         "glonass-start",
+              "help"});
   if (args.has("help")) {
     std::fputs(kPredictHelp, stdout);
     return 0;

@@ -71,6 +71,7 @@ struct BatchEstimate {
   double rms = 0.0;
   int iterations = 0;
   bool converged = false;
+  double ut1Rate = 0.0;  // d(UT1 - UTC)/dt (s/s) used: estimated or given
 };
 
 // Batch least-squares differential correction over the whole arc: position
@@ -90,6 +91,17 @@ ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const&
                                                     Mat const& velocities, Eop const& eop, bool estimatePole,
                                                     Srp const& srpSigma, ForceModel& forceModel,
                                                     bool backwards);
+
+// The same with the Earth's rotation drifting: UT1 - UTC at t is the frame's
+// ut1MinusUtc + ut1Rate (t - tRef), tRef the epoch of the force model's
+// InertialFrameInfo (the length-of-day excess is -86400 ut1Rate seconds). With
+// estimateUt1Rate the rate is one more parameter, ut1Rate its first guess;
+// otherwise it is held. The result's ut1Rate is the one to convert the
+// prediction with (int0StatesToItrs and propagateSatellite with ut1Rate).
+ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions,
+                                                    Mat const& velocities, Eop const& eop, bool estimatePole,
+                                                    Srp const& srpSigma, bool estimateUt1Rate, double ut1Rate,
+                                                    ForceModel& forceModel, bool backwards);
 
 // Continues the force model's Gauss-Jackson integration to n states at step h
 // centred on t1 (epochs t1 - floor(n/2) h + i h) and, for n > 1, fits them
@@ -115,6 +127,12 @@ ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const&
 ZARN_EXPORT int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int n,
                                    Vec const& position, Vec const& velocity, ForceModel& forceModel,
                                    Vec& keplerOut, Vec& positionOut, Vec& velocityOut, double& epochOut);
+// The same with UT1 - UTC drifting at ut1Rate (s/s) from the frame epoch, as
+// the int0StatesToItrs overload with ut1Rate converts.
+ZARN_EXPORT int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int n,
+                                   Vec const& position, Vec const& velocity, ForceModel& forceModel,
+                                   double ut1Rate, Vec& keplerOut, Vec& positionOut, Vec& velocityOut,
+                                   double& epochOut);
 
 // Int0 states of forceModel to ITRS, in place: column i of positions and
 // velocities (3 x epochs.size(); m, m/s) is the state at epochs(i) (GPS
@@ -128,6 +146,11 @@ ZARN_EXPORT int propagateSatellite(core::GnssType gnss, double t0, double t1, do
 // Aborts when either matrix is not 3 x epochs.size().
 ZARN_EXPORT void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapSeconds,
                                   bool antenna, Mat& positions, Mat& velocities);
+// The same with the Earth's rotation drifting: B takes UT1 - UTC =
+// ut1MinusUtc + ut1Rate (epochs(i) - tRef) of the frame (ut1Rate in s/s; 0
+// gives the form above).
+ZARN_EXPORT void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapSeconds,
+                                  bool antenna, double ut1Rate, Mat& positions, Mat& velocities);
 
 // ---- GLONASS (libs/support/src/glonass_prediction.cpp) ----------------------
 //

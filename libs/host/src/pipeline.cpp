@@ -42,6 +42,16 @@ constexpr int kMinimumRecords = 3;          // fewer usable ephemerides cannot c
 constexpr double kToeTolerance = 1.0;       // s: the fitted toe must be the requested grid time
 constexpr int kRetryExtraSamples = 4;       // samples added to a refused window for its second fit
 constexpr double kSampleRmsWarning = 10.0;  // m: a worse fit to the samples is reported
+// m: a fit to the samples this bad has a manoeuvre or bad records in its arc.
+// Good arcs fit to 0.2-0.5 m (precise orbits), 0.4-2 m (GPS broadcast) and up
+// to 4.5 m (BeiDou broadcast) on the shared sets.
+constexpr double kManoeuvreRms = 10.0;
+// The UT1 rate: estimated over arcs of at least this share of the fit span,
+// used when at least this many satellites estimated it. From a few
+// satellites the median scatters by a millisecond a day and more (the 2009
+// station file: 1.7 ms from 4, 3.5 ms from 9 with shorter arcs).
+constexpr double kRateArcShare = 0.9;
+constexpr std::size_t kMinUt1RateEstimates = 5;
 // Radiation-pressure estimates are kept inside the ranges the assistance-data
 // file quantises them to (p1 dimensionless, p2 in 1e-9 m/s^2).
 constexpr double kSrpScaleMin = 0.0, kSrpScaleMax = 3.0;
@@ -104,14 +114,19 @@ std::vector<double> sampleGrid(PipelineOptions const& o, char system) {
 }
 
 // Keeps the contiguous run of available samples that ends at the last grid
-// instant, trimmed to an odd count. Empty `reason` on success.
+// instant, or at the latest available one within maxEndGap of it, trimmed to
+// an odd count. Empty `reason` on success.
 void keepLastRun(std::vector<double>& t, std::vector<Vec>& pos, std::vector<bool> const& have,
                  PipelineOptions const& o, std::string& reason) {
-  std::size_t const n = t.size();
+  std::size_t n = t.size();
+  while (n > 0 && !have[n - 1] && t.back() - t[n - 1] + 1e-9 < o.maxEndGap) --n;
   if (n == 0 || !have[n - 1]) {
     reason = "no orbit data at the fit end " + formatGpsTime(t.empty() ? o.fitEnd : t.back());
+    if (o.maxEndGap > 0) reason += " or within " + hoursText(o.maxEndGap) + " before it";
     return;
   }
+  t.resize(n);
+  pos.resize(n);
   std::size_t first = n - 1;
   while (first > 0 && have[first - 1]) --first;
   if ((n - first) % 2 == 0) ++first;
@@ -139,13 +154,14 @@ std::unique_ptr<support::ForceModel> copyModel(support::BinaryData const& bytes)
 // Steps the model's integrator on from where it stands, one step per epoch, and
 // gives the Earth-fixed positions at `epochs` (the epochs of those steps, in
 // order); with antenna, of the antenna phase centre. False when it stops short.
-bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, bool antenna, Mat& positions) {
+bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, bool antenna, double ut1Rate,
+                    Mat& positions) {
   unsigned const steps = static_cast<unsigned>(epochs.size());
   Mat velocities(3, steps);
   positions.resize(3, steps, false);
   support::OdeFunGj8 ode(model);
   if (model.getGj8Integrator().gj8Propagate(ode, positions, velocities, steps) != steps) return false;
-  support::int0StatesToItrs(model, epochs, leap, antenna, positions, velocities);
+  support::int0StatesToItrs(model, epochs, leap, antenna, ut1Rate, positions, velocities);
   return true;
 }
 
@@ -158,6 +174,8 @@ struct Estimation {
   support::Eop pole;
   support::Srp srp;  // the radiation-pressure parameters propagated with
   bool srpEstimated = false;
+  double ut1Rate = 0;  // s/s, the drift the state was fitted with
+  bool ut1RateEstimated = false;
   std::string srpNote;        // why the block defaults were kept, when they were
   support::BinaryData model;  // the serialized force model, ready to propagate
   double rms = 0;
@@ -210,12 +228,18 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     if (s.t.back() - s.t.front() + 1e-9 < kMinSrpArc) {
       refusal = "arc of " + hoursText(s.t.back() - s.t.front()) + ", need " + hoursText(kMinSrpArc);
     } else {
+      // A rate needs the whole span: over shorter arcs (after gaps) it scatters.
+      bool const rateFree = o.estimateUt1Rate && !holdsPole(type) &&
+                            s.t.back() - s.t.front() + 1e-9 >= kRateArcShare * o.fitSpan;
       support::BatchEstimate const b = support::estimateInitialStateBatch(
-          times, positions, velocities, o.pole, !holdsPole(type), o.srpSigma, *model, true);
+          times, positions, velocities, o.pole, !holdsPole(type),
+          holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree, o.ut1Rate, *model, true);
       refusal = srpRefusal(b);
       if (refusal.empty()) {
         e.state = b.state;
         e.pole = b.pole;
+        e.ut1Rate = b.ut1Rate;
+        e.ut1RateEstimated = rateFree;
         e.srp[0] = b.state(6);
         e.srp[1] = b.state(7);
         e.srpEstimated = true;
@@ -250,7 +274,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   for (std::size_t j = 0; j + 1 < n; ++j) epochs(j) = s.t[n - 2 - j];
   Mat earthFixed;
   if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -o.sampleStep) != 0 ||
-      !stepEarthFixed(*back, epochs, leap, false, earthFixed)) {
+      !stepEarthFixed(*back, epochs, leap, false, e.ut1Rate, earthFixed)) {
     return e;
   }
   double sum = 0.0;
@@ -260,6 +284,20 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   }
   e.rms = std::sqrt(sum / static_cast<double>(n - 1));
   return e;
+}
+
+// The samples from index `first` (at least 2) on; the Earth-fixed velocity at
+// the new first sample from the five positions around it (fourth-order
+// central difference: 4 cm/s at GPS height with a 900 s step, a first guess).
+Samples latestSamples(Samples const& s, std::size_t first) {
+  Samples later;
+  later.t.assign(s.t.begin() + static_cast<std::ptrdiff_t>(first), s.t.end());
+  later.position.assign(s.position.begin() + static_cast<std::ptrdiff_t>(first), s.position.end());
+  double const h = s.t[first + 1] - s.t[first];
+  later.velocity0 = (8.0 * (s.position[first + 1] - s.position[first - 1]) -
+                     (s.position[first + 2] - s.position[first - 2])) /
+                    (12.0 * h);
+  return later;
 }
 
 // The reference times of one satellite's predicted ephemerides and the states
@@ -375,7 +413,7 @@ enum class WindowOutcome { kept, fitFailed, refused, stalled };
 // 16-bit field; a longer arc separates them better. It comes from a fresh
 // integrator so the interleaved ones keep their place.
 WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support::BinaryData const& estimated,
-                        RecordFields const& fields, Ephemeris& out) {
+                        double ut1Rate, RecordFields const& fields, Ephemeris& out) {
   core::GnssType const gnss = gnssType(fields.sat.system);
   double const h = plan.step;
   Vec unused(3), kepler(17), position(3), velocity(3);
@@ -383,7 +421,7 @@ WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support:
   bool const fresh = lane.model->getGj8Integrator().getTotalSteps() == 0;
   double const t0 = fresh ? lane.reached : lane.reached - (plan.samples / 2) * h;
   int const made = support::propagateSatellite(gnss, t0, plan.target(toe), h, plan.samples, unused, unused,
-                                               *lane.model, kepler, position, velocity, epoch);
+                                               *lane.model, ut1Rate, kepler, position, velocity, epoch);
   lane.reached = plan.last(toe);
   if (made == 0) return WindowOutcome::stalled;
   bool fitted = made > 0;
@@ -392,7 +430,7 @@ WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support:
   std::unique_ptr<support::ForceModel> retry = copyModel(estimated);
   fitted = retry && support::propagateSatellite(gnss, plan.start, plan.target(toe), h,
                                                 plan.samples + kRetryExtraSamples, unused, unused, *retry,
-                                                kepler, position, velocity, epoch) > 0;
+                                                ut1Rate, kepler, position, velocity, epoch) > 0;
   if (!fitted) return WindowOutcome::fitFailed;
   return encode(kepler, toe, fields, out) ? WindowOutcome::kept : WindowOutcome::refused;
 }
@@ -401,7 +439,7 @@ WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support:
 // window, from an independent continuous propagation of the same estimate;
 // infinite when that propagation fails.
 double maxFitResidual(std::vector<Ephemeris> const& predicted, WindowPlan const& plan,
-                      support::BinaryData const& estimated, int leap, bool antenna) {
+                      support::BinaryData const& estimated, int leap, bool antenna, double ut1Rate) {
   std::unique_ptr<support::ForceModel> check = copyModel(estimated);
   long long const steps = plan.column(plan.last(plan.toes.back())) + 1;
   if (!check || steps <= 0) return std::numeric_limits<double>::infinity();
@@ -411,7 +449,7 @@ double maxFitResidual(std::vector<Ephemeris> const& predicted, WindowPlan const&
   for (std::size_t j = 0; j < epochs.size(); ++j)
     epochs(j) = plan.start + static_cast<double>(j + 1) * plan.step;
   Mat reference;
-  if (!stepEarthFixed(*check, epochs, leap, antenna, reference))
+  if (!stepEarthFixed(*check, epochs, leap, antenna, ut1Rate, reference))
     return std::numeric_limits<double>::infinity();
   double worst = 0.0;
   Vec pos(3), vel(3);
@@ -446,25 +484,48 @@ std::string refusalNote(SatelliteId const& sat, std::size_t windows, int fitFail
 
 // The whole prediction from centre-of-mass samples: estimate, plan the
 // windows, fit them on interleaved integrators, optionally check the fit.
-void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel const& clock,
+void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockModel const& clock,
                         Ephemeris const& templateRecord, PipelineOptions const& o,
                         SatellitePrediction& result) {
-  std::size_t const n = s.t.size();
-  int const leap = leapSecondsAt(s.t[n / 2]);
   support::AssistanceData assistance = assistanceOf(result.sat, type, o);
   if (!o.antennaOffset) assistance.antPhase.fill(0.0);
+  double const cpu0 = threadCpuSeconds();
+  Samples s = given;
+  Estimation best = estimateFrom(s, assistance, type, o, leapSecondsAt(s.t[s.t.size() / 2]));
+  // No orbit passes through a manoeuvre or a span of bad records: fit only the
+  // latest part of the arc as long as a span after a gap may be, when that
+  // fits better.
+  double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
+  std::size_t first = s.t.size() - 1;
+  while (first > 0 && s.t.back() - s.t[first] + 1e-9 < minimum) --first;
+  if (!(best.rms <= kManoeuvreRms) && first >= 2 && first + 3 <= s.t.size()) {
+    Samples later = latestSamples(s, first);
+    Estimation e = estimateFrom(later, assistance, type, o, leapSecondsAt(later.t[later.t.size() / 2]));
+    if (e.rms < best.rms) {
+      char text[240];
+      std::snprintf(text, sizeof text,
+                    "%s: the orbit misses the %s arc by %.1f m RMS (a manoeuvre or bad records); fitted "
+                    "from %s only",
+                    toString(result.sat).c_str(), hoursText(s.t.back() - s.t.front()).c_str(), best.rms,
+                    formatGpsTime(later.t.front()).c_str());
+      result.notes.push_back(text);
+      s = std::move(later);
+      best = std::move(e);
+    }
+  }
+  std::size_t const n = s.t.size();
+  int const leap = leapSecondsAt(s.t[n / 2]);
   result.fitStart = s.t.front();
   result.fitEnd = s.t.back();
   result.samples = static_cast<int>(n);
   result.svType = type;
-
-  double const cpu0 = threadCpuSeconds();
-  Estimation const best = estimateFrom(s, assistance, type, o, leap);
   double const cpu1 = threadCpuSeconds();
   result.estimateSeconds = cpu1 - cpu0;
   result.pole = best.pole;
   result.srp = best.srp;
   result.srpEstimated = best.srpEstimated;
+  result.ut1Rate = best.ut1Rate;
+  result.ut1RateEstimated = best.ut1RateEstimated;
   if (!best.srpNote.empty()) result.notes.push_back(toString(result.sat) + ": " + best.srpNote);
   result.sampleRms = best.rms;
   if (result.sampleRms > kSampleRmsWarning) {
@@ -473,6 +534,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
                   toString(result.sat).c_str(), result.sampleRms);
     result.notes.push_back(text);
   }
+
+  if (o.estimateOnly) return;
 
   // The integrator starts at the middle sample.
   WindowPlan const plan = planWindows(o, result.sat.system, s.t[n / 2]);
@@ -491,7 +554,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   for (std::size_t i = 0; i < plan.toes.size(); ++i) {
     double const toe = plan.toes[i];
     Ephemeris e;
-    WindowOutcome const outcome = fitWindow(lanes[i % plan.interleave], toe, plan, best.model, fields, e);
+    WindowOutcome const outcome =
+        fitWindow(lanes[i % plan.interleave], toe, plan, best.model, best.ut1Rate, fields, e);
     if (outcome == WindowOutcome::stalled) {
       // The integrator did not move: later windows would be mislabelled.
       result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
@@ -511,7 +575,8 @@ void predictFromSamples(Samples const& s, support::BeidouSvType type, ClockModel
   result.propagateSeconds = cpu2 - cpu1;
 
   if (o.checkFit && !result.predicted.empty()) {
-    result.maxFitResidual = maxFitResidual(result.predicted, plan, best.model, leap, o.antennaOffset);
+    result.maxFitResidual =
+        maxFitResidual(result.predicted, plan, best.model, leap, o.antennaOffset, best.ut1Rate);
   }
   result.cpuSeconds = threadCpuSeconds() - cpu0;
 }
@@ -529,6 +594,14 @@ support::BeidouSvType orbitType(std::vector<Ephemeris> const& records) {
   return svType(*latest);
 }
 
+namespace {
+double median(std::vector<double>& v) {
+  std::sort(v.begin(), v.end());
+  std::size_t const h = v.size() / 2;
+  return v.size() % 2 == 1 ? v[h] : 0.5 * (v[h - 1] + v[h]);
+}
+}  // namespace
+
 support::Eop medianPole(std::vector<SatellitePrediction> const& predictions) {
   std::vector<double> xp, yp;
   for (SatellitePrediction const& p : predictions) {
@@ -538,14 +611,17 @@ support::Eop medianPole(std::vector<SatellitePrediction> const& predictions) {
   }
   support::Eop pole;
   if (xp.empty()) return pole;
-  auto median = [](std::vector<double>& v) {
-    std::sort(v.begin(), v.end());
-    std::size_t const h = v.size() / 2;
-    return v.size() % 2 == 1 ? v[h] : 0.5 * (v[h - 1] + v[h]);
-  };
   pole.xp = median(xp);
   pole.yp = median(yp);
   return pole;
+}
+
+double medianUt1Rate(std::vector<SatellitePrediction> const& predictions) {
+  std::vector<double> rates;
+  for (SatellitePrediction const& p : predictions) {
+    if (p.skipReason.empty() && p.ut1RateEstimated) rates.push_back(p.ut1Rate);
+  }
+  return rates.empty() ? 0.0 : median(rates);
 }
 
 std::string validate(PipelineOptions const& o) {
@@ -618,11 +694,13 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
     have[k] = true;
   }
   std::string reason;
+  double const gridEnd = t.back();
   keepLastRun(t, pos, have, o, reason);
   if (!reason.empty()) {
     result.skipReason = reason;
     return result;
   }
+  result.dataEndGap = gridEnd - t.back();
   Ephemeris const& last = kept.back();
   support::BeidouSvType const type = svType(last);
   // The first sample's velocity, from the record nearest in toe.
@@ -663,11 +741,13 @@ SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat
   std::vector<bool> have(t.size(), false);
   for (std::size_t k = 0; k < t.size(); ++k) have[k] = orbit.state(sat, t[k], pos[k]);
   std::string reason;
+  double const gridEnd = t.back();
   keepLastRun(t, pos, have, o, reason);
   if (!reason.empty()) {
     result.skipReason = reason;
     return result;
   }
+  result.dataEndGap = gridEnd - t.back();
   Samples s;
   s.t = t;
   s.position = pos;
@@ -724,7 +804,7 @@ ConstellationPrediction predictAll(
   for (std::size_t i = 0; i < types.size(); ++i) (holdsPole(types[i]) ? holding : estimating).push_back(i);
   std::atomic<std::size_t> done{0};
   if (o.progress && !types.empty()) o.progress(0, types.size());
-  auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options) {
+  auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options, bool report) {
     std::atomic<std::size_t> next{0};
     auto worker = [&]() {
       for (std::size_t k = next++; k < which.size(); k = next++) {
@@ -736,7 +816,7 @@ ConstellationPrediction predictAll(
           p.sat = sats[which[k]];
           p.skipReason = std::string("prediction failed: ") + e.what();
         }
-        if (o.progress) o.progress(++done, types.size());
+        if (o.progress && report) o.progress(++done, types.size());
       }
     };
     std::vector<std::thread> threads;
@@ -746,9 +826,30 @@ ConstellationPrediction predictAll(
   };
   PipelineOptions options = o.pipeline;
   options.fitEnd = fitEnd;
-  run(estimating, options);
+  bool const rateFirst = options.estimateUt1Rate && options.estimateSrp;
+  result.ut1Rate = options.ut1Rate;
+  if (rateFirst) {
+    // One Earth: the GPS and BeiDou satellites that estimate the pole estimate
+    // the rate first, then every satellite takes their median.
+    std::vector<std::size_t> rateEstimating;
+    for (std::size_t i : estimating)
+      if (sats[i].system != 'R') rateEstimating.push_back(i);
+    options.estimateOnly = true;
+    run(rateEstimating, options, false);
+    options.estimateOnly = o.pipeline.estimateOnly;
+    std::size_t const estimates = static_cast<std::size_t>(std::count_if(
+        result.satellites.begin(), result.satellites.end(),
+        [](SatellitePrediction const& p) { return p.skipReason.empty() && p.ut1RateEstimated; }));
+    if (estimates >= kMinUt1RateEstimates) {
+      result.ut1RateEstimates = estimates;
+      result.ut1Rate = medianUt1Rate(result.satellites);
+    }
+    options.estimateUt1Rate = false;
+    options.ut1Rate = result.ut1Rate;
+  }
+  run(estimating, options, true);
   options.pole = medianPole(result.satellites);
-  run(holding, options);
+  run(holding, options, true);
   result.poleHolders = holding.size();
   result.heldPole = options.pole;
   return result;

@@ -58,6 +58,10 @@ constexpr unsigned kBatchRedundancy = 6;
 constexpr int kBatchMaxIterations = 8;
 constexpr double kBatchPositionTolerance = 1e-3;  // m
 constexpr double kBatchSrpTolerance = 1e-4;
+// The UT1 rate is solved for in ms/day of UT1 - UTC, where one unit moves a
+// GPS orbit by about 2 m over a day: the normal equations stay balanced.
+constexpr double kUt1RateUnit = 1e-3 / 86400.0;  // s/s per ms/day
+constexpr double kBatchUt1RateTolerance = 1e-4;  // ms/day
 
 bool shapedAlongTrack(BeidouSvType svType) {
   return svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO;
@@ -264,6 +268,14 @@ InitialStateEstimate estimateInitialState(Vec const& times, Mat const& positions
 BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, Mat const& velocities,
                                         Eop const& eop, bool estimatePole, Srp const& srpSigma,
                                         ForceModel& forceModel, bool backwards) {
+  return estimateInitialStateBatch(times, positions, velocities, eop, estimatePole, srpSigma, false, 0.0,
+                                   forceModel, backwards);
+}
+
+BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, Mat const& velocities,
+                                        Eop const& eop, bool estimatePole, Srp const& srpSigma,
+                                        bool estimateUt1Rate, double ut1Rate, ForceModel& forceModel,
+                                        bool backwards) {
   std::size_t const n = times.size();
   if (n < 2) ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size times"));
   if (positions.size1() != n || positions.size2() != 3) {
@@ -272,9 +284,11 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
   if (velocities.size1() < 1 || velocities.size2() != 3) {
     ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size velocities"));
   }
-  unsigned const np = kStateSize + (estimatePole ? 2 : 0);
+  unsigned const poleAt = kStateSize, rateAt = kStateSize + (estimatePole ? 2 : 0);
+  unsigned const np = rateAt + (estimateUt1Rate ? 1 : 0);
   BatchEstimate result;
   result.pole = eop;
+  result.ut1Rate = ut1Rate;
   result.epoch = times(n - 1);
   if (3 * n < np + kBatchRedundancy) {
     log::printFormatted(log::ERROR, kTag,
@@ -296,11 +310,18 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
   x(6) = given.srp[0];
   x(7) = given.srp[1];
   Eop pole = eop;
+  double rate = ut1Rate;
 
-  // The rotations B_k = icrsToInt0(t_k) N^T do not change between iterations.
+  // The rotations B_k = icrsToInt0(t_k) N^T, with UT1 - UTC drifting at `rate`
+  // from the frame epoch; they change only with the rate.
   std::vector<Mat> b(n);
-  for (std::size_t k = 0; k < n; ++k)
-    b[k] = prod(icrsToInt0(times(k), frame.ut1MinusUtc, ls), trans(nMatrix));
+  auto rotations = [&]() {
+    for (std::size_t k = 0; k < n; ++k) {
+      double const ut1 = frame.ut1MinusUtc + rate * (times(k) - frame.tRef);
+      b[k] = prod(icrsToInt0(times(k), ut1, ls), trans(nMatrix));
+    }
+  };
+  rotations();
 
   forceModel.setSrpComputation(true);
   OdeFunRkf78 variational(forceModel);
@@ -344,8 +365,17 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
         }
       }
       if (estimatePole) {
-        ublas::column(hm, 6 + 2) = prod(dWdxp, u);
-        ublas::column(hm, 7 + 2) = prod(dWdyp, u);
+        ublas::column(hm, poleAt) = prod(dWdxp, u);
+        ublas::column(hm, poleAt + 1) = prod(dWdyp, u);
+      }
+      if (estimateUt1Rate) {
+        // A later UT1 turns the Earth further: d(R3(a) u)/da = (u_y, -u_x, 0).
+        double const da = earthRotationRate * kUt1RateUnit * (times(k) - frame.tRef);
+        Vec turn(3);
+        turn(0) = u(1) * da;
+        turn(1) = -u(0) * da;
+        turn(2) = 0.0;
+        ublas::column(hm, rateAt) = prod(eopInfo.matrix, turn);
       }
       noalias(normal) += prod(trans(hm), hm);
       noalias(g) += prod(trans(hm), res);
@@ -362,8 +392,13 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
     if (!std::isfinite(result.rms) || mldivide(normal, g, dx) != 0 || !std::isfinite(norm_2(dx))) break;
     for (unsigned i = 0; i < kStateSize; ++i) x(i) += dx(i);
     if (estimatePole) {
-      pole.xp += dx(8);
-      pole.yp += dx(9);
+      pole.xp += dx(poleAt);
+      pole.yp += dx(poleAt + 1);
+    }
+    double const rateStep = estimateUt1Rate ? dx(rateAt) : 0.0;
+    if (estimateUt1Rate) {
+      rate += rateStep * kUt1RateUnit;
+      rotations();
     }
     // The state at the last sample: the propagated one, corrected to first order.
     for (unsigned i = 0; i < 6; ++i) {
@@ -373,7 +408,7 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
     }
     double const step = norm_2(ublas::subrange(dx, 0, 3));
     if (step < kBatchPositionTolerance && std::fabs(dx(6)) < kBatchSrpTolerance &&
-        std::fabs(dx(7)) < kBatchSrpTolerance) {
+        std::fabs(dx(7)) < kBatchSrpTolerance && std::fabs(rateStep) < kBatchUt1RateTolerance) {
       converged = true;
       for (unsigned i = 0; i < 6; ++i) {
         for (unsigned col = 0; col < kStateSize; ++col) phiEnd(i, col) = y(kStateSize + i + kStateSize * col);
@@ -407,6 +442,7 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
   forceModel.setEopInfo(makeEopInfo(pole));
   result.converged = true;
   result.pole = pole;
+  result.ut1Rate = rate;
   result.state = Vec(kStateSize);
   for (unsigned i = 0; i < 6; ++i) result.state(i) = endState(i);
   result.state(6) = x(6);
@@ -416,9 +452,16 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
   return result;
 }
 
-int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int n, Vec const& /*position*/,
-                       Vec const& /*velocity*/, ForceModel& forceModel, Vec& keplerOut, Vec& positionOut,
+int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int n, Vec const& position,
+                       Vec const& velocity, ForceModel& forceModel, Vec& keplerOut, Vec& positionOut,
                        Vec& velocityOut, double& epochOut) {
+  return propagateSatellite(gnss, t0, t1, h, n, position, velocity, forceModel, 0.0, keplerOut, positionOut,
+                            velocityOut, epochOut);
+}
+
+int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int n, Vec const& /*position*/,
+                       Vec const& /*velocity*/, ForceModel& forceModel, double ut1Rate, Vec& keplerOut,
+                       Vec& positionOut, Vec& velocityOut, double& epochOut) {
   if (n < 1) ZARN_THROW(std::invalid_argument("propagateSatellite: invalid number of epochs"));
   if (!(h > 0.0)) ZARN_THROW(std::invalid_argument("propagateSatellite: invalid step"));
 
@@ -450,13 +493,18 @@ int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int 
   if (n == 1) return static_cast<int>(made);
 
   int const ls = leapSeconds(epochs(mid), true, forceModel.getLeapInfo());
-  int0StatesToItrs(forceModel, epochs, ls, true, pm, vm);
+  int0StatesToItrs(forceModel, epochs, ls, true, ut1Rate, pm, vm);
   if (!satelliteStatesToKeplerian(gnss, pm, vm, epochs, keplerOut)) return -1;
   return static_cast<int>(made);
 }
 
 void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapSeconds, bool antenna,
                       Mat& positions, Mat& velocities) {
+  int0StatesToItrs(forceModel, epochs, leapSeconds, antenna, 0.0, positions, velocities);
+}
+
+void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapSeconds, bool antenna,
+                      double ut1Rate, Mat& positions, Mat& velocities) {
   std::size_t const n = epochs.size();
   if (positions.size1() != 3 || positions.size2() != n) {
     ZARN_THROW(std::invalid_argument("int0StatesToItrs: invalid size positions"));
@@ -471,7 +519,8 @@ void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapS
   Mat b(3, 3);
   Vec r(3), v(3), rb(3), vb(3);
   for (std::size_t i = 0; i < n; ++i) {
-    noalias(b) = prod(icrsToInt0(epochs(i), frame.ut1MinusUtc, leapSeconds), nt);
+    double const ut1 = frame.ut1MinusUtc + ut1Rate * (epochs(i) - frame.tRef);
+    noalias(b) = prod(icrsToInt0(epochs(i), ut1, leapSeconds), nt);
     noalias(r) = ublas::column(positions, i);
     noalias(v) = ublas::column(velocities, i);
     noalias(rb) = prod(b, r);

@@ -47,6 +47,12 @@ struct PipelineOptions {
   double fitEnd = 0;             // GPS seconds: the last sample is at or before it, on the grid
   double fitSpan = 24 * 3600.0;  // s: samples cover [fitEnd - fitSpan, fitEnd]
   double minFitSpan = 0;         // s: shorter spans (after gaps) skip the satellite; 0: half of fitSpan
+  // s: a satellite whose data stop at most this long before the fit end is
+  // fitted up to its last sample and predicted from there (receivers miss
+  // records). On the 2009 station file (13 satellites predicted instead of 4)
+  // the day-1 medians of those with data ending 2 to 12 h early were 4-12 m,
+  // like the 2-15 m of those without a gap; 8 h leaves an arc of 16 h.
+  double maxEndGap = 8 * 3600.0;
   double sampleStep = 900.0;     // s: sample spacing and integration step
   double days = 7.0;             // prediction length, days (at most kMaxPredictionDays)
   int gpsWindowSamples = 16;     // states per fitted GPS window (even): (n - 1) * step is the fit interval
@@ -65,6 +71,12 @@ struct PipelineOptions {
   // (2009, 2016, 2020, 2023 broadcast, 2019 precise) against both looser
   // (0.1, 1) and free values.
   support::Srp srpSigma{{0.03, 0.3}};
+  // The same for BeiDou GEO and IGSO. Their samples see the pole, the UT1 rate
+  // and the Y-bias alike (held pole, orbit-normal attitude for weeks), so a
+  // free Y-bias absorbs them and grows the error with the prediction: with 0.3
+  // the 2019 precise set gave IGSO day-7 medians of 307 m, with 0.1 54 m (GEO
+  // 191 and 146 m); 0.05 and 0.03 did worse again (64 and 109 m).
+  support::Srp geoSrpSigma{{0.03, 0.1}};
   // A-priori pole (IERS sense, rad). The filter estimates the pole for GPS and
   // BeiDou MEO satellites but holds it fixed for BeiDou GEO and IGSO, whose
   // samples cannot separate it from the orbit: give those the pole estimated
@@ -82,6 +94,16 @@ struct PipelineOptions {
   std::function<support::AssistanceData(SatelliteId const&, support::BeidouSvType, double)> assistance;
   GlonassStart glonassStart = GlonassStart::filter;
   double glonassPairAge = 6 * 3600.0;  // s: age of the second state of GlonassStart::twoStates
+
+  // The Earth's rotation drifts from the uniform one by the length-of-day
+  // excess, about 1 ms a day: 13 m at GPS height after a week. With
+  // estimateUt1Rate (and estimateSrp) the satellites that estimate the pole also
+  // estimate d(UT1 - UTC)/dt; otherwise, and for the others, ut1Rate (s/s) is
+  // held.
+  bool estimateUt1Rate = true;
+  double ut1Rate = 0.0;
+  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass).
+  bool estimateOnly = false;
 };
 
 // Empty when the options can be used; otherwise what is wrong with them.
@@ -97,16 +119,19 @@ struct SatellitePrediction {
   int rejected = 0;                  // windows whose fit failed or whose elements failed validation
   double fitStart = 0, fitEnd = 0;   // GPS seconds of the first and last sample
   int samples = 0;
+  double dataEndGap = 0;      // s: the samples stop this long before the last grid instant (maxEndGap)
   double sampleRms = 0;       // m: RMS distance between the samples and the estimated orbit
                               // (GLONASS: over the second half of the span)
   double maxFitResidual = 0;  // m: with checkFit, the largest distance between a written
                               // ephemeris and the propagated states of its window
                               // (infinite when that propagation fails)
   support::BeidouSvType svType = support::UNDEFINED_SAT_TYPE;
-  support::Eop pole;          // the estimated (or held) pole (rad)
-  support::Srp srp;           // radiation-pressure parameters propagated with (AssistanceData.srp)
-  bool srpEstimated = false;  // srp estimated from the samples rather than the block defaults
-  double cpuSeconds = 0;      // thread CPU time of the whole prediction
+  support::Eop pole;              // the estimated (or held) pole (rad)
+  support::Srp srp;               // radiation-pressure parameters propagated with (AssistanceData.srp)
+  bool srpEstimated = false;      // srp estimated from the samples rather than the block defaults
+  double ut1Rate = 0.0;           // d(UT1 - UTC)/dt (s/s) the prediction was converted with
+  bool ut1RateEstimated = false;  // ut1Rate estimated from this satellite's samples
+  double cpuSeconds = 0;          // thread CPU time of the whole prediction
   double estimateSeconds = 0, propagateSeconds = 0;  // of which: estimation, propagation and fit
 };
 
@@ -153,7 +178,15 @@ struct ConstellationPrediction {
   std::vector<SatellitePrediction> satellites;  // the selected satellites, in input order
   std::size_t poleHolders = 0;                  // satellites that held the pole (BeiDou GEO, IGSO)
   support::Eop heldPole;                        // the pole they held: medianPole of the others
+  // d(UT1 - UTC)/dt (s/s) of every prediction: the median of the satellites'
+  // own estimates (each re-estimated with it held), or the one given when
+  // fewer than five satellites could estimate it.
+  double ut1Rate = 0.0;
+  std::size_t ut1RateEstimates = 0;  // satellites behind that median; 0 when it was held
 };
+
+// The median d(UT1 - UTC)/dt of the satellites that estimated it (0 when none did).
+double medianUt1Rate(std::vector<SatellitePrediction> const& predictions);
 
 // Every selected satellite of the input, `threads` at a time. The satellites
 // that hold the pole run after the others and take their median pole.
