@@ -106,15 +106,23 @@ BinaryData encodeState(T const& object) {
   return out;
 }
 
+template <class T>
+T makeDefault() {
+  return T();
+}
+
 // Reads `in` into an object that holds the state `primed` (a valid encoding
 // of a non-trivial state). A refused input leaves object and position as they
 // were; an accepted one re-encodes to the bytes read, and those bytes read
-// into a fresh object give an equal object with the same encoding.
-template <class T>
+// into a fresh object give an equal object with the same encoding. `make`
+// builds the fresh objects (for classes without a default constructor).
+// Object comparisons are made only where an object equals itself (NaN, and
+// classes whose equality also demands an unmoved filter).
+template <class T, T (*make)() = makeDefault<T>>
 void stateRoundTrip(BinaryData const& primed, std::uint8_t const* data, std::size_t size) {
   BinaryData const in = bytesOf(data, size);
-  T object;
-  T reference;
+  T object = make();
+  T reference = make();
   unsigned int p = 0;
   ZARN_FUZZ_CHECK(object.deserialize(primed, p) && p == primed.size());
   p = 0;
@@ -122,14 +130,14 @@ void stateRoundTrip(BinaryData const& primed, std::uint8_t const* data, std::siz
   unsigned int position = 0;
   if (!object.deserialize(in, position)) {
     ZARN_FUZZ_CHECK(position == 0);
-    ZARN_FUZZ_CHECK(object == reference);
+    if (reference == reference) ZARN_FUZZ_CHECK(object == reference);
     ZARN_FUZZ_CHECK(encodeState(object) == primed);
     return;
   }
   ZARN_FUZZ_CHECK(position <= in.size());
   BinaryData const once = encodeState(object);
   ZARN_FUZZ_CHECK(once.size() == position);
-  T copy;
+  T copy = make();
   unsigned int again = 0;
   ZARN_FUZZ_CHECK(copy.deserialize(once, again));
   ZARN_FUZZ_CHECK(again == once.size());

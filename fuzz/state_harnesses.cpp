@@ -5,11 +5,17 @@
 // A new class with the same members needs one registration: a function that
 // builds its primed state and ZARN_FUZZ_STATE(name, Class, primer).
 #include <cmath>
+#include <map>
 
 #include "harness.hpp"
 #include "zarn/support/assistance_data.hpp"
+#include "zarn/support/clock_filter.hpp"
+#include "zarn/support/constellation_analyzer.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/eop_filter.hpp"
+#include "zarn/support/ephemeris_cache.hpp"
 #include "zarn/support/force_model.hpp"
+#include "zarn/support/gamma_estimator.hpp"
 #include "zarn/support/numerical_integration.hpp"
 
 namespace zarn {
@@ -63,17 +69,104 @@ BinaryData primedForceModel() {
   return encodeState(model);
 }
 
-#define ZARN_FUZZ_STATE(name, T, primer)           \
-  ZARN_FUZZ_HARNESS(                               \
-      "state_" name,                               \
-      [](std::uint8_t const* d, std::size_t n) {   \
-        static BinaryData const primed = primer(); \
-        stateRoundTrip<T>(primed, d, n);           \
-      },                                           \
-      []() { return std::vector<std::string>{asString(primer())}; })
+// A GPS clock (bias, drift, drift rate) followed through a day of uploads.
+BinaryData primedClockFilter() {
+  support::Vec clock(3);
+  clock(0) = 2.1e-4;
+  clock(1) = -3.4e-12;
+  clock(2) = 0.0;
+  support::ClockFilter filter(core::GPS, kTRef, clock, false);
+  constexpr double kUpload = 7200.0;  // s
+  for (int k = 1; k <= 6; ++k) {
+    clock(0) += clock(1) * kUpload + 1e-10 * (k % 3);
+    filter.update(kTRef + k * kUpload, clock);
+  }
+  return encodeState(filter);
+}
+
+BinaryData primedGammaEstimator() {
+  constexpr double kDay = 86400.0;  // s
+  support::GammaEstimator estimator(-1.2e-5, 9.1e-13, kTRef);
+  estimator.update(-1.2e-5 - 2 * kDay * 9.1e-13, 9.0e-13, kTRef + 2 * kDay);
+  estimator.update(-1.2e-5 - 15 * kDay * 9.1e-13, 9.2e-13, kTRef + 15 * kDay);
+  return encodeState(estimator);
+}
+
+// Daily pole estimates (arcsec) with a 2 mas standard deviation.
+BinaryData primedEopFilter() {
+  constexpr double kDay = 86400.0;  // s
+  support::EopFilter filter;
+  filter.initialize(support::Eop{0.12, 0.41}, kTRef);
+  support::Mat R(2, 2, 0.0);
+  R(0, 0) = R(1, 1) = 4e-6;
+  for (int k = 1; k <= 4; ++k) filter(support::Eop{0.12 + 0.001 * k, 0.41 - 0.002 * k}, R, kTRef + k * kDay);
+  return encodeState(filter);
+}
+
+constexpr unsigned int kCacheCapacity = 8;
+constexpr double kCacheDelta = 60.0;  // s
+
+support::EphemerisCache makeCache() {
+  return support::EphemerisCache(kCacheCapacity, kCacheDelta);
+}
+
+// GLONASS records every 30 minutes (tb steps), positions of a real orbit.
+BinaryData primedEphemerisCache() {
+  support::EphemerisCache cache = makeCache();
+  constexpr unsigned int kHalfHour = 1800;  // s
+  for (unsigned int k = 0; k < 5; ++k) {
+    core::GlonassEphemeris e;
+    e.svId = 7;
+    e.tb = static_cast<std::int16_t>(2 * k + 1);
+    e.time = core::Toc{5, 1000, (k + 1) * kHalfHour - 900};
+    e.frequencyNumber = 5;
+    constexpr double kUnitsPerKm = 2048.0;  // 2^11
+    e.x = static_cast<std::int32_t>((-14950.7 + 10.0 * k) * kUnitsPerKm);
+    e.y = static_cast<std::int32_t>((8035.2 - 7.0 * k) * kUnitsPerKm);
+    e.z = static_cast<std::int32_t>((19862.1 + 3.0 * k) * kUnitsPerKm);
+    cache.insert(e);
+  }
+  return encodeState(cache);
+}
+
+BinaryData primedConstellationAnalyzer() {
+  support::ConstellationAnalyzer analyzer;
+  std::map<unsigned short, support::AssistanceData> gps;
+  for (unsigned short sv : {3, 5, 24}) {
+    gps[sv] = support::AssistanceDataFile::defaultAssistance(core::GPS, sv);
+    analyzer.recordEvent(core::GPS, sv, support::PredictorEvent{kTRef, 2, core::OK});
+    analyzer.recordEvent(core::GPS, sv,
+                         support::PredictorEvent{kTRef + 60, 3, sv == 24 ? core::GENERAL_ERROR : core::OK});
+  }
+  analyzer.updateAssistanceData(core::GPS, gps);
+  analyzer.updateAssistanceData(core::BEIDOU,
+                                {{3, support::AssistanceDataFile::defaultAssistance(core::BEIDOU, 3)}});
+  analyzer.recordEvent(core::BEIDOU, 3, support::PredictorEvent{kTRef, 1, core::OK});
+  return encodeState(analyzer);
+}
+
+template <class T, T (*make)(), BinaryData (*primer)()>
+void runState(std::uint8_t const* data, std::size_t size) {
+  static BinaryData const primed = primer();
+  stateRoundTrip<T, make>(primed, data, size);
+}
+
+template <BinaryData (*primer)()>
+std::vector<std::string> stateSeeds() {
+  return {asString(primer())};
+}
+
+#define ZARN_FUZZ_STATE_MADE(name, T, make, primer) \
+  ZARN_FUZZ_HARNESS("state_" name, (runState<T, make, primer>), stateSeeds<primer>)
+#define ZARN_FUZZ_STATE(name, T, primer) ZARN_FUZZ_STATE_MADE(name, T, makeDefault<T>, primer)
 
 ZARN_FUZZ_STATE("gj8_integrator", support::Gj8Integrator, primedIntegrator);
 ZARN_FUZZ_STATE("force_model", support::ForceModel, primedForceModel);
+ZARN_FUZZ_STATE("clock_filter", support::ClockFilter, primedClockFilter);
+ZARN_FUZZ_STATE("gamma_estimator", support::GammaEstimator, primedGammaEstimator);
+ZARN_FUZZ_STATE("eop_filter", support::EopFilter, primedEopFilter);
+ZARN_FUZZ_STATE_MADE("ephemeris_cache", support::EphemerisCache, makeCache, primedEphemerisCache);
+ZARN_FUZZ_STATE("constellation_analyzer", support::ConstellationAnalyzer, primedConstellationAnalyzer);
 
 }  // namespace
 }  // namespace fuzz

@@ -269,6 +269,48 @@ TEST(ConstellationAnalyzer, StoredFormRoundTripsAndEveryTruncationIsRefused) {
   }
 }
 
+// Found by fuzzing: a key listed twice used to be merged, so the analyzer
+// read fewer records than the bytes held and wrote back a shorter form.
+TEST(ConstellationAnalyzer, FormWithARepeatedKeyIsRefused) {
+  struct Case {
+    char const* what;
+    std::vector<unsigned int> constellations;  // of the latest-event map
+    std::vector<unsigned short> satellites;    // under each constellation
+  };
+  Case const cases[] = {
+      {"distinct keys", {GPS, BEIDOU}, {3, 5}},
+      {"a constellation twice", {GPS, GPS}, {3, 5}},
+      {"a satellite twice", {GPS}, {5, 5}},
+  };
+  for (Case const& c : cases) {
+    BinaryData bytes;
+    unsigned int count = 0;
+    serialize(0u, bytes, count);  // no assistance data
+    serialize(0u, bytes, count);  // no initialisations
+    serialize(static_cast<unsigned int>(c.constellations.size()), bytes, count);
+    for (unsigned int gnss : c.constellations) {
+      serialize(gnss, bytes, count);
+      serialize(static_cast<unsigned int>(c.satellites.size()), bytes, count);
+      for (unsigned short sv : c.satellites) {
+        serialize(sv, bytes, count);
+        serialize(event(kT, 3, core::OK), bytes, count);
+      }
+    }
+    bool const distinct = std::string(c.what) == "distinct keys";
+    ConstellationAnalyzer const before = constellation(GLONASS, 2, 1);
+    ConstellationAnalyzer target = before;
+    unsigned int position = 0;
+    EXPECT_EQ(target.deserialize(bytes, position), distinct) << c.what;
+    EXPECT_EQ(position, distinct ? bytes.size() : 0u) << c.what;
+    BinaryData again;
+    if (distinct) {
+      EXPECT_TRUE(target.serialize(again) && again == bytes) << c.what;
+    } else {
+      EXPECT_TRUE(target == before) << c.what;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace support
 }  // namespace zarn

@@ -77,7 +77,8 @@ class ZARN_EXPORT ConstellationAnalyzer {
   // appended.
   bool serialize(BinaryData& out) const;
   // Reads that form at `position`; the analyzer and `position` change only
-  // when all three maps were read.
+  // when all three maps were read and no map lists a constellation, or a
+  // constellation a satellite, twice.
   bool deserialize(BinaryData const& in, unsigned int& position);
 
   bool operator==(ConstellationAnalyzer const& other) const;

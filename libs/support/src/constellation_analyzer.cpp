@@ -118,13 +118,17 @@ bool deserializeMap(BinaryData const& in, unsigned int& index, ConstellationMap<
   for (unsigned int i = 0; i < outerCount; ++i) {
     core::GnssType gnss{};
     unsigned int innerCount = 0;
-    if (!deserialize(in, index, gnss) || !deserialize(in, index, innerCount)) return false;
+    // A key listed twice would silently drop a record and break the
+    // round trip, so such a form is refused as damaged.
+    if (!deserialize(in, index, gnss) || !deserialize(in, index, innerCount) || map.count(gnss) != 0)
+      return false;
     std::map<unsigned short, Record>& inner = map[gnss];
     for (unsigned int j = 0; j < innerCount; ++j) {
       unsigned short svId = 0;
       Record record{};
-      if (!deserialize(in, index, svId) || !deserialize(in, index, record)) return false;
-      inner[svId] = record;
+      if (!deserialize(in, index, svId) || !deserialize(in, index, record) ||
+          !inner.emplace(svId, record).second)
+        return false;
     }
   }
   return true;
