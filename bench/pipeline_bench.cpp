@@ -28,6 +28,9 @@ namespace zs = zarn::support;
 namespace {
 
 constexpr char const* kNavFile = "/data/2016-251_252_smartloc/brdc2510.16n";
+// GPS, GLONASS, Galileo and BeiDou-2/3 of 2023-03-12.
+constexpr char const* kMixedNavFile = "/data/2023-071_073/BRD400DLR_S_20230710000_01D_MN.rnx.gz";
+constexpr char const* kMixedFitEnd = "2023-03-13T00:00:00";
 constexpr int kSatellite = 12;
 constexpr double kDays = 7.0;
 constexpr double kGpsSpacing = 7200.0;  // s: GPS reference times on even hours
@@ -155,6 +158,38 @@ void BM_PipelineStagePropagate7Days(benchmark::State& state) {
 }
 BENCHMARK(BM_PipelineStagePropagate7Days)->Unit(benchmark::kMillisecond);
 
+// Seven days of two-hourly windows turned from the integrator's frame into
+// Earth-fixed antenna positions (the output stage before the fit).
+void BM_PipelineStageEarthFixed7Days(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  zh::PipelineOptions const& o = data().options;
+  zs::ForceModel model;  // the frames and the antenna offset, no orbit needed
+  Stages(o).configure(model);
+  std::size_t const n = static_cast<std::size_t>(o.gpsWindowSamples);
+  zs::Mat r(3, n), v(3, n);
+  zs::Vec t(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    r(0, i) = 26.56e6;
+    r(1, i) = r(2, i) = 0.0;
+    v(0, i) = v(2, i) = 0.0;
+    v(1, i) = 3874.0;
+  }
+  int const leap = zh::leapSecondsAt(o.fitEnd);
+  std::size_t windows = 0;
+  for (auto _ : state) {
+    windows = 0;
+    for (double toe = o.fitEnd; toe <= o.fitEnd + kDays * zh::kSecondsPerDay; toe += kGpsSpacing) {
+      for (std::size_t i = 0; i < n; ++i) t(i) = toe + static_cast<double>(i) * o.sampleStep;
+      zs::Mat rw(r), vw(v);
+      zs::int0StatesToItrs(model, t, leap, true, rw, vw);
+      benchmark::DoNotOptimize(rw.data().begin());
+      ++windows;
+    }
+  }
+  state.counters["windows"] = static_cast<double>(windows);
+}
+BENCHMARK(BM_PipelineStageEarthFixed7Days)->Unit(benchmark::kMillisecond);
+
 // Fit and encoding of every two-hourly window of seven days, from stored Earth-fixed states.
 void BM_PipelineStageFitAndEncode7Days(benchmark::State& state) {
   if (!data().ok) return state.SkipWithError("shared data not found");
@@ -279,5 +314,44 @@ BENCHMARK(BM_PipelineGpsConstellationUt1Rate7Days)
     ->MeasureProcessCPUTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(3);
+
+// Every GPS and BeiDou satellite (and any other system the pipeline
+// predicts) of one day of mixed broadcast ephemerides, seven days ahead on one
+// thread: the whole-constellation figure, with the CPU time per satellite.
+void BM_PipelineAllConstellations7Days(benchmark::State& state) {
+  static std::map<zh::SatelliteId, std::vector<zh::Ephemeris>> const records = [] {
+    try {
+      return zh::collectEphemerides({zh::readRinexNav(std::string(ZARN_SHARED_DIR) + kMixedNavFile)});
+    } catch (std::exception const&) {
+      return std::map<zh::SatelliteId, std::vector<zh::Ephemeris>>{};
+    }
+  }();
+  if (records.empty()) return state.SkipWithError("shared data not found");
+  zh::PipelineOptions options;
+  zh::parseGpsTime(kMixedFitEnd, options.fitEnd);
+  options.days = kDays;
+  std::map<char, std::size_t> satellites;
+  std::size_t ephemerides = 0;
+  for (auto _ : state) {
+    satellites.clear();
+    ephemerides = 0;
+    for (auto const& entry : records) {
+      zh::SatellitePrediction const p = zh::predictFromBroadcast(entry.second, options);
+      if (!p.predicted.empty()) ++satellites[entry.first.system];
+      ephemerides += p.predicted.size();
+    }
+  }
+  std::size_t total = 0;
+  for (auto const& s : satellites) {
+    state.counters[std::string("satellites_") + s.first] = static_cast<double>(s.second);
+    total += s.second;
+  }
+  state.counters["ephemerides"] = static_cast<double>(ephemerides);
+  // Seconds of CPU per satellite and iteration.
+  state.counters["per_satellite"] =
+      benchmark::Counter(static_cast<double>(total),
+                         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_PipelineAllConstellations7Days)->Unit(benchmark::kMillisecond)->Iterations(2);
 
 }  // namespace

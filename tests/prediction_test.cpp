@@ -310,10 +310,7 @@ TEST(PropagateSatellite, StepCountsAndMiddleEpoch) {
   EXPECT_EQ(norm_2(none.r), 0.0);
 }
 
-// The conversion of propagated states for the fit and the host's checks,
-// against toEcef (itself checked against ERFA) and addApcOffset column by column.
-TEST(Int0StatesToItrs, AgreesWithToEcefAndTheAntennaOffset) {
-  Scenario s(gpsStart, false);
+void expectItrsAgrees(Scenario& s, double ut1MinusUtc) {
   std::size_t const n = 4;
   Vec epochs(n);
   Mat r(3, n), v(3, n);
@@ -328,11 +325,25 @@ TEST(Int0StatesToItrs, AgreesWithToEcefAndTheAntennaOffset) {
     zs::int0StatesToItrs(s.model, epochs, s.leap, antenna, rItrs, vItrs);
     for (std::size_t k = 0; k < n; ++k) {
       Vec re(3), ve(3);
-      zs::toEcef(ublas::column(r, k), ublas::column(v, k), epochs(k), s.tStart, s.pole, 0.0, s.leap, re, ve);
+      zs::toEcef(ublas::column(r, k), ublas::column(v, k), epochs(k), s.tStart, s.pole, ut1MinusUtc, s.leap,
+                 re, ve);
       if (antenna) re = zs::addApcOffset(re, s.model.getAssistanceData().antPhase, epochs(k), s.leap);
       EXPECT_LT(norm_2(ublas::column(rItrs, k) - re), 1e-6) << antenna << " " << k;
       EXPECT_LT(norm_2(ublas::column(vItrs, k) - ve), 1e-9) << antenna << " " << k;
     }
+  }
+}
+
+// The conversion of propagated states for the fit and the host's checks,
+// against toEcef (itself checked against ERFA) and addApcOffset column by
+// column, for a frame without and with UT1 - UTC (the antenna's Sun is turned
+// without it either way).
+TEST(Int0StatesToItrs, AgreesWithToEcefAndTheAntennaOffset) {
+  for (double ut1MinusUtc : {0.0, 0.35}) {
+    SCOPED_TRACE(ut1MinusUtc);
+    Scenario s(gpsStart, false);
+    s.model.setInertialFrameInfo(zs::makeInertialFrameInfo(s.tStart, ut1MinusUtc, s.leap));
+    expectItrsAgrees(s, ut1MinusUtc);
   }
 }
 

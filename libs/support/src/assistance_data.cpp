@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "apc_offset.hpp"
 #include "force_model/third_body.hpp"
 #include "tables/assistance_default_table.hpp"
 #include "zarn/support/log.hpp"
@@ -41,9 +42,7 @@ void copyRow(tables::DefaultAssistanceRow const& row, AssistanceData& data) {
 // (Montenbruck et al. 2015, Adv. Space Res. 56(6), 1015-1029). The
 // Sun is the force model's series Sun in the Earth-rotating frame of date; no
 // check of the degenerate alignment.
-Vec moveAlongBodyAxes(Vec const& position, double x, double y, double z, double t, int leapSeconds) {
-  double moonOfDate[3], sunOfDate[3];
-  forces::sunMoonOfDate(t, leapSeconds, moonOfDate, sunOfDate);
+Vec moveAlongBodyAxes(Vec const& position, double x, double y, double z, double const (&sunOfDate)[3]) {
   Vec sun(3);
   for (int i = 0; i < 3; ++i) sun(i) = sunOfDate[i];
   Vec eS = sun - position;
@@ -89,13 +88,27 @@ AssistanceData AssistanceDataFile::defaultAssistance(core::GnssType type, unsign
 
 Vec addApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds) {
   if (position.size() != 3) ZARN_THROW(std::invalid_argument("addApcOffset: invalid size pos"));
-  return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], t, leapSeconds);
+  double moon[3], sun[3];
+  forces::sunMoonOfDate(t, leapSeconds, moon, sun);
+  return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], sun);
+}
+
+Vec addApcOffsetInFrame(Vec const& position, AntennaPhase const& antPhase, double t, Mat const& icrsToDate) {
+  if (position.size() != 3) ZARN_THROW(std::invalid_argument("addApcOffset: invalid size pos"));
+  // As sunMoonOfDate turns the Sun, with the rotation given.
+  double moonJ2000[3], sunJ2000[3], sun[3];
+  forces::sunMoonJ2000(t, moonJ2000, sunJ2000);
+  for (int i = 0; i < 3; ++i)
+    sun[i] = icrsToDate(i, 0) * sunJ2000[0] + icrsToDate(i, 1) * sunJ2000[1] + icrsToDate(i, 2) * sunJ2000[2];
+  return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], sun);
 }
 
 Vec removeApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds) {
   if (position.size() != 3)
     ZARN_THROW(std::invalid_argument("removeApcOffset: Position vector is not 3 dimensional."));
-  return moveAlongBodyAxes(position, -antPhase[0], -antPhase[1], -antPhase[2], t, leapSeconds);
+  double moon[3], sun[3];
+  forces::sunMoonOfDate(t, leapSeconds, moon, sun);
+  return moveAlongBodyAxes(position, -antPhase[0], -antPhase[1], -antPhase[2], sun);
 }
 
 }  // namespace support

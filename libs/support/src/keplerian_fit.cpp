@@ -183,8 +183,11 @@ class JacobianModel {
         cTilt_(std::cos(bc::kBeidouGeoTilt)),
         sTilt_(std::sin(bc::kBeidouGeoTilt)) {}
 
-  // Position (3) of elements k at time t, and the intermediate orbit.
-  void full(double const* k, double t, Orbit& o, double* pos) const {
+  // Position (3) of elements k at time t, and the intermediate orbit. With
+  // `node` given, its node angle is taken while the orbit stays on the same
+  // side of the GEO limit: elements that leave Omega0, OmegaDot and t alone
+  // do not move the node.
+  void full(double const* k, double t, Orbit& o, double* pos, Orbit const* node = nullptr) const {
     o.tk = t - toe_;
     double const a = k[0] * k[0];
     double const n = std::sqrt(c_.gm / (a * a * a)) + k[6];
@@ -194,18 +197,27 @@ class JacobianModel {
     double const sinE = std::sin(ea), cosE = std::cos(ea);
     o.nu = std::atan2(std::sqrt(1.0 - k[1] * k[1]) * sinE, cosE - k[1]);
     o.radius0 = a * (1.0 - k[1] * cosE);
-    harmonics(k, o);
+    harmonics(k, o, node);
     position(k, o, pos);
   }
 
   // From the argument of perigee on.
-  void harmonics(double const* k, Orbit& o) const {
+  void harmonics(double const* k, Orbit& o, Orbit const* same = nullptr) const {
     o.phi = o.nu + k[4];
     o.s2 = std::sin(2.0 * o.phi);
     o.c2 = std::cos(2.0 * o.phi);
     argument(k, o);
     radius(k, o);
     inclination(k, o);
+    nodeUnlessSame(k, o, same);
+  }
+
+  void nodeUnlessSame(double const* k, Orbit& o, Orbit const* same) const {
+    if (same != nullptr && geo(o) == geo(*same)) {
+      o.cn = same->cn;
+      o.sn = same->sn;
+      return;
+    }
     node(k, o);
   }
 
@@ -287,10 +299,10 @@ int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, 
         case 1:
         case 5:
         case 6:
-          model.full(k, times(s), p, moved);
+          model.full(k, times(s), p, moved, &o);
           break;
         case 4:  // omega
-          model.harmonics(k, p);
+          model.harmonics(k, p, &o);
           model.position(k, p, moved);
           break;
         case 9:  // cuc, cus
@@ -308,7 +320,7 @@ int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, 
         case 13:
         case 14:
           model.inclination(k, p);
-          model.node(k, p);  // the GEO test follows the inclination
+          model.nodeUnlessSame(k, p, &o);  // the GEO test follows the inclination
           model.position(k, p, moved);
           break;
         default:  // Omega0, OmegaDot

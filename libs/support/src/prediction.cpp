@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "apc_offset.hpp"
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/log.hpp"
@@ -516,11 +517,14 @@ void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapS
   Mat const w = rotationOrIdentity(forceModel.getEopInfo().matrix);
   AntennaPhase const phase = forceModel.getAssistanceData().antPhase;
   Mat const nt = trans(rotationOrIdentity(frame.matrix));
-  Mat b(3, 3);
+  // The antenna's body axes use the Sun in the frame of date without UT1 - UTC:
+  // where UT1 - UTC is zero that is the rotation of the states, computed once.
+  Mat m(3, 3), b(3, 3);
   Vec r(3), v(3), rb(3), vb(3);
   for (std::size_t i = 0; i < n; ++i) {
     double const ut1 = frame.ut1MinusUtc + ut1Rate * (epochs(i) - frame.tRef);
-    noalias(b) = prod(icrsToInt0(epochs(i), ut1, leapSeconds), nt);
+    m = icrsToInt0(epochs(i), ut1, leapSeconds);
+    noalias(b) = prod(m, nt);
     noalias(r) = ublas::column(positions, i);
     noalias(v) = ublas::column(velocities, i);
     noalias(rb) = prod(b, r);
@@ -528,7 +532,12 @@ void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapS
     vb(0) += earthRotationRate * rb(1);
     vb(1) -= earthRotationRate * rb(0);
     noalias(r) = prod(w, rb);
-    ublas::column(positions, i) = antenna ? addApcOffset(r, phase, epochs(i), leapSeconds) : r;
+    if (antenna) {
+      if (ut1 != 0.0) m = icrsToInt0(epochs(i), 0.0, leapSeconds);
+      ublas::column(positions, i) = addApcOffsetInFrame(r, phase, epochs(i), m);
+    } else {
+      ublas::column(positions, i) = r;
+    }
     ublas::column(velocities, i) = prod(w, vb);
   }
 }
