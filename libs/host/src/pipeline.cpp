@@ -142,6 +142,17 @@ void keepLastRun(std::vector<double>& t, std::vector<Vec>& pos, std::vector<bool
   pos.erase(pos.begin(), pos.begin() + static_cast<long>(first));
 }
 
+// keepLastRun for a satellite's samples: false with the skip reason set when
+// no usable run is left; otherwise the gap between the run and the grid end.
+bool keepLastRun(std::vector<double>& t, std::vector<Vec>& pos, std::vector<bool> const& have,
+                 PipelineOptions const& o, SatellitePrediction& result) {
+  double const gridEnd = t.back();
+  keepLastRun(t, pos, have, o, result.skipReason);
+  if (!result.skipReason.empty()) return false;
+  result.dataEndGap = gridEnd - t.back();
+  return true;
+}
+
 // A force model read back from its serialized form; null when the bytes do not
 // read back whole.
 std::unique_ptr<support::ForceModel> copyModel(support::BinaryData const& bytes) {
@@ -693,14 +704,7 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
     ephemerisState(kept[j], t[k], pos[k], vel);
     have[k] = true;
   }
-  std::string reason;
-  double const gridEnd = t.back();
-  keepLastRun(t, pos, have, o, reason);
-  if (!reason.empty()) {
-    result.skipReason = reason;
-    return result;
-  }
-  result.dataEndGap = gridEnd - t.back();
+  if (!keepLastRun(t, pos, have, o, result)) return result;
   Ephemeris const& last = kept.back();
   support::BeidouSvType const type = svType(last);
   // The first sample's velocity, from the record nearest in toe.
@@ -740,14 +744,7 @@ SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat
   std::vector<Vec> pos(t.size(), Vec(3));
   std::vector<bool> have(t.size(), false);
   for (std::size_t k = 0; k < t.size(); ++k) have[k] = orbit.state(sat, t[k], pos[k]);
-  std::string reason;
-  double const gridEnd = t.back();
-  keepLastRun(t, pos, have, o, reason);
-  if (!reason.empty()) {
-    result.skipReason = reason;
-    return result;
-  }
-  result.dataEndGap = gridEnd - t.back();
+  if (!keepLastRun(t, pos, have, o, result)) return result;
   Samples s;
   s.t = t;
   s.position = pos;
