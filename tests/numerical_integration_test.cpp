@@ -228,7 +228,7 @@ TEST(Gj8, ExactOnPolynomialAccelerationsOfDegreeEight) {
     double worst = 0.0;
     for (int k = 0; k < 40; ++k) {
       double const t = (k + 1) * h;
-      worst = std::fmax({worst, std::fabs(R(0, k) - (r0(0) + r(t))), std::fabs(R(1, k) - (v0(1) * t - r(t))),
+      worst = std::max({worst, std::fabs(R(0, k) - (r0(0) + r(t))), std::fabs(R(1, k) - (v0(1) * t - r(t))),
                          std::fabs(V(2, k) - 0.5 * v(t)) * h});
     }
     return worst;
