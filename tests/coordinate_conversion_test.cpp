@@ -244,19 +244,6 @@ TEST(IcrsToInt0, AgreesWithTheClassicalChain1990To2035) {
 
 // ---- Polar motion ---------------------------------------------------------------
 
-TEST(PolarMotion, PartialsMatchCentralDifferences) {
-  // Partials against central differences.
-  zs::Eop const big{1e-3, -2e-3};
-  Mat dx, dy;
-  zs::polarMotionPartials(big, dx, dy);
-  double const h = 1e-6;
-  Mat const fdx =
-      (zs::polarMotionMatrix({big.xp + h, big.yp}) - zs::polarMotionMatrix({big.xp - h, big.yp})) / (2 * h);
-  Mat const fdy =
-      (zs::polarMotionMatrix({big.xp, big.yp + h}) - zs::polarMotionMatrix({big.xp, big.yp - h})) / (2 * h);
-  EXPECT_TRUE(norm_inf(Mat(dx - fdx)) < 1e-9 && norm_inf(Mat(dy - fdy)) < 1e-9);
-}
-
 TEST(PolarMotion, AgreesWithTheIersMatrixToSecondOrder) {
   // Only the order of the two small rotations differs from R1(-yp) R2(-xp).
   for (double scale : {1e-6, 1e-5, 1e-3}) {
