@@ -229,7 +229,7 @@ TEST(Gj8, ExactOnPolynomialAccelerationsOfDegreeEight) {
     for (int k = 0; k < 40; ++k) {
       double const t = (k + 1) * h;
       worst = std::max({worst, std::fabs(R(0, k) - (r0(0) + r(t))), std::fabs(R(1, k) - (v0(1) * t - r(t))),
-                         std::fabs(V(2, k) - 0.5 * v(t)) * h});
+                        std::fabs(V(2, k) - 0.5 * v(t)) * h});
     }
     return worst;
   };
