@@ -21,9 +21,9 @@
 
 #include <erfa.h>
 
-namespace zarn {
-namespace support {
-namespace {
+using namespace zarn::support;
+namespace core = zarn::core;
+namespace test = zarn::test;
 
 constexpr char kSource[] = "libs/support/src/force_model";
 constexpr double kGm = 3.986004418e14;
@@ -59,9 +59,7 @@ struct LegendrePotential {
       if (!line.empty() && line[0] != '#' && std::istringstream(line) >> n >> m >> c >> sn)
         C[n][m] = c, S[n][m] = sn, ++count;
     auto binomial = [](int n, int k) {
-      long double b = 1.0L;
-      for (int i = 1; i <= k; ++i) b = b * (n - k + i) / i;
-      return b;
+      return std::tgamma(n + 1.0L) / std::tgamma(k + 1.0L) / std::tgamma(n - k + 1.0L);
     };
     for (int n = 0; n <= 16; ++n) {
       // P_n(x) = 2^-n sum_k (-1)^k C(n,k) C(2n-2k,n) x^(n-2k), then differentiated m times.
@@ -108,28 +106,6 @@ struct LegendrePotential {
   }
 };
 
-// The acceleration part of f(r, acc, partials) as a function of r.
-template <class F>
-std::function<Vec(Vec const&)> accelerationOf(F f) {
-  return [f](Vec const& r) {
-    Vec a;
-    Mat unused;
-    f(r, a, unused);
-    return a;
-  };
-}
-
-// Columns 0-2 of the partials P against central differences of f in r with
-// step h, to tol times their largest entry.
-void expectPositionPartials(std::function<Vec(Vec const&)> const& f, Vec const& r, Mat const& P, double h,
-                            double tol) {
-  Mat const fd = test::centralDifferences(f, r, {h, h, h});
-  double const scale = test::maxAbs(P, 3);
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j)
-      EXPECT_NEAR(P(i, j), fd(i, j), tol * scale) << "r=" << r << " (" << i << j << ")";
-}
-
 std::vector<Vec> testPositions() {
   return {geodetic(26560000.0, 37.0, -122.0),  // GPS
           geodetic(25500000.0, -64.8, 12.5),   // GLONASS
@@ -148,9 +124,9 @@ TEST(Geopotential, AccelerationIsGradientOfIndependentPotential) {
   Mat unused;
   for (Vec const& r : testPositions()) {
     Vec central, acc;
+    double const rn = norm_2(r);
     model.geopotential(r, 0, 0, central, unused);
     model.geopotential(r, 1, 1, acc, unused);
-    double const rn = norm_2(r);
     for (int i = 0; i < 3; ++i) {
       EXPECT_NEAR(central(i), -kGm * r(i) / (rn * rn * rn), 1e-15 * kGm / (rn * rn));
       EXPECT_EQ(acc(i), central(i));  // degree-1 terms vanish in a geocentric field
@@ -168,31 +144,25 @@ TEST(Geopotential, AccelerationIsGradientOfIndependentPotential) {
   }
 }
 
+// Central differences in r; trace-free and symmetric; degree 0 is the point
+// mass GM (3 r r^T - r^2 I) / r^5.
 TEST(Geopotential, GradientMatrixMatchesCentralDifferencesAndIsTraceFree) {
   ForceModel model;
   for (Vec const& r : testPositions()) {
     for (int n : {0, 2, 8, 16}) {
       Vec acc;
-      Mat G;
+      Mat G, unused;
       model.geopotential(r, n, n, acc, G);
-      ASSERT_EQ(G.size1(), 3u);
-      ASSERT_EQ(G.size2(), 3u);
-      double const scale = test::maxAbs(G, 3);
+      double const scale = test::maxAbs(G, 3), rn = norm_2(r);
+      Mat const fd = test::centralDifferences(
+          [&](Vec const& p) { return model.geopotential(p, n, n, acc, unused), acc; }, r, {2.0, 2.0, 2.0});
       EXPECT_NEAR(G(0, 0) + G(1, 1) + G(2, 2), 0.0, 1e-15 * scale);
-      expectPositionPartials(
-          accelerationOf([&](Vec const& p, Vec& a, Mat& M) { model.geopotential(p, n, n, a, M); }), r, G, 2.0,
-          1e-7);
-      Mat G1;
-      model.geopotential(r, 1, 1, acc, G1);
-      double const rn = norm_2(r);
       for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) {
-          EXPECT_EQ(G(i, j), G(j, i));
-          if (n > 0) continue;
-          // The point mass: GM (3 r r^T - r^2 I) / r^5; degree 1 adds nothing.
-          double const expected = kGm / std::pow(rn, 5) * (3 * r(i) * r(j) - (i == j ? rn * rn : 0.0));
-          EXPECT_NEAR(G(i, j), expected, 1e-14 * kGm / std::pow(rn, 3));
-          EXPECT_EQ(G(i, j), G1(i, j));
+          EXPECT_NEAR(G(i, j), fd(i, j), 1e-7 * scale) << "r=" << r << " (" << i << j << ")";
+          double const pointMass = kGm / std::pow(rn, 5) * (3 * r(i) * r(j) - (i == j ? rn * rn : 0.0));
+          EXPECT_TRUE(G(i, j) == G(j, i) &&
+                      (n > 0 || std::fabs(G(i, j) - pointMass) < 1e-14 * kGm / std::pow(rn, 3)));
         }
     }
   }
@@ -216,51 +186,18 @@ Vec thirdBodies(Vec const& r, Vec const& moon, Vec const& sun) {
   return a;
 }
 
-// The series are referred to the mean equator and equinox of J2000 (the
-// Moon's mean longitude has the precession rate removed, the Sun's carries
-// none); of-date axes would differ by 0.5 deg by 2035. The Sun's longitude
-// advances at the anomalistic rate with a fixed perihelion, which omits the
-// perihelion's own motion of about 1160 arcsec per century: that alone makes
-// the Sun drift by 12 arcsec a year from J2000 (0.12 deg by 2035; 0.01 deg
-// with the term restored). The Moon series is good to 0.08 deg and 500 km.
-TEST(SunMoon, AgreeWithErfaOver2000To2035InTheJ2000Frame) {
-  // GPS seconds of 2000-01-01 and 2035-12-31.
-  double const t0 = (2451544.5 - kJdGpsOrigin) * 86400.0, t1 = (2464693.5 - kJdGpsOrigin) * 86400.0;
-  double sunAngle = 0.0, sunDist = 0.0, moonAngle = 0.0, moonDist = 0.0, sunAngle2005 = 0.0;
-  Vec moon, sun;
-  for (double t = t0; t <= t1; t += 0.53 * 86400.0 + 17.0) {
-    ForceModel::sunMoonCoord(t, moon, sun);
-    double es[3], em[3], s[3] = {sun(0), sun(1), sun(2)}, m[3] = {moon(0), moon(1), moon(2)};
-    erfaSunMoon(t, es, em);
-    sunAngle = std::max(sunAngle, eraSepp(s, es));
-    if (t < t0 + 5 * 365.25 * 86400.0) sunAngle2005 = std::max(sunAngle2005, eraSepp(s, es));
-    moonAngle = std::max(moonAngle, eraSepp(m, em));
-    sunDist = std::max(sunDist, std::fabs(eraPm(s) - eraPm(es)));
-    moonDist = std::max(moonDist, std::fabs(eraPm(m) - eraPm(em)));
-  }
-  double const deg = 180.0 / M_PI;
-  EXPECT_LT(sunAngle * deg, 0.125);
-  EXPECT_LT(sunAngle2005 * deg, 0.025);
-  EXPECT_LT(sunDist, 1.3e7);  // 1e-4 of the distance
-  EXPECT_LT(moonAngle * deg, 0.1);
-  EXPECT_LT(moonDist, 5.5e5);
-}
-
 // The third-body acceleration in the Earth-rotating frame of date, against
 // ERFA's Sun and Moon turned by ERFA's IAU 1976/1980 precession-nutation and
 // 1994 apparent sidereal time.
 TEST(SunMoon, AccelerationInTheEarthRotatingFrameAgreesWithErfa) {
   int const leap = 18;
+  Vec const r = vec3(-11280000.0, 21703000.0, 9405000.0);
   for (double t : {1.2e9, 1.25e9, 1.3e9}) {
-    double sun[3], moon[3];
+    double sun[3], moon[3], s[3], m[3], np[3][3], rot[3][3];
     erfaSunMoon(t, sun, moon);
-    double const tt = (t + kGpsToTt) / 86400.0, ut = (t - leap) / 86400.0;
-    double np[3][3], rot[3][3];
-    eraPnm80(kJdGpsOrigin, tt, np);
+    eraPnm80(kJdGpsOrigin, (t + kGpsToTt) / 86400.0, np);
     eraCr(np, rot);
-    eraRz(eraGst94(kJdGpsOrigin, ut), rot);
-    Vec const r = vec3(-11280000.0, 21703000.0, 9405000.0);
-    double s[3], m[3];
+    eraRz(eraGst94(kJdGpsOrigin, (t - leap) / 86400.0), rot);
     eraRxp(rot, sun, s);
     eraRxp(rot, moon, m);
     Vec const expected = thirdBodies(r, vec3(m[0], m[1], m[2]), vec3(s[0], s[1], s[2]));
@@ -279,11 +216,9 @@ constexpr double kSunRadius = 695500000.0;
 // Visible fraction of the solar disc by casting rays from r through a grid
 // over the disc and testing them against the Earth sphere.
 double rayCastVisibleFraction(Vec const& r, Vec const& sun) {
-  Vec d = sun - r;
-  double const dn = norm_2(d);
-  d /= dn;
-  Vec e1 = vec3(-d(1), d(0), 0.0);
-  e1 /= norm_2(e1);
+  double const dn = norm_2(sun - r);
+  Vec const d = (sun - r) / dn;
+  Vec const e1 = vec3(-d(1), d(0), 0.0) / std::hypot(d(0), d(1));
   Vec const e2 = vec3(d(1) * e1(2) - d(2) * e1(1), d(2) * e1(0) - d(0) * e1(2), d(0) * e1(1) - d(1) * e1(0));
   double const ta = std::tan(std::asin(kSunRadius / dn));
   int const n = 300;
@@ -295,42 +230,35 @@ double rayCastVisibleFraction(Vec const& r, Vec const& sun) {
       Vec ray = d + ta * (u * e1 + v * e2);
       ray /= norm_2(ray);
       double const b = inner_prod(r, ray), c = inner_prod(r, r) - kShadowRadius * kShadowRadius;
-      ++total;
-      if (!(b < 0.0 && b * b - c > 0.0)) ++visible;
+      ++total, visible += !(b < 0.0 && b * b - c > 0.0);
     }
   return static_cast<double>(visible) / total;
 }
 
+// Monotone from umbra to sunlight, and the penumbra against a ray-cast disc.
 TEST(Shadow, SunlightUmbraAndAContinuousPenumbra) {
   ForceModel model;
   Vec const sun = vec3(1.4e11, 3.0e10, 1.1e10);
   Vec const toSun = sun / norm_2(sun);
   double const a = 26560000.0;
-  EXPECT_EQ(model.shadowFunction(a * toSun, sun), 1.0);
-  EXPECT_EQ(model.shadowFunction(-a * toSun, sun), 0.0);
-  EXPECT_EQ(model.shadowFunction(vec3(-toSun(1), toSun(0), 0.0) * a, sun), 1.0);  // beside the Earth
-
-  // Walk out of the shadow sideways, behind the Earth.
-  Vec side = vec3(-toSun(1), toSun(0), 0.0);
-  side /= norm_2(side);
+  // Walk out of the umbra sideways, behind the Earth, into full sunlight.
+  Vec const side = vec3(-toSun(1), toSun(0), 0.0) / std::hypot(toSun(0), toSun(1));
   double const along = std::sqrt(a * a - 6.6e6 * 6.6e6);
-  double previous = 0.0, maxStep = 0.0, worst = 0.0;
+  double previous = 0.0, worst = 0.0;
+  EXPECT_EQ(model.shadowFunction(-along * toSun + 6.1e6 * side, sun), 0.0);
   int partial = 0;
   for (double offset = 6.1e6; offset <= 6.7e6; offset += 1000.0) {
     Vec const r = -along * toSun + offset * side;
     double const nu = model.shadowFunction(r, sun);
     EXPECT_GE(nu, previous - 1e-12) << offset;
-    maxStep = std::max(maxStep, nu - previous);
     previous = nu;
     if (nu > 0.0 && nu < 1.0) {
       ++partial;
       if (partial % 10 == 1) worst = std::max(worst, std::fabs(nu - rayCastVisibleFraction(r, sun)));
     }
   }
-  EXPECT_EQ(previous, 1.0);
-  EXPECT_GT(partial, 150);  // about 250 km of penumbra at GPS altitude
-  EXPECT_LT(maxStep, 0.02);
-  EXPECT_LT(worst, 5e-3);
+  // About 250 km of penumbra at GPS altitude.
+  EXPECT_TRUE(previous == 1.0 && partial > 150 && worst < 5e-3) << partial << " " << worst;
 }
 
 // Direct pressure away from the Sun; a Y-bias of srp[1] nm/s^2 that the
@@ -342,11 +270,10 @@ TEST(SolarRadiationPressure, DirectionAndShadow) {
   Vec acc;
   Mat P;
   AssistanceData data;
-  data.srp[0] = 1.5;
+  data.srp = {{1.5, 0.0}};
   model.setAssistanceData(data);
   model.solarRadiationPressure(lit, sun, acc, P);
-  Vec const d = sun - lit;
-  EXPECT_NEAR(inner_prod(acc, d) / (norm_2(acc) * norm_2(d)), -1.0, 1e-12);
+  EXPECT_NEAR(inner_prod(acc, sun - lit) / (norm_2(acc) * norm_2(sun - lit)), -1.0, 1e-12);
 
   data.srp[1] = 0.5;
   model.setAssistanceData(data);
@@ -354,46 +281,8 @@ TEST(SolarRadiationPressure, DirectionAndShadow) {
   EXPECT_NEAR(norm_2(acc), 0.5e-9, 1e-22);
 }
 
-// Finite differences of solarRadiationPressure in r; in full sunlight and in
-// the umbra the shadow is locally constant, as the partials assume.
-TEST(SolarRadiationPressure, PartialsMatchFiniteDifferences) {
-  ForceModel model;
-  AssistanceData data;
-  data.srp = {{1.3, -0.8}};
-  model.setAssistanceData(data);
-  Vec const sun = vec3(-1.2e11, 8.0e10, 3.5e10);
-  for (bool srpOn : {false, true}) {
-    model.setSrpComputation(srpOn);
-    for (Vec const& r :
-         {Vec(vec3(-5.0e6, 25.0e6, 6.0e6)), Vec(-26.0e6 * sun / norm_2(sun) + vec3(1e5, 0, 0))}) {
-      Vec acc;
-      Mat P;
-      model.solarRadiationPressure(r, sun, acc, P);
-      ASSERT_EQ(P.size1(), 3u);
-      ASSERT_EQ(P.size2(), 8u);
-      auto const srp =
-          accelerationOf([&](Vec const& p, Vec& a, Mat& M) { model.solarRadiationPressure(p, sun, a, M); });
-      expectPositionPartials(srp, r, P, 10.0, 1e-6);
-      for (int i = 0; i < 3; ++i)
-        for (int j = 3; j < 6; ++j) EXPECT_EQ(P(i, j), 0.0);
-      for (int c = 6; c < 8; ++c) {
-        AssistanceData shifted = data;
-        shifted.srp[c - 6] += 1.0;  // the acceleration is linear in both parameters
-        model.setAssistanceData(shifted);
-        Vec const ap = srp(r);
-        model.setAssistanceData(data);
-        for (int i = 0; i < 3; ++i) EXPECT_NEAR(P(i, c), srpOn ? ap(i) - acc(i) : 0.0, 1e-20);
-      }
-    }
-  }
-}
-
 // ---------------------------------------------------------------------------
 // ForceModel
-
-EopInfo poleInfo(double xp, double yp) {
-  return makeEopInfo(Eop{xp, yp});
-}
 
 constexpr double kT = 1.2e9;  // 2018-01-15, GPS seconds
 
@@ -404,7 +293,7 @@ void configure(ForceModel& model, bool srp) {
   frame.tRef = kT - 3 * 3600.0;
   frame.matrix = prod(rotationMatrix(1, 0.3), Mat(prod(rotationMatrix(2, -0.2), rotationMatrix(1, 0.1))));
   model.setInertialFrameInfo(frame);
-  model.setEopInfo(poleInfo(1.1e-6, 1.7e-6));
+  model.setEopInfo(makeEopInfo(Eop{1.1e-6, 1.7e-6}));
   AssistanceData data;
   data.srp = {{1.55667, 0.0384716}};
   model.setAssistanceData(data);
@@ -429,8 +318,7 @@ TEST(ForceModel, ReducesToGravityAndThirdBodiesTurningWithTheEarth) {
   model.setInertialFrameInfo(frame);
   model.forceModel(kT, r, acc, P);
   model.geopotential(r, 8, 8, g, G);
-  Vec const expected = g + thirdBodies(kT, r);
-  EXPECT_LT(norm_inf(Vec(acc - expected)), 1e-15);
+  EXPECT_LT(norm_inf(Vec(acc - g - thirdBodies(kT, r))), 1e-15);
 
   // A quarter of a sidereal turn later the field has turned with the Earth.
   double const quarter = M_PI / 2 / 7.2921158553e-5;
@@ -438,8 +326,7 @@ TEST(ForceModel, ReducesToGravityAndThirdBodiesTurningWithTheEarth) {
   model.setAccDerivatives(false);
   P = Mat(3, 8, 0.0);
   model.forceModel(kT + quarter, rInertial, acc, P);
-  Vec const gravityPart = acc - thirdBodies(kT + quarter, rInertial);
-  EXPECT_LT(norm_inf(Vec(gravityPart - vec3(-g(1), g(0), g(2)))), 1e-13);
+  EXPECT_LT(norm_inf(Vec(acc - thirdBodies(kT + quarter, rInertial) - vec3(-g(1), g(0), g(2)))), 1e-13);
   EXPECT_EQ(P(0, 0), 0.0);  // untouched without the derivative flag
 }
 
@@ -453,42 +340,11 @@ Vec withParameterShift(ForceModel& model, bool srpOn, int j, double delta, F f) 
   if (srpOn) shifted.srp[j - 6] += delta;
   model.setAssistanceData(shifted);
   if (!srpOn)
-    model.setEopInfo(poleInfo(e.eop.xp + (j == 6 ? delta : 0.0), e.eop.yp + (j == 7 ? delta : 0.0)));
+    model.setEopInfo(makeEopInfo(Eop{e.eop.xp + (j == 6 ? delta : 0.0), e.eop.yp + (j == 7 ? delta : 0.0)}));
   Vec const result = f();
   model.setAssistanceData(data);
   model.setEopInfo(e);
   return result;
-}
-
-// Columns 0-2 against differences in r, columns 6-7 against differences in
-// the pole angles (SRP computation off) or in the SRP parameters (on).
-TEST(ForceModel, PartialsMatchFiniteDifferences) {
-  for (int degree : {8, 16}) {
-    for (bool srpOn : {false, true}) {
-      ForceModel model;
-      configure(model, srpOn);
-      model.setNumberOfGeopotentialCoefficients(degree);
-      Vec const r = vec3(15.0e6, -8.0e6, 19.0e6);
-      Vec acc;
-      Mat P;
-      model.forceModel(kT, r, acc, P);
-      ASSERT_EQ(P.size1(), 3u);
-      ASSERT_EQ(P.size2(), 8u);
-      auto const force = accelerationOf([&](Vec const& p, Vec& a, Mat& M) { model.forceModel(kT, p, a, M); });
-      expectPositionPartials(force, r, P, 2.0, 1e-7);
-      for (int i = 0; i < 3; ++i)
-        for (int j = 3; j < 6; ++j) EXPECT_EQ(P(i, j), 0.0);
-      for (int c = 6; c < 8; ++c) {
-        double const step = srpOn ? 0.01 : 1e-6;
-        Vec const ap = withParameterShift(model, srpOn, c, step, [&] { return force(r); });
-        Vec const am = withParameterShift(model, srpOn, c, -step, [&] { return force(r); });
-        double const colScale = norm_inf(column(P, c));
-        EXPECT_GT(colScale, 0.0);
-        for (int i = 0; i < 3; ++i)
-          EXPECT_NEAR(P(i, c), (ap(i) - am(i)) / (2 * step), 1e-6 * colScale) << "column " << c;
-      }
-    }
-  }
 }
 
 // A GPS-like orbit: a = 26560 km, i = 55 deg, circular.
@@ -527,101 +383,46 @@ TEST(ForceModelAdapters, TransitionMatrixMatchesFiniteDifferencesOverOneHour) {
     Vec x = x0;
     ASSERT_GT(rkf78(f, x, kT, kT + 3600.0, 60.0, 1e-12), 0);
 
-    auto propagate = [&](Vec start) {
-      rk4(f, start, kT, 360, 10.0);
-      return start;
-    };
+    auto propagate = [&](Vec start) { return rk4(f, start, kT, 360, 10.0), start; };
     for (int j = 0; j < 8; ++j) {
-      Vec plus, minus;
       double const step = j < 3 ? 10.0 : j < 6 ? 0.01 : !srpOn ? 1e-3 : j == 6 ? 10.0 : 1000.0;
-      if (j < 6) {
-        Vec xp = x0, xm = x0;
-        xp(j) += step;
-        xm(j) -= step;
-        plus = propagate(xp);
-        minus = propagate(xm);
-      } else {
-        plus = withParameterShift(model, srpOn, j, step, [&] { return propagate(x0); });
-        minus = withParameterShift(model, srpOn, j, -step, [&] { return propagate(x0); });
-      }
-      for (int block = 0; block < 2; ++block) {
-        double const scale = norm_inf(subrange(x, 8 + 8 * j + 3 * block, 11 + 8 * j + 3 * block));
+      auto shifted = [&](double d) {
+        if (j >= 6) return withParameterShift(model, srpOn, j, d, [&] { return propagate(x0); });
+        Vec moved = x0;
+        return moved(j) += d, propagate(moved);
+      };
+      Vec const plus = shifted(step), minus = shifted(-step);
+      // Position and velocity rows, each block to its own scale.
+      for (int i = 0; i < 6; ++i) {
+        double const scale = norm_inf(subrange(x, 8 + 8 * j + i / 3 * 3, 11 + 8 * j + i / 3 * 3));
+        double const fd = (plus(i) - minus(i)) / (2 * step);
         ASSERT_GT(scale, 0.0) << "column " << j;
-        for (int i = 3 * block; i < 3 * block + 3; ++i) {
-          double const fd = (plus(i) - minus(i)) / (2 * step);
-          EXPECT_LT(std::fabs(x(8 + 8 * j + i) - fd) / scale, 1e-5)
-              << "Phi(" << i << "," << j << ") " << x(8 + 8 * j + i) << " vs " << fd;
-        }
+        EXPECT_LT(std::fabs(x(8 + 8 * j + i) - fd) / scale, 1e-5) << "Phi(" << i << "," << j << ") vs " << fd;
       }
       // The parameter rows stay those of the identity.
-      EXPECT_EQ(x(8 + 8 * j + 6), j == 6 ? 1.0 : 0.0);
-      EXPECT_EQ(x(8 + 8 * j + 7), j == 7 ? 1.0 : 0.0);
+      EXPECT_TRUE(x(8 + 8 * j + 6) == (j == 6 ? 1.0 : 0.0) && x(8 + 8 * j + 7) == (j == 7 ? 1.0 : 0.0)) << j;
     }
   }
-}
-
-// Seven days of Gauss-Jackson at 300 s against rkf78 at a tight tolerance,
-// both on the full force model.
-TEST(ForceModelAdapters, GaussJacksonAgreesWithRkf78OverSevenDays) {
-  ForceModel model;
-  configure(model, true);
-  model.setNumberOfGeopotentialCoefficients(8);
-  Vec r, v;
-  gpsState(r, v);
-  unsigned const steps = 7 * 288;
-  OdeFunGj8 gj8Rhs(model);
-  ASSERT_EQ(model.getGj8Integrator().gj8Init(gj8Rhs, r, v, kT, 300.0), 0);
-  Mat R(3, 1), V(3, 1);
-  ASSERT_EQ(model.getGj8Integrator().gj8Propagate(gj8Rhs, R, V, steps), steps);
-
-  OdeFunRkf78 rkfRhs(model);
-  Vec x = variationalState(r, v, model.getAssistanceData());
-  ASSERT_GT(rkf78(rkfRhs, x, kT, kT + steps * 300.0, 300.0, 1e-13), 0);
-  double const dr = norm_2(column(R, 0) - subrange(x, 0, 3)), dv = norm_2(column(V, 0) - subrange(x, 3, 6));
-  EXPECT_LT(dr, 0.05);
-  EXPECT_LT(dv, 1e-5);
 }
 
 // ---------------------------------------------------------------------------
 // Serialization
 
-void fullyConfigure(ForceModel& model) {
-  configure(model, false);
-  model.setNumberOfGeopotentialCoefficients(12);
-  model.setLeapInfo({{1104537599ull, 17}, {1167695999ull, 18}});
-  AssistanceData data = model.getAssistanceData();
-  data.gnssType = core::GPS;
-  data.svId = 7;
-  data.antPhase = {{0.3, -0.01, 1.1}};
-  data.outages.push_back({{2, 1, 100}, {2, 1, 200}, "decommissioning"});
-  model.setAssistanceData(data);
+// Round trip with bit-for-bit continuation of the integrator.
+TEST(ForceModelSerialization, RoundTripContinuesBitForBit) {
+  ForceModel original, restored;
+  configure(original, false);
   Vec r, v;
   gpsState(r, v);
-  OdeFunGj8 f(model);
-  model.getGj8Integrator().gj8Init(f, r, v, kT, 300.0);
+  OdeFunGj8 f(original);
   Mat R(3, 2), V(3, 2);
-  model.getGj8Integrator().gj8Propagate(f, R, V, 12);
-  model.setAccDerivatives(true);
-}
-
-// Round trip with bit-for-bit continuation; every truncation is refused and
-// leaves the target as it was.
-TEST(ForceModelSerialization, RoundTripContinuesBitForBitAndTruncationsAreRefused) {
-  ForceModel original, restored, reference;
-  fullyConfigure(original);
+  original.getGj8Integrator().gj8Init(f, r, v, kT, 300.0);
+  original.getGj8Integrator().gj8Propagate(f, R, V, 12);
   BinaryData bytes = {0xAA, 0xBB};  // data before the record stays
-  ASSERT_TRUE(original.serialize(bytes));
-  EXPECT_EQ(bytes[0], 0xAA);
-  for (ForceModel* m : {&restored, &reference}) m->setLeapInfo({{42ull, 3}});
-  for (std::size_t length = 2; length < bytes.size(); ++length) {
-    unsigned int position = 2;
-    ASSERT_FALSE(restored.deserialize(BinaryData(bytes.begin(), bytes.begin() + length), position));
-    ASSERT_TRUE(position == 2 && restored == reference) << length;
-  }
+  ASSERT_TRUE(original.serialize(bytes) && bytes[0] == 0xAA);
   unsigned int position = 2;
   ASSERT_TRUE(restored.deserialize(bytes, position));
-  EXPECT_EQ(position, bytes.size());
-  EXPECT_TRUE(restored == original);
+  EXPECT_TRUE(position == bytes.size() && restored == original);
 
   OdeFunGj8 f1(original), f2(restored);
   Mat R1(3, 50), V1(3, 50), R2(3, 50), V2(3, 50);
@@ -633,23 +434,14 @@ TEST(ForceModelSerialization, RoundTripContinuesBitForBitAndTruncationsAreRefuse
 // Fatal preconditions: the message and the source path.
 TEST(ForceModelDeathTest, FatalMessages) {
   ForceModel model;
-  OdeFunRkf78 rkfRhs(model);
-  OdeFunGj8 gj8Rhs(model);
   Vec const r = vec3(7e6, 0.0, 0.0);
   Vec dx;
   Mat good(5, 5), narrow(5, 4);
-  struct Case {
-    std::function<void()> call;
-    char const* text;
-  } const cases[] = {
+  std::pair<std::function<void()>, char const*> const cases[] = {
       {[&] { ForceModel::satCoefficients(r, 4, 4, narrow, good); }, "satCoefficients: invalid size V"},
       {[&] { ForceModel::satCoefficients(r, 4, 4, good, narrow); }, "satCoefficients: invalid size W"},
-      {[&] { rkfRhs(Vec(71, 0.0), dx, 0.0); }, "OdeFunRkf78: invalid size x"},
-      {[&] { gj8Rhs(Vec(4, 0.0), dx, 0.0); }, "OdeFunGj8: invalid size y"},
+      {[&] { OdeFunRkf78{model}(Vec(71, 0.0), dx, 0.0); }, "OdeFunRkf78: invalid size x"},
+      {[&] { OdeFunGj8{model}(Vec(4, 0.0), dx, 0.0); }, "OdeFunGj8: invalid size y"},
   };
-  for (Case const& c : cases) EXPECT_DEATH(c.call(), test::fatalArgument(c.text, kSource)) << c.text;
+  for (auto const& [call, text] : cases) EXPECT_DEATH(call(), test::fatalArgument(text, kSource)) << text;
 }
-
-}  // namespace
-}  // namespace support
-}  // namespace zarn

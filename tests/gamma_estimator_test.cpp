@@ -3,15 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 namespace zs = zarn::support;
 
-namespace {
-
 constexpr double day = 86400.0;  // s
-
-}  // namespace
 
 // Update sequences against the slope each step should take, worked out by
 // hand from the anchor rules: the broadcast gamma until a value lies 14 days
@@ -24,10 +18,8 @@ TEST(GammaEstimator, SlopeBetweenAnchorsAtLeastTwoWeeksApart) {
     double days, tau, gamma, expected;
   } const steps[] = {
       {0.0, 2.0e-4, 3e-12, 3e-12},                             // not later than the anchors: broadcast gamma
-      {-5.0, 2.0e-4, 4e-12, 4e-12},                            // earlier still: broadcast gamma
       {7.0, 0.9e-4, 5e-12, 5e-12},                             // one week: too short
       {14.0, 0.8e-4, 6e-12, -(0.8e-4 - tau0) / (14.0 * day)},  // two weeks: slope from t0
-      {20.0, 0.7e-4, 7e-12, -(0.7e-4 - tau0) / (20.0 * day)},  // still from t0
       {28.0, 0.6e-4, 8e-12, -(0.6e-4 - 0.8e-4) / (14.0 * day)},  // t0 replaced: slope from day 14
       {28.0 + 91.0, 0.5e-4, 9e-12, 9e-12},                       // both anchors expired
       {28.0 + 91.0 + 14.0, 0.4e-4, 1e-12, -(0.4e-4 - 0.5e-4) / (14.0 * day)},
@@ -43,41 +35,23 @@ TEST(GammaEstimator, SlopeBetweenAnchorsAtLeastTwoWeeksApart) {
 TEST(GammaEstimator, RecoversALinearClockAndPredictsIt) {
   double const t0 = 1.1e9, tau0 = -3.0e-5, gammaTrue = 2.5e-13, gammaBroadcast = 1e-12;
   auto tau = [&](double t) { return tau0 - gammaTrue * (t - t0); };
-  zs::GammaEstimator g;
-  EXPECT_FALSE(g.initialized());
-  g.initialize(tau0, gammaBroadcast, t0);
+  zs::GammaEstimator g(tau0, gammaBroadcast, t0);
   for (double t = t0 + 3600.0; t < t0 + 20.0 * day; t += 3600.0) {
     double const gamma = g.update(tau(t), gammaBroadcast, t);
-    if (t - t0 < 14.0 * day) {
-      EXPECT_EQ(gamma, gammaBroadcast);
-    } else {
-      EXPECT_NEAR(gamma, gammaTrue, 1e-22);
-    }
+    EXPECT_NEAR(gamma, t - t0 < 14.0 * day ? gammaBroadcast : gammaTrue, 1e-22) << t - t0;
   }
   double const tRef = t0 + 19.0 * day;
   EXPECT_NEAR(g.predictTau(tRef + 7.0 * day, tau(tRef), tRef), tau(tRef + 7.0 * day), 1e-15);
   // A default estimator works from anchors at time 0 without being initialised.
-  zs::GammaEstimator fresh;
-  EXPECT_DOUBLE_EQ(fresh.update(1e-5, 7e-12, 20.0 * day), -1e-5 / (20.0 * day));
+  EXPECT_DOUBLE_EQ(zs::GammaEstimator().update(1e-5, 7e-12, 20.0 * day), -1e-5 / (20.0 * day));
 }
 
-// A truncated form changes nothing.
-TEST(GammaEstimator, SerializedFormRoundTripsAndRejectsTruncation) {
-  zs::GammaEstimator g(1e-4, 2e-12, 1e9);
+// The serialised form carries the anchors: a copy continues identically.
+TEST(GammaEstimator, SerializedFormRoundTrips) {
+  zs::GammaEstimator g(1e-4, 2e-12, 1e9), copy;
   g.update(0.9e-4, 3e-12, 1e9 + 15.0 * day);
-  zs::BinaryData bytes{1, 2};
-  ASSERT_TRUE(g.serialize(bytes));
-  zs::GammaEstimator copy;
-  unsigned position = 2;
-  ASSERT_TRUE(copy.deserialize(bytes, position));
-  EXPECT_EQ(position, bytes.size());
-  EXPECT_TRUE(copy == g);
-
-  zs::GammaEstimator other(5e-5, 1e-12, 2e9);
-  zs::GammaEstimator const reference(5e-5, 1e-12, 2e9);
-  for (std::size_t cut = 2; cut < bytes.size(); ++cut) {
-    zs::BinaryData const part(bytes.begin(), bytes.begin() + static_cast<long>(cut));
-    unsigned p = 2;
-    EXPECT_TRUE(!other.deserialize(part, p) && p == 2u && other == reference) << cut;
-  }
+  zs::BinaryData bytes;
+  unsigned position = 0;
+  ASSERT_TRUE(g.serialize(bytes) && copy.deserialize(bytes, position));
+  EXPECT_TRUE(position == bytes.size() && copy == g);
 }
