@@ -64,7 +64,7 @@ constexpr double kMaxRkn5Steps = 1e15;  // larger step counts (h == 0 among them
 
 // The Gauss-Jackson start-up's two-body force: WGS 84 GM (NIMA TR8350.2, 3rd
 // ed., Table 3.1); inside the Earth's radius the force is switched off.
-constexpr double kEarthRadius = 6378136.3;   // m
+constexpr double kEarthRadius = 6378136.3;  // m
 
 // The 13 stage derivatives of one Fehlberg step of `step` from (x0, t) into the
 // columns of K; `arg` receives the stage arguments.

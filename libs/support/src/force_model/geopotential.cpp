@@ -12,7 +12,7 @@ namespace {
 
 // The field's GM is the WGS 84 value (NIMA TR8350.2, 3rd ed., Table 3.1), not
 // the table's own; the reference radius is the table's (Lemoine et al. 1998).
-constexpr double kFieldRadius = 6378136.3;   // m
+constexpr double kFieldRadius = 6378136.3;  // m
 constexpr int kMaxDegree = tables::kGeopotentialDegree;
 // Cunningham functions are needed two degrees above the field for the gradient.
 constexpr int kWork = kMaxDegree + 3;
