@@ -98,9 +98,9 @@ TEST(GnssTime, CalendarSecondsAndLeapSeconds) {
       zh::civilFromDays(day, utc.year, utc.month, utc.day);
       double taiMinusUtc = 0;
       ASSERT_GE(eraDat(utc.year, utc.month, utc.day, 0.0, &taiMinusUtc), 0);
-      ASSERT_EQ(zh::gpsMinusUtc(utc), taiMinusUtc - 19.0) << utc.year << "-" << utc.month << "-" << utc.day;
-      ASSERT_EQ(zarn::support::leapSeconds(zh::gpsSecondsFromCalendar(utc), false, table),
-                zh::gpsMinusUtc(utc))
+      ASSERT_EQ(std::make_tuple(zh::gpsMinusUtc(utc),
+                                zarn::support::leapSeconds(zh::gpsSecondsFromCalendar(utc), false, table)),
+                std::make_tuple(taiMinusUtc - 19.0, taiMinusUtc - 19.0))
           << utc.year << "-" << utc.month << "-" << utc.day << " " << second;
     }
   }
@@ -125,12 +125,10 @@ TEST(RinexNav, EveryFileMatchesItsSourceCounts) {
     std::map<char, int> converted{{'G', static_cast<int>(d.gps.size())},
                                   {'R', static_cast<int>(d.glonass.size())},
                                   {'C', static_cast<int>(d.beidou.size())}};
-    for (auto const& kind : d.stats.skippedByKind) {
+    for (auto const& kind : d.stats.skippedByKind)
       if (kind.first.size() > 2) converted[kind.first[0]] += kind.second;
-    }
-    for (char system : {'G', 'R', 'C'}) {
+    for (char system : {'G', 'R', 'C'})
       EXPECT_EQ(converted[system], expected.count(system) ? expected.at(system).first : 0) << system;
-    }
     ++checked;
   }
   EXPECT_GT(checked, 0);
@@ -159,12 +157,12 @@ TEST(RinexNav, HandCheckedRecords) {
   ASSERT_NE(c01, m.beidou.end());
   zc::BeidouEphemeris const& b = c01->eph;
   // 2016-06-06 16:00 BDT: BDT week 544, Monday 16:00 = 144000 s.
-  EXPECT_EQ(std::make_tuple(c01->line, tocTie(b.toc), tocTie(b.toe)),
-            std::make_tuple(3461, tocTie(zc::Toc{0, 544, 144000}), tocTie(zc::Toc{0, 544, 144000})));
+  EXPECT_EQ(std::make_tuple(c01->line, tocTie(b.toc), tocTie(b.toe), c01->raw.toc),
+            std::make_tuple(3461, tocTie(zc::Toc{0, 544, 144000}), tocTie(zc::Toc{0, 544, 144000}),
+                            zh::gpsSecondsFromCalendar({2016, 6, 6, 16, 0, 14.0})));
   EXPECT_EQ(
       std::make_tuple(b.sqrtA, b.i0, b.omega0, b.crs, b.cuc, b.a0, b.a1, b.a2, b.tgd1, b.tgd2, b.aode),
       std::make_tuple(3404479481u, 74517078, 849741167, 45534, 50562, -1893429, 45648, 0, 142, -104, 1));
-  EXPECT_EQ(c01->raw.toc, zh::gpsSecondsFromCalendar({2016, 6, 6, 16, 0, 14.0}));
 
   zh::NavData const g = zh::readRinexNav(glonass);
   ASSERT_FALSE(g.glonass.empty());
@@ -185,13 +183,12 @@ TEST(RinexNav, Version4KeepsMessageTypesAndCountsOtherRecords) {
   std::map<std::string, int> const skipped{{"STO", 126},    {"EOP", 32},     {"ION", 130},
                                            {"G CNAV", 334}, {"C CNV1", 634}, {"C CNV2", 926}};
   for (auto const& kind : skipped) EXPECT_EQ(d.stats.skippedByKind.at(kind.first), kind.second) << kind.first;
-  EXPECT_EQ(
-      std::count_if(d.beidou.begin(), d.beidou.end(), [](auto const& r) { return r.messageType == "D2"; }),
-      168);
-  // R01 00:15: the fifth line's L1/L2 delay 8.381903171539e-09 s is 9 * 2^-30 s.
   ASSERT_FALSE(d.glonass.empty());
-  EXPECT_EQ(std::make_tuple(d.glonass.front().eph.deltaTauN, d.glonass.front().raw.urai),
-            std::make_tuple(9, 2.0));
+  // 168 D2 records; R01 00:15: the fifth line's L1/L2 delay 8.381903171539e-09 s is 9 * 2^-30 s.
+  auto const isD2 = [](auto const& r) { return r.messageType == "D2"; };
+  EXPECT_EQ(std::make_tuple(std::count_if(d.beidou.begin(), d.beidou.end(), isD2),
+                            d.glonass.front().eph.deltaTauN, d.glonass.front().raw.urai),
+            std::make_tuple(168, 9, 2.0));
 }
 
 // ---- writing --------------------------------------------------------------------
@@ -239,8 +236,7 @@ TEST(RinexNavWriter, ExtremeFieldValuesSurviveTheRoundTrip) {
   b.a0 = -8388608, b.a1 = 2097151, b.a2 = -1024, b.tgd1 = -512, b.tgd2 = 511;
   zh::NavData const back =
       zh::parseRinexNav(zh::formatRinexNav(zh::NavWriteOptions{}, {g}, {b}), "extreme.rnx");
-  ASSERT_EQ(std::make_tuple(back.gps.size(), back.beidou.size()),
-            std::make_tuple(std::size_t{1}, std::size_t{1}));
+  ASSERT_TRUE(back.gps.size() == 1 && back.beidou.size() == 1);
   EXPECT_EQ(gpsTie(back.gps[0].eph), gpsTie(g));
   EXPECT_EQ(beidouTie(back.beidou[0].eph), beidouTie(b));
   g.uraIndex = 16;
@@ -274,10 +270,10 @@ TEST(RinexNavBadInput, BrokenFilesGiveAClearError) {
       ADD_FAILURE() << "no error for: " << reason;
     } catch (zh::FormatError const& e) {
       // The message starts with "<name>:<line>: " and gives the reason.
-      EXPECT_EQ(e.line(), line) << e.what();
       std::string const prefix = line > 0 ? "bad.rnx:" + std::to_string(line) + ": " : "bad.rnx: ";
-      EXPECT_EQ(std::string(e.what()).rfind(prefix, 0), 0u) << e.what();
-      EXPECT_NE(std::string(e.what()).find(reason), std::string::npos) << e.what();
+      EXPECT_TRUE(e.line() == line && std::string(e.what()).rfind(prefix, 0) == 0 &&
+                  std::string(e.what()).find(reason) != std::string::npos)
+          << e.what();
     }
   }
   EXPECT_THROW(zh::readRinexNav("/nonexistent/brdc0010.22n"), zh::FormatError);
@@ -285,8 +281,7 @@ TEST(RinexNavBadInput, BrokenFilesGiveAClearError) {
 
 TEST(RinexNavBadInput, DamagedGzipIsAClearError) {
   ZARN_SHARED_FILE_OR_SKIP(path, "data/nav_only_multiday/NYA100NOR_S_20241240000_01D_CN.rnx.gz");
-  std::string const bytes = zt::readFile(path);
-  std::string const cut = testing::TempDir() + "/cut.rnx.gz";
+  std::string const bytes = zt::readFile(path), cut = testing::TempDir() + "/cut.rnx.gz";
   std::ofstream(cut, std::ios::binary) << bytes.substr(0, bytes.size() / 2);
   try {
     zh::readRinexNav(cut);

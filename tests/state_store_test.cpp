@@ -91,8 +91,7 @@ TEST(StateStore, EveryPartSurvivesASaveAndASecondRunContinuesWhereOneLongRunWoul
   ZARN_SHARED_FILE_OR_SKIP(day1, kDataDir + "brdc2510.16n");
   ZARN_SHARED_FILE_OR_SKIP(day2, kDataDir + "brdc2520.16n");
   TempDir dir;
-  std::string const stateDir = dir.file("state");
-  std::string error;
+  std::string error, stateDir = dir.file("state");
   EXPECT_FALSE(zh::StateStore(stateDir).load(error, true));  // inspecting creates nothing
   EXPECT_FALSE(exists(stateDir));
   auto const first = records(day1), second = records(day2);
@@ -138,9 +137,8 @@ std::string wrongKey(std::string const& good) {
   EXPECT_TRUE(zs::tripleDesEncrypt(plain, "another build's key 24b", other));
   return std::string(other.begin(), other.end());
 }
-std::string flipMiddle(std::string s) {
-  s[s.size() / 2] = static_cast<char>(s[s.size() / 2] ^ 0x5a);
-  return s;
+std::string flipMiddle(std::string const& s) {
+  return s.substr(0, s.size() / 2) + static_cast<char>(s[s.size() / 2] ^ 0x5a) + s.substr(s.size() / 2 + 1);
 }
 std::string foreign(std::string const&) {
   return "%PDF-1.4\n%\xe2\xe3\xcf\xd3\n1 0 obj << /Type /Catalog /Pages 2 0 R >> endobj\n";
