@@ -100,56 +100,5 @@ bool sampleReadable(std::string const& path, bool gzipSupported) {
   return why == nullptr;
 }
 
-int lineOf(std::string const& text, std::size_t pos) {
-  return static_cast<int>(std::count(text.begin(), text.begin() + std::min(pos, text.size()), '\n')) + 1;
-}
-
-std::vector<Damage> truncations(std::string const& text, int count, std::mt19937& random) {
-  std::vector<Damage> out;
-  int const last = lineOf(text, text.size()) + 1;
-  for (int k = 0; k < count; ++k) {
-    std::size_t const cut = std::uniform_int_distribution<std::size_t>(0, text.size())(random);
-    Damage d{text.substr(0, cut), {}, cut};
-    for (int l = lineOf(text, cut); l <= last; ++l) d.lines.insert(l);
-    out.push_back(std::move(d));
-  }
-  return out;
-}
-
-std::vector<Damage> mutations(std::string const& text, int count, std::mt19937& random,
-                              std::string const& alphabet) {
-  std::vector<Damage> out;
-  for (int k = 0; k < count; ++k) {
-    Damage d{text, {}, text.size()};
-    for (int n = 0; n < 3; ++n) {
-      std::size_t const pos = std::uniform_int_distribution<std::size_t>(0, text.size() - 1)(random);
-      if (d.text[pos] == '\n') continue;
-      d.text[pos] = alphabet[std::uniform_int_distribution<std::size_t>(0, alphabet.size() - 1)(random)];
-      d.lines.insert(lineOf(text, pos));
-    }
-    out.push_back(std::move(d));
-  }
-  return out;
-}
-
-std::vector<std::string> lineEdits(std::string const& text, int count, std::mt19937& random) {
-  std::vector<std::string> out;
-  for (int k = 0; k < count; ++k) {
-    std::size_t const pos =
-        text.find('\n', std::uniform_int_distribution<std::size_t>(0, text.size() - 1)(random));
-    if (pos == std::string::npos) continue;
-    std::size_t const next = text.find('\n', pos + 1);
-    std::string const line = text.substr(pos + 1, next == std::string::npos ? std::string::npos : next - pos);
-    std::string edited = text;
-    if (k % 2) {
-      edited.insert(pos + 1, line);
-    } else {
-      edited.erase(pos + 1, line.size());
-    }
-    out.push_back(std::move(edited));
-  }
-  return out;
-}
-
 }  // namespace test
 }  // namespace zarn
