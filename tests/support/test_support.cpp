@@ -22,9 +22,8 @@ bool fileExists(std::string const& path) {
 }
 
 std::string readFile(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream s;
-  s << in.rdbuf();
+  s << std::ifstream(path, std::ios::binary).rdbuf();
   return s.str();
 }
 
@@ -50,18 +49,16 @@ std::string fatalArgument(std::string const& text, std::string const& path) {
 }
 
 std::string capturedStderr(std::function<void()> const& run) {
-  testing::internal::CaptureStderr();
-  run();
+  testing::internal::CaptureStderr(), run();
   return testing::internal::GetCapturedStderr();
 }
 
 std::vector<std::pair<std::string, std::string>> sourceRows() {
   std::vector<std::pair<std::string, std::string>> rows;
   std::istringstream in(readFile(sharedDir() + "/data/SOURCES.md"));
-  auto trimmed = [](std::string s) {
-    s.erase(0, s.find_first_not_of(' '));
-    s.erase(s.find_last_not_of(' ') + 1);
-    return s;
+  auto trimmed = [](std::string const& s) {
+    std::size_t const from = std::min(s.find_first_not_of(' '), s.size());
+    return s.substr(from, s.find_last_not_of(' ') + 1 - from);
   };
   std::string dir, line;
   while (std::getline(in, line)) {
@@ -79,10 +76,9 @@ std::vector<std::pair<std::string, std::string>> sourceRows() {
 std::map<char, std::pair<int, int>> letterCounts(std::string const& text) {
   std::map<char, std::pair<int, int>> out;
   for (std::size_t i = 0; i + 2 < text.size(); ++i) {
-    if (text[i] < 'A' || text[i] > 'Z' || text[i + 1] != ':' ||
-        !std::isdigit(static_cast<unsigned char>(text[i + 2]))) {
-      continue;
-    }
+    bool const head = text[i] >= 'A' && text[i] <= 'Z' && text[i + 1] == ':' &&
+                      std::isdigit(static_cast<unsigned char>(text[i + 2]));
+    if (!head) continue;
     std::size_t end = 0;
     int const first = std::stoi(text.substr(i + 2), &end);
     std::size_t const next = i + 2 + end;
