@@ -74,11 +74,12 @@ TEST(KeplerianFit, OptfunLayoutAndFailures) {
 
   Vec hyperbola(elements);
   hyperbola(1) = 1.5;
-  EXPECT_EQ(std::make_tuple(zs::optfun(zc::GPS, Vec(14, 0.0), s.t, s.r, toe, f),
-                            zs::optfun(zc::GPS, elements, s.t, Mat(2, 25), toe, f),
-                            zs::optfun(zc::GLONASS, elements, s.t, s.r, toe, f),
-                            zs::optfun(zc::GPS, hyperbola, s.t, s.r, toe, f)),
-            std::make_tuple(1, 2, 3, 4));
+  std::tuple<int, int, int, int> const codes{// braces evaluate in order
+                                             zs::optfun(zc::GPS, Vec(14, 0.0), s.t, s.r, toe, f),
+                                             zs::optfun(zc::GPS, elements, s.t, Mat(2, 25), toe, f),
+                                             zs::optfun(zc::GLONASS, elements, s.t, s.r, toe, f),
+                                             zs::optfun(zc::GPS, hyperbola, s.t, s.r, toe, f)};
+  EXPECT_EQ(codes, std::make_tuple(1, 2, 3, 4));
   EXPECT_TRUE(std::isnan(f(0)));  // left by the hyperbola
 }
 
