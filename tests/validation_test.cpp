@@ -81,25 +81,21 @@ TEST(ValidKeplerian, BeidouHarmonicsAre18Bit) {
 // BeiDou: the GPS-scale toe is moved 14 s back to BDT, which must be a multiple of 8 s.
 TEST(ValidKeplerian, ReferenceTimeChecks) {
   // Expected log; empty: valid.
-  std::tuple<bool, double, char const*> const cases[] = { bool beidou;
-  double toe;
-  char const* log;  // empty: valid
-}
-const cases[] = {
-    {false, 604784.0, ""},
-    {false, 604800.0, "ERROR/Validation: validGpsEphemeris: invalid keplerian element toe=604800\n"},
-    {false, 8.0, "ERROR/Validation: validGpsEphemeris: invalid toe 8 (not multiple of 16)\n"},
-    {true, 259214.0, ""},
-    {true, 259200.0, "ERROR/Validation: validBeidouEphemeris: invalid toe 259186 (not multiple of 8)\n"},
-    {true, 8.0, nullptr}};  // 604794 s of the previous BeiDou week: inside the week, not a multiple of 8
-for (auto const& [beidou, toe, expected] : cases) {
-  Vec const k = gpsVector(15, toe);
-  Log log;
-  EXPECT_EQ(beidou ? zs::validBeidouEphemeris(k) : zs::validGpsEphemeris(k),
-            expected != nullptr && !*expected);
-  std::string const text = log.text();
-  EXPECT_TRUE(expected == nullptr || text == expected) << toe << ": " << text;
-}
+  std::tuple<bool, double, char const*> const cases[] = {
+      {false, 604784.0, ""},
+      {false, 604800.0, "ERROR/Validation: validGpsEphemeris: invalid keplerian element toe=604800\n"},
+      {false, 8.0, "ERROR/Validation: validGpsEphemeris: invalid toe 8 (not multiple of 16)\n"},
+      {true, 259214.0, ""},
+      {true, 259200.0, "ERROR/Validation: validBeidouEphemeris: invalid toe 259186 (not multiple of 8)\n"},
+      {true, 8.0, nullptr}};  // 604794 s of the previous BeiDou week: inside the week, not a multiple of 8
+  for (auto const& [beidou, toe, expected] : cases) {
+    Vec const k = gpsVector(15, toe);
+    Log log;
+    EXPECT_EQ(beidou ? zs::validBeidouEphemeris(k) : zs::validGpsEphemeris(k),
+              expected != nullptr && !*expected);
+    std::string const text = log.text();
+    EXPECT_TRUE(expected == nullptr || text == expected) << toe << ": " << text;
+  }
 }
 
 TEST(ValidKeplerian, EveryFailureLoggedInIndexOrderAndSizeChecked) {
