@@ -305,8 +305,7 @@ TEST(RinexNavBadInput, BadRecordsAreSkippedWithTheirLine) {
       "     7.921800000000E+04 4.000000000000E+00\n";
   std::string garbled = gps;
   garbled.replace(garbled.find("2.594413009133E+00"), 5, "2.5x4");
-  std::string unknownSystem = gps;
-  unknownSystem[0] = 'X';
+  std::string const unknownSystem = "X" + gps.substr(1);
   std::string huge = gps;  // sqrtA beyond 32 bits
   huge.replace(huge.find("5.153704671860E+03"), 18, "5.153704671860E+09");
   zh::NavData const d =
