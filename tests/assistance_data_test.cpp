@@ -33,14 +33,12 @@ using test::vec3;
 
 TEST(DefaultAssistance, InvalidNumbersAndOtherSystemsGiveTheZeroRecord) {
   AssistanceData const zero = makeZeroAssistanceData();
-  EXPECT_EQ(AssistanceDataFile::defaultAssistance(GPS, 0), zero);
-  EXPECT_EQ(AssistanceDataFile::defaultAssistance(GPS, 33), zero);
-  EXPECT_EQ(AssistanceDataFile::defaultAssistance(GLONASS, 25), zero);
-  EXPECT_EQ(AssistanceDataFile::defaultAssistance(BEIDOU, 15), zero);
-  EXPECT_EQ(AssistanceDataFile::defaultAssistance(static_cast<GnssType>(5), 1), zero);
+  std::pair<GnssType, unsigned short> const outside[] = {
+      {GPS, 0}, {GPS, 33}, {GLONASS, 25}, {BEIDOU, 15}, {static_cast<GnssType>(5), 1}};
+  for (auto const& [type, sv] : outside)
+    EXPECT_EQ(AssistanceDataFile::defaultAssistance(type, sv), zero) << sv;
   AssistanceData galileo = zero;
-  galileo.gnssType = GALILEO;
-  galileo.svId = 1;
+  galileo.gnssType = GALILEO, galileo.svId = 1;
   EXPECT_EQ(AssistanceDataFile::defaultAssistance(GALILEO, 1), galileo);
 }
 
@@ -55,9 +53,7 @@ TEST(DefaultAssistance, EveryRowIsPhysical) {
     for (unsigned short sv = range.first; sv <= range.second; ++sv) {
       AssistanceData const d = AssistanceDataFile::defaultAssistance(type, sv);
       SCOPED_TRACE(toString(type) + " " + std::to_string(sv));
-      EXPECT_EQ(d.gnssType, type);
-      EXPECT_EQ(d.svId, sv);
-      EXPECT_TRUE(d.svFlags == 0u && d.outages.empty());
+      EXPECT_TRUE(d.gnssType == type && d.svId == sv && d.svFlags == 0u && d.outages.empty());
       // (value, low, high) of every stored field.
       double const bounds[][3] = {{double(d.maxPredictionLength), 24, 24 * 28},
                                   {d.srp[0] * k, 0.6e-7, 2.0e-7},
@@ -72,7 +68,7 @@ TEST(DefaultAssistance, EveryRowIsPhysical) {
       for (auto const& b : bounds)
         EXPECT_TRUE(b[0] >= b[1] && b[0] <= b[2]) << b[0] << " " << b[1] << " " << b[2];
       EXPECT_LT(estimateSisreError(d.errorParams, 86400.0), estimateSisreError(d.errorParams, 7 * 86400.0));
-      for (double c : d.clockModelParams) EXPECT_EQ(c, 0.0);
+      EXPECT_EQ(d.clockModelParams, ClockModelParams{});
     }
   }
 }
@@ -84,27 +80,21 @@ TEST(DefaultAssistance, PhaseCentresAreThePublishedIgsValues) {
   ZARN_SHARED_FILE_OR_SKIP(pcoPath, "reference/satellite_pco.txt");
   ZARN_SHARED_FILE_OR_SKIP(blocksPath, "reference/satellite_blocks_summary.txt");
   std::map<std::string, std::array<double, 3>> pcoBySvn;
-  {
-    std::ifstream in(pcoPath);
-    std::string line;
-    while (std::getline(in, line)) {
-      if (line.empty() || line[0] == '#') continue;
-      std::istringstream s(line);
-      std::string sys, prn, svn, cospar, block, from, until;
-      std::array<double, 3> x{};
-      s >> sys >> prn >> svn >> cospar >> block >> from >> until >> x[0] >> x[1] >> x[2];
-      pcoBySvn[svn] = x;
-    }
-  }
-  std::ifstream in(blocksPath);
   std::string line;
+  for (std::istringstream in(test::readFile(pcoPath)); std::getline(in, line);) {
+    std::istringstream s(line);
+    std::string sys, prn, svn, cospar, block, from, until;
+    std::array<double, 3> x{};
+    if (line.empty() || line[0] == '#') continue;
+    s >> sys >> prn >> svn >> cospar >> block >> from >> until >> x[0] >> x[1] >> x[2];
+    pcoBySvn[svn] = x;
+  }
   int checked = 0;
-  while (std::getline(in, line)) {
+  for (std::istringstream in(test::readFile(blocksPath)); std::getline(in, line);) {
     std::istringstream s(line);
     std::string date, sys, prn, svn, block, massP, massM, antex;
-    if (!(s >> date >> sys >> prn >> svn >> block >> massP >> massM >> antex) || date != "2025-07-04")
-      continue;
-    if (antex != "A" || sys == "C") continue;
+    bool const read = static_cast<bool>(s >> date >> sys >> prn >> svn >> block >> massP >> massM >> antex);
+    if (!read || date != "2025-07-04" || antex != "A" || sys == "C") continue;
     int const sv = std::stoi(prn.substr(1));
     GnssType const type = sys == "G" ? GPS : GLONASS;
     if (sv == 1 || !validSvId(type, static_cast<unsigned short>(sv))) continue;
@@ -149,8 +139,7 @@ TEST(ApcOffset, MovesAlongTheYawSteeringAxes) {
     EXPECT_LT(norm_2(moved - expected), 2e-3 * 1.6) << pos;
     EXPECT_NEAR(norm_2(moved), norm_2(pos) - 1.5, 1e-6);  // z points at the Earth's centre
 
-    Vec const back = removeApcOffset(moved, offset, t, leap);
-    EXPECT_LT(norm_2(back - pos), 1e-6);
+    EXPECT_LT(norm_2(removeApcOffset(moved, offset, t, leap) - pos), 1e-6);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/test_support.hpp"
@@ -90,37 +91,28 @@ TEST(GlonassRinex, RealRecordsReadBackIdenticalAndAsTheFilePrintsThem) {
   ZARN_SHARED_FILE_OR_SKIP(day251, kDay251);
   ZARN_SHARED_FILE_OR_SKIP(day158, "data/2016-158_smartloc/brdc1580.16g");
   std::vector<zh::GlonassNavRecord> original;
-  for (std::string const& f : {day251, day158}) {
+  for (std::string const& f : {day251, day158})
     for (zh::GlonassNavRecord const& r : zh::readRinexNav(f).glonass) original.push_back(r);
-  }
   ASSERT_GT(original.size(), 2000u);
   std::vector<zc::GlonassEphemeris> records;
   for (zh::GlonassNavRecord const& r : original) records.push_back(r.eph);
   zh::NavWriteOptions options;
   options.date = "20240101 000000 UTC";
   zh::NavData const back = zh::parseRinexNav(zh::formatRinexNav(options, {}, {}, records), "glonass.rnx");
-  EXPECT_EQ(back.header.system, 'R');
-  EXPECT_EQ(back.stats.skippedMalformed, 0);
+  EXPECT_TRUE(back.header.system == 'R' && back.stats.skippedMalformed == 0);
   ASSERT_EQ(back.glonass.size(), records.size());
   for (std::size_t i = 0; i < records.size(); ++i) {
     ASSERT_TRUE(back.glonass[i].eph == records[i]) << original[i].line;
     // The values written are those the source file printed, to within half an LSB.
     zh::GlonassNavRaw const& a = original[i].raw;
     zh::GlonassNavRaw const& b = back.glonass[i].raw;
-    struct {
-      double was, is, halfLsb;
-    } const fields[] = {{a.x, b.x, 0x1p-12},
-                        {a.y, b.y, 0x1p-12},
-                        {a.z, b.z, 0x1p-12},
-                        {a.vx, b.vx, 0x1p-21},
-                        {a.vy, b.vy, 0x1p-21},
-                        {a.vz, b.vz, 0x1p-21},
-                        {a.ax, b.ax, 0x1p-31},
-                        {a.minusTauN, b.minusTauN, 0x1p-31},
-                        {a.gammaN, b.gammaN, 0x1p-41},
-                        {a.health, b.health, 0.0},
-                        {a.frequencyNumber, b.frequencyNumber, 0.0}};
-    for (auto const& f : fields) ASSERT_LE(std::fabs(f.was - f.is), f.halfLsb * 1.000001) << original[i].line;
+    // clang-format off
+    double const fields[][3] = {  // was, is, half an LSB
+        {a.x, b.x, 0x1p-12}, {a.y, b.y, 0x1p-12}, {a.z, b.z, 0x1p-12}, {a.vx, b.vx, 0x1p-21}, {a.vy, b.vy, 0x1p-21},
+        {a.vz, b.vz, 0x1p-21}, {a.ax, b.ax, 0x1p-31}, {a.minusTauN, b.minusTauN, 0x1p-31},
+        {a.gammaN, b.gammaN, 0x1p-41}, {a.health, b.health, 0.0}, {a.frequencyNumber, b.frequencyNumber, 0.0}};
+    // clang-format on
+    for (auto const& f : fields) ASSERT_LE(std::fabs(f[0] - f[1]), f[2] * 1.000001) << original[i].line;
     ASSERT_EQ(a.toc, b.toc) << original[i].line;
   }
 }
@@ -136,25 +128,23 @@ TEST(GlonassPipeline, BroadcastPredictionOfOneSatelliteAgainstSp3) {
   std::vector<zh::Ephemeris> const records = zh::collectEphemerides({zh::readRinexNav(nav)}).at({'R', 1});
   zh::SatellitePrediction const p = zh::predictFromBroadcast(records, o);
   ASSERT_TRUE(p.skipReason.empty()) << p.skipReason;
-  EXPECT_LT(p.sampleRms, 10.0);
   ASSERT_EQ(p.predicted.size(), 48u);  // 00:15 .. 23:45 UTC
-  EXPECT_EQ(p.rejected, 0);
+  EXPECT_TRUE(p.sampleRms < 10.0 && p.rejected == 0) << p.sampleRms;
   int const leap = zh::leapSecondsAt(fitEnd);
   for (std::size_t i = 0; i < p.predicted.size(); ++i) {
     zh::Ephemeris const& e = p.predicted[i];
-    EXPECT_EQ(e.toe, fitEnd + leap + 900.0 + 1800.0 * static_cast<double>(i));
-    EXPECT_TRUE(zh::passesValidation(e));
-    EXPECT_EQ(e.glonass.svId, 1);
-    EXPECT_EQ(e.glonass.frequencyNumber, records.back().glonass.frequencyNumber);
-    EXPECT_EQ(e.glonass.tb, static_cast<int>(e.glonass.time.third / 900));
+    EXPECT_TRUE(e.toe == fitEnd + leap + 900.0 + 1800.0 * static_cast<double>(i) && zh::passesValidation(e) &&
+                e.glonass.svId == 1 && e.glonass.frequencyNumber == records.back().glonass.frequencyNumber &&
+                e.glonass.tb == static_cast<int>(e.glonass.time.third / 900))
+        << i;
   }
   // The clock continues the broadcast one: tauN within a microsecond of the last broadcast value.
   EXPECT_LT(std::fabs(p.predicted.front().glonass.tauN - records.back().glonass.tauN) * 0x1p-30, 1e-6);
 
   Errors const withOffset = againstSp3(p, sp3, fitEnd);
   ASSERT_GT(withOffset.samples, 200u);
-  EXPECT_LT(withOffset.median, 10.0);
-  EXPECT_LT(withOffset.max, 30.0);
+  EXPECT_TRUE(withOffset.median < 10.0 && withOffset.max < 30.0)
+      << withOffset.median << " " << withOffset.max;
 
   // Broadcast states refer to the antenna, about 2 m below the centre of
   // mass: an orbit fitted to them as if they were the centre of mass moves at
@@ -169,23 +159,18 @@ TEST(GlonassPipeline, BroadcastPredictionOfOneSatelliteAgainstSp3) {
 TEST(GlonassPipeline, SlotsFollowTheUtcQuarterPastAndQuarterToGrid) {
   double fitEnd = 0;
   ASSERT_TRUE(zh::parseGpsTime("2016-09-08T00:00:00", fitEnd));
-  struct Case {
-    double fitEnd, days;
-    int leap;
-    double first;
-    std::size_t count;
-  } const cases[] = {
+  // Fit end, days, GPS-UTC, first slot, slots.
+  std::tuple<double, double, int, double, std::size_t> const cases[] = {
       {fitEnd, 1.0, 17, fitEnd + 917.0, 48},          // 00:15 UTC is 00:15:17 GPS
       {fitEnd + 917.0, 1.0, 17, fitEnd + 917.0, 49},  // a fit end on a slot takes it
       {fitEnd + 918.0, 0.5, 18, fitEnd + 918.0, 25},
       {fitEnd - 100.0, 7.0, 17, fitEnd + 917.0, 336},
   };
-  for (Case const& c : cases) {
-    std::vector<double> const slots = zh::glonassSlots(c.fitEnd, c.days, c.leap);
+  for (auto const& [end, days, leap, first, count] : cases) {
+    std::vector<double> const slots = zh::glonassSlots(end, days, leap);
     ASSERT_FALSE(slots.empty());
-    EXPECT_EQ(slots.front(), c.first) << c.fitEnd;
-    EXPECT_EQ(slots.size(), c.count) << c.fitEnd;
-    for (double t : slots) EXPECT_EQ(std::fmod(t - c.leap, 1800.0), 900.0);
+    EXPECT_EQ(std::make_tuple(slots.front(), slots.size()), std::make_tuple(first, count)) << end;
+    for (double t : slots) EXPECT_EQ(std::fmod(t - leap, 1800.0), 900.0);
   }
 }
 

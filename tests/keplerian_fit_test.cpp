@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "support/broadcast_records.hpp"
@@ -40,22 +41,19 @@ TEST(KeplerianFit, ReferenceTime) {
   Vec kepler;
   // Middle sample at 100008 s of week: the nearest multiple of 16 s, halves up.
   fit(zc::GPS, sample(g, gpsWeekStart + 100008.0 - 600.0, 300.0, 5), kepler);
-  EXPECT_EQ(kepler(15), 100016.0);
-  EXPECT_EQ(kepler(16), 1913.0);
+  EXPECT_EQ(std::make_tuple(kepler(15), kepler(16)), std::make_tuple(100016.0, 1913.0));
 
   // Sample ceil(N/2): the third of five, the second of four.
   fit(zc::GPS, sample(g, gpsWeekStart + 100000.0, 400.0, 5), kepler);
   EXPECT_EQ(kepler(15), 100800.0);
   EXPECT_FALSE(fit(zc::GPS, sample(g, gpsWeekStart + 100000.0, 400.0, 4), kepler));  // 12 equations
-  ASSERT_EQ(kepler.size(), 17u);
-  EXPECT_EQ(kepler(15), 100400.0);
+  EXPECT_TRUE(kepler.size() == 17u && kepler(15) == 100400.0);
 
   // BeiDou rounds to 8 s of BeiDou time (100004 -> 100008 BDT) and reports
   // the result on the GPS scale: 14 s later, GPS week = BeiDou week + 1356.
   double const bdtMid = zs::beidouToSecs(zc::Toc{0, 544, 100004});
   fit(zc::BEIDOU, sample(zt::beidouC14(), zs::beidouSecsToGpsSecs(bdtMid) - 600.0, 300.0, 5), kepler);
-  EXPECT_EQ(kepler(15), 100022.0);
-  EXPECT_EQ(kepler(16), 1900.0);
+  EXPECT_EQ(std::make_tuple(kepler(15), kepler(16)), std::make_tuple(100022.0, 1900.0));
 }
 
 TEST(KeplerianFit, OptfunLayoutAndFailures) {
@@ -67,58 +65,44 @@ TEST(KeplerianFit, OptfunLayoutAndFailures) {
   Vec const elements = subrange(kepler, 0, 15);
   for (unsigned j = 0; j < 3; ++j) s.r(j, 3) -= j + 1.0;  // sample 3 moved by (-1, -2, -3) m
   Vec f;
-  ASSERT_EQ(zs::optfun(zc::GPS, elements, s.t, s.r, toe, f), 0);
-  ASSERT_EQ(f.size(), 75u);
+  ASSERT_TRUE(zs::optfun(zc::GPS, elements, s.t, s.r, toe, f) == 0 && f.size() == 75u);
   for (unsigned i = 6; i < 15; ++i) EXPECT_NEAR(f(i), i / 3 == 3 ? i % 3 + 1.0 : 0.0, 0.02) << i;
 
   // One position 100 m off: the fit reports failure but still writes the vector.
   s.r(1, 20) += 100.0;
-  EXPECT_FALSE(fit(zc::GPS, s, kepler));
-  EXPECT_EQ(kepler.size(), 17u);
+  EXPECT_TRUE(!fit(zc::GPS, s, kepler) && kepler.size() == 17u);
 
-  EXPECT_EQ(zs::optfun(zc::GPS, Vec(14, 0.0), s.t, s.r, toe, f), 1);
-  EXPECT_EQ(zs::optfun(zc::GPS, elements, s.t, Mat(2, 25), toe, f), 2);
-  EXPECT_EQ(zs::optfun(zc::GLONASS, elements, s.t, s.r, toe, f), 3);
   Vec hyperbola(elements);
   hyperbola(1) = 1.5;
-  EXPECT_EQ(zs::optfun(zc::GPS, hyperbola, s.t, s.r, toe, f), 4);
-  EXPECT_TRUE(std::isnan(f(0)));
+  std::tuple<int, int, int, int> const codes{// braces evaluate in order
+                                             zs::optfun(zc::GPS, Vec(14, 0.0), s.t, s.r, toe, f),
+                                             zs::optfun(zc::GPS, elements, s.t, Mat(2, 25), toe, f),
+                                             zs::optfun(zc::GLONASS, elements, s.t, s.r, toe, f),
+                                             zs::optfun(zc::GPS, hyperbola, s.t, s.r, toe, f)};
+  EXPECT_EQ(codes, std::make_tuple(1, 2, 3, 4));
+  EXPECT_TRUE(std::isnan(f(0)));  // left by the hyperbola
 }
 
 TEST(KeplerianEncoding, WordsAndVerdict) {
+  // deltaN and OmegaDot halves go away from zero; crs -3.49 LSB; sqrtA 5153.6 * 2^19 = 2701970636.8.
   Vec k(17, 0.0);
-  k(0) = 5153.6;
-  k(1) = 0.01;
-  k(2) = 0.96;
-  k(6) = 2.5 * rateLsb;          // deltaN: halves away from zero
-  k(8) = -2.5 * rateLsb;         // OmegaDot
-  k(12) = -3.49 * gpsRadiusLsb;  // crs
-  k(15) = 259200.0;
-  k(16) = 1913.0;
+  k(0) = 5153.6, k(1) = 0.01, k(2) = 0.96, k(6) = 2.5 * rateLsb, k(8) = -2.5 * rateLsb;
+  k(12) = -3.49 * gpsRadiusLsb, k(15) = 259200.0, k(16) = 1913.0;
   zc::GpsEphemeris g;
-  g.af0 = 123;
+  g.af0 = 123;  // fields outside the orbit are kept
   EXPECT_TRUE(zs::keplerianToGpsEphemeris(k, g));
-  EXPECT_EQ(g.deltaN, 3);
-  EXPECT_EQ(g.omegaDot, -3);
-  EXPECT_EQ(g.crs, -3);
-  EXPECT_EQ(g.sqrtA, 2701970637u);  // 5153.6 * 2^19 = 2701970636.8
+  EXPECT_EQ(std::make_tuple(g.deltaN, g.omegaDot, g.crs, g.sqrtA, g.af0),
+            std::make_tuple(3, -3, -3, 2701970637u, 123));
   EXPECT_TRUE(g.toe == (zc::Toc{1, 889, 259200}));
-  EXPECT_EQ(g.af0, 123);  // fields outside the orbit are kept
 
   // The record is written even when the verdict is false.
   k(7) = 8192 * rateLsb;  // iDot has 14 bits
-  EXPECT_FALSE(zs::keplerianToGpsEphemeris(k, g));
-  EXPECT_EQ(g.iDot, 8192);
+  EXPECT_TRUE(!zs::keplerianToGpsEphemeris(k, g) && g.iDot == 8192);
 
   // BeiDou harmonics have 2^-6 m words; the record's toe is BeiDou time.
-  k(7) = 0.0;
-  k(11) = 1.0;  // crc
-  k(15) = 162014.0;
-  k(16) = 1900.0;
+  k(7) = 0.0, k(11) = 1.0, k(15) = 162014.0, k(16) = 1900.0;  // crc 1 m
   zc::BeidouEphemeris c;
-  EXPECT_TRUE(zs::keplerianToBeidouEphemeris(k, c));
-  EXPECT_EQ(c.crc, 64);
-  EXPECT_TRUE(c.toe == (zc::Toc{0, 544, 162000}));
+  EXPECT_TRUE(zs::keplerianToBeidouEphemeris(k, c) && c.crc == 64 && c.toe == (zc::Toc{0, 544, 162000}));
 }
 
 // The BeiDou fit reports with the GPS texts.

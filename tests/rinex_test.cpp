@@ -8,8 +8,6 @@
 #include <fstream>
 #include <limits>
 #include <map>
-#include <random>
-#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -43,11 +41,6 @@ auto beidouTie(zc::BeidouEphemeris const& e) {
                          e.crs, e.cic, e.cis, e.iodc, tocTie(e.toc), e.a0, e.a1, e.a2, e.tgd1, e.tgd2);
 }
 
-auto glonassTie(zc::GlonassEphemeris const& e) {
-  return std::make_tuple(e.flags, e.svId, e.tb, tocTie(e.time), e.frequencyNumber, e.health, e.age, e.x, e.y,
-                         e.z, e.vx, e.vy, e.vz, e.ax, e.ay, e.az, e.tauN, e.gammaN, e.deltaTauN);
-}
-
 }  // namespace
 
 // ---- calendar arithmetic ----------------------------------------------------
@@ -70,17 +63,11 @@ TEST(GnssTime, CivilDaysAgreeWithErfa) {
 }
 
 TEST(GnssTime, GlonassTocCountsMoscowDaysFromThePeriodStart) {
-  auto mjd = [](int y, int m, int d) {
-    double djm0 = 0, djm = 0;
-    eraCal2jd(y, m, d, &djm0, &djm);
-    return static_cast<std::uint32_t>(djm);
-  };
   std::pair<zh::CalendarTime, zc::Toc> const cases[] = {
       // 21:00 UTC is midnight in Moscow: the day and, at a year end, the period change.
-      {{2016, 12, 31, 21, 0, 0.0}, {5, mjd(2017, 1, 1) - mjd(2016, 1, 1), 0}},
+      {{2016, 12, 31, 21, 0, 0.0}, {5, 366, 0}},
       {{2019, 12, 31, 21, 0, 0.0}, {6, 0, 0}},
-      {{2019, 12, 31, 20, 59, 59.0}, {5, mjd(2019, 12, 31) - mjd(2016, 1, 1), 86399}},
-      {{2016, 2, 29, 12, 0, 0.0}, {5, 59, 54000}},
+      {{2019, 12, 31, 20, 59, 59.0}, {5, 366 + 365 + 365 + 364, 86399}},
       {{1996, 1, 1, 0, 0, 0.0}, {0, 0, 10800}},
   };
   for (auto const& c : cases) {
@@ -111,14 +98,12 @@ TEST(GnssTime, CalendarSecondsAndLeapSeconds) {
       zh::civilFromDays(day, utc.year, utc.month, utc.day);
       double taiMinusUtc = 0;
       ASSERT_GE(eraDat(utc.year, utc.month, utc.day, 0.0, &taiMinusUtc), 0);
-      ASSERT_EQ(zh::gpsMinusUtc(utc), taiMinusUtc - 19.0) << utc.year << "-" << utc.month << "-" << utc.day;
-      ASSERT_EQ(zarn::support::leapSeconds(zh::gpsSecondsFromCalendar(utc), false, table),
-                zh::gpsMinusUtc(utc))
+      ASSERT_EQ(std::make_tuple(zh::gpsMinusUtc(utc),
+                                zarn::support::leapSeconds(zh::gpsSecondsFromCalendar(utc), false, table)),
+                std::make_tuple(taiMinusUtc - 19.0, taiMinusUtc - 19.0))
           << utc.year << "-" << utc.month << "-" << utc.day << " " << second;
     }
   }
-  EXPECT_EQ(zh::gpsMinusUtc({2016, 12, 31, 23, 59, 59.0}), 17);
-  EXPECT_EQ(zh::gpsMinusUtc({2017, 1, 1, 0, 0, 0.0}), 18);
 }
 
 // ---- reading the sample files -------------------------------------------------
@@ -140,16 +125,13 @@ TEST(RinexNav, EveryFileMatchesItsSourceCounts) {
     std::map<char, int> converted{{'G', static_cast<int>(d.gps.size())},
                                   {'R', static_cast<int>(d.glonass.size())},
                                   {'C', static_cast<int>(d.beidou.size())}};
-    for (auto const& kind : d.stats.skippedByKind) {
+    for (auto const& kind : d.stats.skippedByKind)
       if (kind.first.size() > 2) converted[kind.first[0]] += kind.second;
-    }
-    for (char system : {'G', 'R', 'C'}) {
+    for (char system : {'G', 'R', 'C'})
       EXPECT_EQ(converted[system], expected.count(system) ? expected.at(system).first : 0) << system;
-    }
     ++checked;
   }
   EXPECT_GT(checked, 0);
-  std::printf("checked %d navigation files\n", checked);
 }
 
 TEST(RinexNav, HandCheckedRecords) {
@@ -159,10 +141,8 @@ TEST(RinexNav, HandCheckedRecords) {
   zh::NavData const d = zh::readRinexNav(gpsPath);
   ASSERT_FALSE(d.gps.empty());
   zh::GpsNavRecord const& r = d.gps.front();
-  EXPECT_EQ(r.line, 9);
-  EXPECT_EQ(d.header.leapSeconds, 17);
-  EXPECT_EQ(r.raw.sqrtA, 0.515370059395e4);
-  EXPECT_EQ(r.raw.crs, -6.53125);
+  EXPECT_EQ(std::make_tuple(r.line, d.header.leapSeconds, r.raw.sqrtA),
+            std::make_tuple(9, 17, 0.515370059395e4));
   // 2016-09-07 00:00 GPST is week 1913 = 1024 + 889, second 259200; URA index 0 is 2.0 m.
   zc::GpsEphemeris e;
   e.svId = 1, e.toe = e.toc = zc::Toc{1, 889, 259200}, e.iodc = 71, e.iode = 71, e.uraIndex = 0;
@@ -175,23 +155,21 @@ TEST(RinexNav, HandCheckedRecords) {
   auto c01 = std::find_if(m.beidou.begin(), m.beidou.end(),
                           [](zh::BeidouNavRecord const& r) { return r.eph.svId == 1; });
   ASSERT_NE(c01, m.beidou.end());
-  EXPECT_EQ(c01->line, 3461);
   zc::BeidouEphemeris const& b = c01->eph;
   // 2016-06-06 16:00 BDT: BDT week 544, Monday 16:00 = 144000 s.
-  EXPECT_EQ(tocTie(b.toc), tocTie(zc::Toc{0, 544, 144000}));
-  EXPECT_EQ(tocTie(b.toe), tocTie(zc::Toc{0, 544, 144000}));
-  EXPECT_EQ(std::make_tuple(b.sqrtA, b.i0, b.omega0, b.crs, b.cuc, b.a0, b.a1, b.a2, b.tgd1, b.tgd2),
-            std::make_tuple(3404479481u, 74517078, 849741167, 45534, 50562, -1893429, 45648, 0, 142, -104));
-  EXPECT_EQ(std::make_tuple(b.aode, b.aodc, b.iodc, b.health, b.uraIndex), std::make_tuple(1, 0, 0, 0, 0));
-  EXPECT_EQ(c01->raw.toc, zh::gpsSecondsFromCalendar({2016, 6, 6, 16, 0, 14.0}));
+  EXPECT_EQ(std::make_tuple(c01->line, tocTie(b.toc), tocTie(b.toe), c01->raw.toc),
+            std::make_tuple(3461, tocTie(zc::Toc{0, 544, 144000}), tocTie(zc::Toc{0, 544, 144000}),
+                            zh::gpsSecondsFromCalendar({2016, 6, 6, 16, 0, 14.0})));
+  EXPECT_EQ(
+      std::make_tuple(b.sqrtA, b.i0, b.omega0, b.crs, b.cuc, b.a0, b.a1, b.a2, b.tgd1, b.tgd2, b.aode),
+      std::make_tuple(3404479481u, 74517078, 849741167, 45534, 50562, -1893429, 45648, 0, 142, -104, 1));
 
   zh::NavData const g = zh::readRinexNav(glonass);
   ASSERT_FALSE(g.glonass.empty());
   zh::GlonassNavRecord const& n = g.glonass.front();
   // 2016-09-07 00:00 UTC is 03:00 in Moscow: day 250 of the period 2016-2019, tb 12.
-  EXPECT_EQ(tocTie(n.eph.time), tocTie(zc::Toc{5, 250, 10800}));
-  EXPECT_EQ(std::make_tuple(n.eph.svId, n.eph.tb, n.eph.frequencyNumber, n.eph.health, n.eph.age),
-            std::make_tuple(14, 12, -7, 0, 0));
+  EXPECT_EQ(std::make_tuple(tocTie(n.eph.time), n.eph.svId, n.eph.tb, n.eph.frequencyNumber, n.eph.age),
+            std::make_tuple(tocTie(zc::Toc{5, 250, 10800}), 14, 12, -7, 0));
   EXPECT_EQ(std::make_tuple(n.eph.x, n.eph.y, n.eph.z, n.eph.vx, n.eph.vz, n.eph.tauN, n.eph.gammaN),
             std::make_tuple(43276811, -29191668, 3680275, -353739, 3757030, -398136, 6));
   EXPECT_EQ(n.raw.toc, zh::gpsSecondsFromCalendar({2016, 9, 7, 0, 0, 17.0}));
@@ -205,32 +183,27 @@ TEST(RinexNav, Version4KeepsMessageTypesAndCountsOtherRecords) {
   std::map<std::string, int> const skipped{{"STO", 126},    {"EOP", 32},     {"ION", 130},
                                            {"G CNAV", 334}, {"C CNV1", 634}, {"C CNV2", 926}};
   for (auto const& kind : skipped) EXPECT_EQ(d.stats.skippedByKind.at(kind.first), kind.second) << kind.first;
-  EXPECT_EQ(
-      std::count_if(d.beidou.begin(), d.beidou.end(), [](auto const& r) { return r.messageType == "D2"; }),
-      168);
-  // R01 00:15: the fifth line's L1/L2 delay 8.381903171539e-09 s is 9 * 2^-30 s.
   ASSERT_FALSE(d.glonass.empty());
-  EXPECT_EQ(d.glonass.front().eph.deltaTauN, 9);
-  EXPECT_EQ(d.glonass.front().raw.urai, 2.0);
+  // 168 D2 records; R01 00:15: the fifth line's L1/L2 delay 8.381903171539e-09 s is 9 * 2^-30 s.
+  auto const isD2 = [](auto const& r) { return r.messageType == "D2"; };
+  EXPECT_EQ(std::make_tuple(std::count_if(d.beidou.begin(), d.beidou.end(), isD2),
+                            d.glonass.front().eph.deltaTauN, d.glonass.front().raw.urai),
+            std::make_tuple(168, 9, 2.0));
 }
 
 // ---- writing --------------------------------------------------------------------
 
 TEST(RinexNavWriter, RealRecordsSurviveTheRoundTrip) {
-  ZARN_SHARED_FILE_OR_SKIP(gpsPath, "data/2016-251_252_smartloc/brdc2510.16n");
   ZARN_SHARED_FILE_OR_SKIP(mixedPath, "data/2016-158_smartloc/BRDC00WRD_U_20161580000_01D_MN.rnx");
   std::vector<zc::GpsEphemeris> gps;
   std::vector<zc::BeidouEphemeris> beidou;
-  for (auto const& r : zh::readRinexNav(gpsPath).gps) gps.push_back(r.eph);
   zh::NavData const mixed = zh::readRinexNav(mixedPath);
   for (auto const& r : mixed.gps) gps.push_back(r.eph);
   for (auto const& r : mixed.beidou) beidou.push_back(r.eph);
 
   zh::NavWriteOptions options;
-  options.date = "20240101 000000 UTC";
-  options.hasFitEnd = true;
+  options.date = "20240101 000000 UTC", options.hasFitEnd = true, options.leapSeconds = 17;
   options.fitEnd = zh::gpsSecondsFromCalendar({2016, 9, 7, 23, 59, 44.0});
-  options.leapSeconds = 17;
   std::string const path = testing::TempDir() + "/round_trip.rnx";
   zh::writeRinexNav(path, options, gps, beidou);
   zh::NavData const back = zh::readRinexNav(path);
@@ -239,8 +212,7 @@ TEST(RinexNavWriter, RealRecordsSurviveTheRoundTrip) {
   EXPECT_EQ(std::make_tuple(back.header.version, back.header.system, back.header.hasFitEnd,
                             back.header.fitEnd, back.header.leapSeconds, back.stats.skippedMalformed),
             std::make_tuple(3.04, 'M', true, options.fitEnd, 17, 0));
-  ASSERT_EQ(back.gps.size(), gps.size());
-  ASSERT_EQ(back.beidou.size(), beidou.size());
+  ASSERT_EQ(std::make_tuple(back.gps.size(), back.beidou.size()), std::make_tuple(gps.size(), beidou.size()));
   for (std::size_t i = 0; i < gps.size(); ++i) ASSERT_EQ(gpsTie(back.gps[i].eph), gpsTie(gps[i])) << i;
   for (std::size_t i = 0; i < beidou.size(); ++i)
     ASSERT_EQ(beidouTie(back.beidou[i].eph), beidouTie(beidou[i])) << i;
@@ -264,8 +236,7 @@ TEST(RinexNavWriter, ExtremeFieldValuesSurviveTheRoundTrip) {
   b.a0 = -8388608, b.a1 = 2097151, b.a2 = -1024, b.tgd1 = -512, b.tgd2 = 511;
   zh::NavData const back =
       zh::parseRinexNav(zh::formatRinexNav(zh::NavWriteOptions{}, {g}, {b}), "extreme.rnx");
-  ASSERT_EQ(back.gps.size(), 1u);
-  ASSERT_EQ(back.beidou.size(), 1u);
+  ASSERT_TRUE(back.gps.size() == 1 && back.beidou.size() == 1);
   EXPECT_EQ(gpsTie(back.gps[0].eph), gpsTie(g));
   EXPECT_EQ(beidouTie(back.beidou[0].eph), beidouTie(b));
   g.uraIndex = 16;
@@ -285,7 +256,6 @@ std::string const kV3Header =
 TEST(RinexNavBadInput, BrokenFilesGiveAClearError) {
   std::tuple<std::string, int, std::string> const cases[] = {
       {"", 0, "empty file"},
-      {"\n  \n", 0, "empty file"},
       {"hello\n", 1, "not a RINEX file"},
       {"     3.04           O                   M                   RINEX VERSION / TYPE\n", 1,
        "not a navigation file"},
@@ -300,10 +270,10 @@ TEST(RinexNavBadInput, BrokenFilesGiveAClearError) {
       ADD_FAILURE() << "no error for: " << reason;
     } catch (zh::FormatError const& e) {
       // The message starts with "<name>:<line>: " and gives the reason.
-      EXPECT_EQ(e.line(), line) << e.what();
       std::string const prefix = line > 0 ? "bad.rnx:" + std::to_string(line) + ": " : "bad.rnx: ";
-      EXPECT_EQ(std::string(e.what()).rfind(prefix, 0), 0u) << e.what();
-      EXPECT_NE(std::string(e.what()).find(reason), std::string::npos) << e.what();
+      EXPECT_TRUE(e.line() == line && std::string(e.what()).rfind(prefix, 0) == 0 &&
+                  std::string(e.what()).find(reason) != std::string::npos)
+          << e.what();
     }
   }
   EXPECT_THROW(zh::readRinexNav("/nonexistent/brdc0010.22n"), zh::FormatError);
@@ -311,8 +281,7 @@ TEST(RinexNavBadInput, BrokenFilesGiveAClearError) {
 
 TEST(RinexNavBadInput, DamagedGzipIsAClearError) {
   ZARN_SHARED_FILE_OR_SKIP(path, "data/nav_only_multiday/NYA100NOR_S_20241240000_01D_CN.rnx.gz");
-  std::string const bytes = zt::readFile(path);
-  std::string const cut = testing::TempDir() + "/cut.rnx.gz";
+  std::string const bytes = zt::readFile(path), cut = testing::TempDir() + "/cut.rnx.gz";
   std::ofstream(cut, std::ios::binary) << bytes.substr(0, bytes.size() / 2);
   try {
     zh::readRinexNav(cut);
@@ -336,145 +305,15 @@ TEST(RinexNavBadInput, BadRecordsAreSkippedWithTheirLine) {
       "     7.921800000000E+04 4.000000000000E+00\n";
   std::string garbled = gps;
   garbled.replace(garbled.find("2.594413009133E+00"), 5, "2.5x4");
-  std::string unknownSystem = gps;
-  unknownSystem[0] = 'X';
+  std::string const unknownSystem = "X" + gps.substr(1);
   std::string huge = gps;  // sqrtA beyond 32 bits
   huge.replace(huge.find("5.153704671860E+03"), 18, "5.153704671860E+09");
   zh::NavData const d =
       zh::parseRinexNav(kV3Header + gps + garbled + unknownSystem + huge + gps.substr(0, 200), "bad.rnx");
-  EXPECT_EQ(d.gps.size(), 1u);
-  EXPECT_EQ(d.stats.skippedMalformed, 4);
+  EXPECT_EQ(std::make_tuple(d.gps.size(), d.stats.skippedMalformed), std::make_tuple(std::size_t{1}, 4));
   ASSERT_EQ(d.stats.warnings.size(), 4u);
   char const* const expected[] = {
       "bad.rnx:12: bad number '2.5x4413009133E+00'", "bad.rnx:19: unknown satellite system 'X'",
       "bad.rnx:27: sqrtA out of range", "bad.rnx:37: record ends after 3 of 8 lines"};
   for (int i = 0; i < 4; ++i) EXPECT_EQ(d.stats.warnings[i].rfind(expected[i], 0), 0u) << d.stats.warnings[i];
-}
-
-namespace {
-
-// What a record must keep when text after it is cut away: its broadcast words
-// and the last required value of its last line (the GPS transmission time, the
-// BeiDou AODC, the GLONASS age); the GLONASS delay of the optional fifth line is left out.
-auto gpsKept(zh::GpsNavRecord const& r) {
-  return std::make_tuple(gpsTie(r.eph), r.raw.transmissionTime);
-}
-auto beidouKept(zh::BeidouNavRecord const& r) {
-  return std::make_tuple(beidouTie(r.eph), r.raw.transmissionTime);
-}
-auto glonassKept(zh::GlonassNavRecord const& r) {
-  zc::GlonassEphemeris e = r.eph;
-  e.deltaTauN = 0;
-  return glonassTie(e);
-}
-
-struct Original {
-  std::map<int, decltype(gpsKept(zh::GpsNavRecord{}))> gps;
-  std::map<int, decltype(glonassKept(zh::GlonassNavRecord{}))> glonass;
-  std::map<int, decltype(beidouKept(zh::BeidouNavRecord{}))> beidou;
-};
-
-Original byLine(zh::NavData const& d) {
-  Original o;
-  for (auto const& r : d.gps) o.gps[r.line] = gpsKept(r);
-  for (auto const& r : d.glonass) o.glonass[r.line] = glonassKept(r);
-  for (auto const& r : d.beidou) o.beidou[r.line] = beidouKept(r);
-  return o;
-}
-
-// Every record read from damaged text is either the original record of that
-// line or one whose lines were touched; records far from the damage are all there.
-// With `onlyCut` the damage only removed text: every record read at all must
-// then be the original one.
-void expectUndamagedRecordsIntact(Original const& original, zh::NavData const& d,
-                                  std::set<int> const& damaged, bool onlyCut) {
-  auto near = [&](int line) {
-    auto it = damaged.lower_bound(line - 10);
-    return it != damaged.end() && *it <= line + 10;
-  };
-  Original const got = byLine(d);
-  auto check = [&](auto const& originals, auto const& found) {
-    for (auto const& entry : found) {
-      auto it = originals.find(entry.first);
-      if (onlyCut || !near(entry.first)) {
-        ASSERT_NE(it, originals.end()) << "record at line " << entry.first;
-        EXPECT_EQ(entry.second, it->second) << "record at line " << entry.first;
-      }
-    }
-    for (auto const& entry : originals) {
-      EXPECT_TRUE(near(entry.first) || found.count(entry.first) == 1)
-          << "lost record at line " << entry.first;
-    }
-  };
-  check(original.gps, got.gps);
-  check(original.glonass, got.glonass);
-  check(original.beidou, got.beidou);
-  EXPECT_EQ(d.stats.converted, static_cast<int>(d.gps.size() + d.glonass.size() + d.beidou.size()));
-  EXPECT_EQ(d.stats.warnings.size(), std::min<std::size_t>(d.stats.warningCount, zh::kMaxWarnings));
-}
-
-std::string firstLines(std::string const& text, int count) {
-  std::size_t pos = 0;
-  for (int i = 0; i < count && pos != std::string::npos; ++i) pos = text.find('\n', pos + 1);
-  return pos == std::string::npos ? text : text.substr(0, pos + 1);
-}
-
-}  // namespace
-
-TEST(RinexNavBadInput, TruncatedAndMutatedFilesGiveErrorsOrPartialResults) {
-  ZARN_SHARED_FILE_OR_SKIP(v2, "data/2016-251_252_smartloc/brdc2510.16n");
-  ZARN_SHARED_FILE_OR_SKIP(v2g, "data/2016-251_252_smartloc/brdc2510.16g");
-  ZARN_SHARED_FILE_OR_SKIP(v3, "data/2016-158_smartloc/BRDC00WRD_U_20161580000_01D_MN.rnx");
-  ZARN_SHARED_FILE_OR_SKIP(v4, "data/2023-071_073/BRD400DLR_S_20230710000_01D_MN.rnx.gz");
-  std::vector<std::string> texts = {firstLines(zt::readFile(v2), 600), firstLines(zt::readFile(v2g), 600),
-                                    firstLines(zt::readFile(v3), 600)};
-  // RINEX 4 lines 3000 onwards hold BeiDou, GLONASS and GPS records.
-  if (zh::gzipSupported()) {
-    std::string const all = zh::readTextFile(v4);
-    std::size_t const body = all.find('\n', all.find("END OF HEADER")) + 1;
-    std::size_t from = body;
-    for (int i = 0; i < 3000; ++i) from = all.find('\n', from) + 1;
-    from = all.find("\n>", from) + 1;
-    texts.push_back(all.substr(0, body) + firstLines(all.substr(from), 900));
-  }
-  std::mt19937 random(20240501u);
-  for (std::string const& text : texts) {
-    zh::NavData const clean = zh::parseRinexNav(text, "fuzz.rnx");
-    ASSERT_GT(clean.stats.converted, 20);
-    ASSERT_LE(clean.stats.skippedMalformed, 1);  // the slice may cut its last record
-    Original const original = byLine(clean);
-    std::size_t const headerEnd = text.find("END OF HEADER");
-    // Truncation anywhere: an error in the header, otherwise every record before the cut.
-    for (zt::Damage const& cut : zt::truncations(text, 150, random)) {
-      try {
-        expectUndamagedRecordsIntact(original, zh::parseRinexNav(cut.text, "fuzz.rnx"), cut.lines, true);
-      } catch (zh::FormatError const& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("fuzz.rnx", 0), 0u);
-        EXPECT_LT(cut.cut, headerEnd + 13) << e.what();
-      }
-    }
-    // Byte mutations that keep the line structure: only nearby records may change.
-    for (zt::Damage const& m : zt::mutations(text, 150, random, " 0123456789-+.DEeGRCX>\t\x01\xff")) {
-      try {
-        zh::NavData const d = zh::parseRinexNav(m.text, "fuzz.rnx");
-        // A damaged header may change how the whole body reads.
-        if (!m.lines.empty() && *m.lines.begin() > zt::lineOf(text, headerEnd)) {
-          expectUndamagedRecordsIntact(original, d, m.lines, false);
-        }
-      } catch (zh::FormatError const& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("fuzz.rnx", 0), 0u);
-        EXPECT_GT(e.line(), 0) << e.what();
-      }
-    }
-    // Lines dropped or doubled: no line numbers to compare, but a clean outcome.
-    for (std::string const& edited : zt::lineEdits(text, 60, random)) {
-      try {
-        zh::NavData const d = zh::parseRinexNav(edited, "fuzz.rnx");
-        EXPECT_LE(d.stats.converted, clean.stats.converted + 1);
-        EXPECT_EQ(d.stats.converted, static_cast<int>(d.gps.size() + d.glonass.size() + d.beidou.size()));
-      } catch (zh::FormatError const& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("fuzz.rnx", 0), 0u);
-      }
-    }
-  }
 }

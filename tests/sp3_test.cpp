@@ -8,8 +8,6 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
-#include <random>
-#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -34,10 +32,9 @@ TEST(Sp3, EveryFileMatchesItsSourceAndItsOwnHeader) {
     for (auto const& entry : zt::letterCounts(c.substr(c.find("sats "))))
       satellites[entry.first] = entry.second.first;
     zh::Sp3Data const d = zh::readSp3(row.first);
-    EXPECT_EQ(d.header.version, c[4]);
-    EXPECT_EQ(d.header.posVel, c[7]);
-    EXPECT_EQ(static_cast<int>(d.epochs.size()), std::stoi(c.substr(count, epochs - count)));
-    EXPECT_EQ(d.stats.satellites, satellites);
+    EXPECT_EQ(std::make_tuple(d.header.version, d.header.posVel, static_cast<int>(d.epochs.size()),
+                              d.stats.satellites),
+              std::make_tuple(c[4], c[7], std::stoi(c.substr(count, epochs - count)), satellites));
     EXPECT_EQ(d.stats.skippedMalformed + d.stats.skippedUnknown, 0)
         << (d.stats.warnings.empty() ? std::string() : d.stats.warnings.front());
     ASSERT_FALSE(d.epochs.empty());
@@ -45,12 +42,11 @@ TEST(Sp3, EveryFileMatchesItsSourceAndItsOwnHeader) {
     // (trimmed files start later, on the same grid).
     double const start = zh::gpsSecondsFromCalendar(d.header.start);
     zarn::core::Toc const first = zarn::support::gpsSecsToGps(start);
-    EXPECT_EQ(first.first * 1024 + first.second, static_cast<unsigned>(d.header.gpsWeek));
-    EXPECT_EQ(first.third, d.header.secondsOfWeek);
-    EXPECT_EQ(std::fmod(d.epochs.front().time - start, d.header.interval), 0.0);
-    for (std::size_t i = 1; i < d.epochs.size(); ++i) {
+    EXPECT_EQ(std::make_tuple(first.first * 1024 + first.second, first.third,
+                              std::fmod(d.epochs.front().time - start, d.header.interval)),
+              std::make_tuple(static_cast<unsigned>(d.header.gpsWeek), d.header.secondsOfWeek, 0.0));
+    for (std::size_t i = 1; i < d.epochs.size(); ++i)
       ASSERT_EQ(d.epochs[i].time - d.epochs[i - 1].time, d.header.interval) << "epoch " << i;
-    }
     // Every position is a GNSS orbit: from the perigee of the eccentric Galileo pair (17300 km)
     // to the apogee of QZSS (45300 km).
     for (zh::Sp3Epoch const& epoch : d.epochs) {
@@ -67,15 +63,13 @@ TEST(Sp3, EveryFileMatchesItsSourceAndItsOwnHeader) {
 TEST(Sp3, HandCheckedValuesAndUnits) {
   ZARN_SHARED_FILE_OR_SKIP(path, "data/2016-251_252_smartloc/gbm19133.sp3");
   zh::Sp3Data const d = zh::readSp3(path);
-  EXPECT_EQ(d.header.timeSystem, "GPS");
-  EXPECT_EQ(d.header.fileType, 'M');
-  EXPECT_EQ(d.header.satellites.size(), 81u);
-  EXPECT_EQ(d.header.satellites.front(), "C01");
+  EXPECT_EQ(std::make_tuple(d.header.timeSystem, d.header.fileType, d.header.satellites.size(),
+                            d.header.satellites.front()),
+            std::make_tuple("GPS", 'M', 81u, "C01"));
   ASSERT_GE(d.epochs.front().entries.size(), 2u);
   zh::Sp3Entry const& c01 = d.epochs.front().entries[0];
-  EXPECT_EQ(std::make_tuple(c01.system, c01.prn, c01.line), std::make_tuple('C', 1, 24));
-  EXPECT_EQ(c01.position[0], -32265857.252);
-  EXPECT_EQ(c01.position[2], 928793.735);
+  EXPECT_EQ(std::make_tuple(c01.system, c01.prn, c01.line, c01.position[0], c01.position[2]),
+            std::make_tuple('C', 1, 24, -32265857.252, 928793.735));
   EXPECT_TRUE(std::isnan(c01.clock));  // 999999.999999
   EXPECT_DOUBLE_EQ(d.epochs.front().entries[1].clock, 910.055755e-6);
   EXPECT_EQ(d.epochs.front().time, zh::gpsSecondsFromCalendar({2016, 9, 7, 0, 0, 0.0}));
@@ -120,8 +114,7 @@ TEST(Sp3, EpochsFollowTheFileTimeSystem) {
     zh::Sp3Data const d = zh::parseSp3(syntheticSp3(c.first), "t.sp3");
     ASSERT_EQ(d.epochs.size(), 1u) << c.first;
     EXPECT_EQ(d.epochs[0].time - calendar, c.second) << c.first;
-    EXPECT_EQ(d.stats.absentPositions, 1);
-    EXPECT_EQ(d.epochs[0].entries.size(), 1u);
+    EXPECT_TRUE(d.stats.absentPositions == 1 && d.epochs[0].entries.size() == 1u);
   }
   // 2017-01-01 03:00 GLONASS time is 2017-01-01 00:00 UTC, after the 2016 leap second.
   std::string glo = syntheticSp3("GLO");
@@ -137,9 +130,9 @@ TEST(Sp3BadInput, BrokenFilesGiveAClearError) {
       zh::parseSp3(text, "bad.sp3");
       ADD_FAILURE() << "no error for: " << reason;
     } catch (zh::FormatError const& e) {
-      EXPECT_EQ(e.line(), line) << e.what();
-      EXPECT_EQ(std::string(e.what()).rfind("bad.sp3", 0), 0u) << e.what();
-      EXPECT_NE(e.reason().find(reason), std::string::npos) << e.what();
+      EXPECT_TRUE(e.line() == line && std::string(e.what()).rfind("bad.sp3", 0) == 0 &&
+                  e.reason().find(reason) != std::string::npos)
+          << e.what();
     }
   };
   std::string const good = syntheticSp3("GPS");
@@ -152,89 +145,4 @@ TEST(Sp3BadInput, BrokenFilesGiveAClearError) {
   expectError(badFirst, 1, "bad first header line");
   expectError(syntheticSp3("XYZ"), 4, "unsupported time system 'XYZ'");
   EXPECT_THROW(zh::readSp3("/nonexistent/file.sp3"), zh::FormatError);
-}
-
-namespace {
-
-// Epoch, satellite, position and clock; then velocity and clock rate (zero when absent).
-using PositionKey = std::tuple<double, char, int, double, double, double, double>;
-using VelocityKey = std::tuple<bool, double, double, double, double>;
-using EntryKey = std::pair<PositionKey, VelocityKey>;
-
-std::map<int, EntryKey> entriesByLine(zh::Sp3Data const& d, std::map<int, int>* epochLineOf = nullptr) {
-  std::map<int, EntryKey> out;
-  auto orZero = [](double x) { return std::isnan(x) ? 0.0 : x; };
-  for (zh::Sp3Epoch const& epoch : d.epochs) {
-    for (zh::Sp3Entry const& e : epoch.entries) {
-      out[e.line] = EntryKey(
-          PositionKey(epoch.time, e.system, e.prn, e.position[0], e.position[1], e.position[2],
-                      orZero(e.clock)),
-          VelocityKey(e.hasVelocity, e.velocity[0], e.velocity[1], e.velocity[2], orZero(e.clockRate)));
-      if (epochLineOf) (*epochLineOf)[e.line] = epoch.line;
-    }
-  }
-  return out;
-}
-
-}  // namespace
-
-TEST(Sp3BadInput, TruncatedAndMutatedFilesGiveErrorsOrPartialResults) {
-  ZARN_SHARED_FILE_OR_SKIP(velocities, "data/2015-200_gpstk/test_input_sp3_nav_2015_200.sp3");
-  ZARN_SHARED_FILE_OR_SKIP(mixed, "data/2023-008_instinct/GFZ0MGXRAP_20230080000_01D_05M_ORB.SP3");
-  std::mt19937 random(97u);
-  for (std::string const& path : {velocities, mixed}) {
-    std::string text = zt::readFile(path);
-    text = text.substr(0, text.find("\n*", 40000) + 1) + "EOF\n";  // a few epochs
-    std::map<int, int> epochLineOf;
-    zh::Sp3Data const clean = zh::parseSp3(text, "fuzz.sp3");
-    ASSERT_GT(clean.epochs.size(), 2u);
-    ASSERT_EQ(clean.stats.skippedMalformed, 0);
-    std::map<int, EntryKey> const original = entriesByLine(clean, &epochLineOf);
-    int const headerLines = clean.epochs.front().line - 1;
-    // An entry may change or vanish when damage falls between its epoch line and its velocity line.
-    // With `onlyCut` (text removed, nothing changed) every entry read at all is the original,
-    // though it may have lost its velocity line.
-    auto compare = [&](zh::Sp3Data const& d, std::set<int> const& damaged, bool onlyCut) {
-      auto affected = [&](int line) {
-        auto it = damaged.lower_bound(epochLineOf.at(line));
-        return it != damaged.end() && *it <= line + 1;
-      };
-      std::map<int, EntryKey> const found = entriesByLine(d);
-      for (auto const& entry : found) {
-        if (!onlyCut) break;
-        auto it = original.find(entry.first);
-        ASSERT_NE(it, original.end()) << "new entry at line " << entry.first;
-        EXPECT_EQ(entry.second.first, it->second.first) << "entry at line " << entry.first;
-        if (std::get<0>(entry.second.second)) {
-          EXPECT_EQ(entry.second.second, it->second.second) << "entry at line " << entry.first;
-        }
-      }
-      for (auto const& entry : original) {
-        if (affected(entry.first)) continue;
-        auto it = found.find(entry.first);
-        ASSERT_NE(it, found.end()) << "lost entry at line " << entry.first;
-        EXPECT_EQ(it->second, entry.second) << "entry at line " << entry.first;
-      }
-      EXPECT_EQ(d.stats.warnings.size(), std::min(d.stats.warningCount, 100));
-    };
-    for (zt::Damage const& cut : zt::truncations(text, 120, random)) {
-      try {
-        zh::Sp3Data const d = zh::parseSp3(cut.text, "fuzz.sp3");
-        compare(d, cut.lines, true);
-        EXPECT_TRUE(cut.cut >= text.size() - 4 || !d.stats.sawEof);
-      } catch (zh::FormatError const& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("fuzz.sp3", 0), 0u);
-        EXPECT_LE(zt::lineOf(text, cut.cut), headerLines) << e.what();
-      }
-    }
-    for (zt::Damage const& m : zt::mutations(text, 120, random, " 0123456789-+.*PVGRCX\t\x01\xff")) {
-      try {
-        zh::Sp3Data const d = zh::parseSp3(m.text, "fuzz.sp3");
-        if (!m.lines.empty() && *m.lines.begin() > headerLines) compare(d, m.lines, false);
-      } catch (zh::FormatError const& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("fuzz.sp3", 0), 0u);
-        EXPECT_LE(*m.lines.begin(), headerLines) << e.what();
-      }
-    }
-  }
 }

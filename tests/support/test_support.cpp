@@ -22,9 +22,8 @@ bool fileExists(std::string const& path) {
 }
 
 std::string readFile(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream s;
-  s << in.rdbuf();
+  s << std::ifstream(path, std::ios::binary).rdbuf();
   return s.str();
 }
 
@@ -50,18 +49,16 @@ std::string fatalArgument(std::string const& text, std::string const& path) {
 }
 
 std::string capturedStderr(std::function<void()> const& run) {
-  testing::internal::CaptureStderr();
-  run();
+  testing::internal::CaptureStderr(), run();
   return testing::internal::GetCapturedStderr();
 }
 
 std::vector<std::pair<std::string, std::string>> sourceRows() {
   std::vector<std::pair<std::string, std::string>> rows;
   std::istringstream in(readFile(sharedDir() + "/data/SOURCES.md"));
-  auto trimmed = [](std::string s) {
-    s.erase(0, s.find_first_not_of(' '));
-    s.erase(s.find_last_not_of(' ') + 1);
-    return s;
+  auto trimmed = [](std::string const& s) {
+    std::size_t const from = std::min(s.find_first_not_of(' '), s.size());
+    return s.substr(from, s.find_last_not_of(' ') + 1 - from);
   };
   std::string dir, line;
   while (std::getline(in, line)) {
@@ -79,10 +76,9 @@ std::vector<std::pair<std::string, std::string>> sourceRows() {
 std::map<char, std::pair<int, int>> letterCounts(std::string const& text) {
   std::map<char, std::pair<int, int>> out;
   for (std::size_t i = 0; i + 2 < text.size(); ++i) {
-    if (text[i] < 'A' || text[i] > 'Z' || text[i + 1] != ':' ||
-        !std::isdigit(static_cast<unsigned char>(text[i + 2]))) {
-      continue;
-    }
+    bool const head = text[i] >= 'A' && text[i] <= 'Z' && text[i + 1] == ':' &&
+                      std::isdigit(static_cast<unsigned char>(text[i + 2]));
+    if (!head) continue;
     std::size_t end = 0;
     int const first = std::stoi(text.substr(i + 2), &end);
     std::size_t const next = i + 2 + end;
@@ -98,57 +94,6 @@ bool sampleReadable(std::string const& path, bool gzipSupported) {
                         : nullptr;
   if (why != nullptr) std::printf("[  SKIP    ] %s: %s\n", why, path.c_str());
   return why == nullptr;
-}
-
-int lineOf(std::string const& text, std::size_t pos) {
-  return static_cast<int>(std::count(text.begin(), text.begin() + std::min(pos, text.size()), '\n')) + 1;
-}
-
-std::vector<Damage> truncations(std::string const& text, int count, std::mt19937& random) {
-  std::vector<Damage> out;
-  int const last = lineOf(text, text.size()) + 1;
-  for (int k = 0; k < count; ++k) {
-    std::size_t const cut = std::uniform_int_distribution<std::size_t>(0, text.size())(random);
-    Damage d{text.substr(0, cut), {}, cut};
-    for (int l = lineOf(text, cut); l <= last; ++l) d.lines.insert(l);
-    out.push_back(std::move(d));
-  }
-  return out;
-}
-
-std::vector<Damage> mutations(std::string const& text, int count, std::mt19937& random,
-                              std::string const& alphabet) {
-  std::vector<Damage> out;
-  for (int k = 0; k < count; ++k) {
-    Damage d{text, {}, text.size()};
-    for (int n = 0; n < 3; ++n) {
-      std::size_t const pos = std::uniform_int_distribution<std::size_t>(0, text.size() - 1)(random);
-      if (d.text[pos] == '\n') continue;
-      d.text[pos] = alphabet[std::uniform_int_distribution<std::size_t>(0, alphabet.size() - 1)(random)];
-      d.lines.insert(lineOf(text, pos));
-    }
-    out.push_back(std::move(d));
-  }
-  return out;
-}
-
-std::vector<std::string> lineEdits(std::string const& text, int count, std::mt19937& random) {
-  std::vector<std::string> out;
-  for (int k = 0; k < count; ++k) {
-    std::size_t const pos =
-        text.find('\n', std::uniform_int_distribution<std::size_t>(0, text.size() - 1)(random));
-    if (pos == std::string::npos) continue;
-    std::size_t const next = text.find('\n', pos + 1);
-    std::string const line = text.substr(pos + 1, next == std::string::npos ? std::string::npos : next - pos);
-    std::string edited = text;
-    if (k % 2) {
-      edited.insert(pos + 1, line);
-    } else {
-      edited.erase(pos + 1, line.size());
-    }
-    out.push_back(std::move(edited));
-  }
-  return out;
 }
 
 }  // namespace test

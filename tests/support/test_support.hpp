@@ -54,27 +54,6 @@ std::map<char, std::pair<int, int>> letterCounts(std::string const& text);
 // Whether a listed sample can be read here; says why not when it cannot.
 bool sampleReadable(std::string const& path, bool gzipSupported);
 
-// ---- damaged text for reader robustness tests ----
-
-// 1-based number of the line holding byte `pos` of `text`.
-int lineOf(std::string const& text, std::size_t pos);
-
-struct Damage {
-  std::string text;     // the damaged text
-  std::set<int> lines;  // lines of the original text touched (a cut: every line from the cut on)
-  std::size_t cut;      // where a truncation cut, else the original size
-};
-
-// `count` prefixes of `text`, cut at random bytes.
-std::vector<Damage> truncations(std::string const& text, int count, std::mt19937& random);
-
-// `count` copies of `text` with up to three bytes (never a line break) replaced from `alphabet`.
-std::vector<Damage> mutations(std::string const& text, int count, std::mt19937& random,
-                              std::string const& alphabet);
-
-// `count` copies of `text` with one whole line dropped or doubled, in turn (no line numbers kept).
-std::vector<std::string> lineEdits(std::string const& text, int count, std::mt19937& random);
-
 }  // namespace test
 }  // namespace zarn
 

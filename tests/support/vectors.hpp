@@ -13,9 +13,7 @@ namespace test {
 
 inline support::Vec vec3(double x, double y, double z) {
   support::Vec v(3);
-  v(0) = x;
-  v(1) = y;
-  v(2) = z;
+  v(0) = x, v(1) = y, v(2) = z;
   return v;
 }
 
@@ -25,8 +23,7 @@ inline support::Mat centralDifferences(std::function<support::Vec(support::Vec c
   support::Mat d;
   for (std::size_t j = 0; j < x.size(); ++j) {
     support::Vec plus = x, minus = x;
-    plus(j) += h[j];
-    minus(j) -= h[j];
+    plus(j) += h[j], minus(j) -= h[j];
     support::Vec const column = (f(plus) - f(minus)) / (2 * h[j]);
     if (j == 0) d.resize(column.size(), x.size());
     for (std::size_t i = 0; i < column.size(); ++i) d(i, j) = column(i);
