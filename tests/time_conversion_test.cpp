@@ -207,7 +207,7 @@ TEST(AdjustedTime, NearestNominalEpoch) {
   std::tuple<GnssType, double, double> const cases[] = {
       {GPS, 3600.0, 7200.0}, {GPS, 3599.0, 0.0}, {GPS, 14400.25, 14400.25}, {GPS, 7199.25, 7200.25},
       {GPS, 1.0e6 * WEEK, 1.0e6 * WEEK}, {GLONASS, 1800.0, 2700.0}, {GLONASS, 1799.0, 900.0},
-{BEIDOU, 1800.0, 3600.0}, {BEIDOU, 1799.0, 0.0},
+      {GLONASS, 3600.0, 4500.0}, {BEIDOU, 1800.0, 3600.0}, {BEIDOU, 1799.0, 0.0},
       {GALILEO, 1799.0, 1799.0}, {static_cast<GnssType>(0), 1799.0, 1799.0}};
   // clang-format on
   for (auto const& [type, t, expected] : cases)
