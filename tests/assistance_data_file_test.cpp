@@ -255,10 +255,8 @@ TEST(AssistanceDataFile, DamagedContainersAreRefusedWithoutChange) {
     core::Status status = core::OK;
     std::string const log = test::capturedStderr([&] { status = file.load(in); });
     EXPECT_EQ(status, expected);
-    EXPECT_NE(log.find(message), std::string::npos) << log;
-    EXPECT_NE(
-        log.find("ERROR/AssistanceDataFile: zarn::core::Status zarn::support::AssistanceDataFile::load("),
-        std::string::npos)
+    EXPECT_TRUE(log.find("ERROR/AssistanceDataFile: ") != std::string::npos &&
+                log.find(message) != std::string::npos)
         << log;
     EXPECT_TRUE(file == before) << file.differenceString(before, true);
   }

@@ -171,8 +171,7 @@ TEST(Rkn5, FifthOrderConvergenceAndStepCount) {
 
 TEST(Gj8, TwoBodyAgainstKeplerAfterOneAndSevenDays) {
   Second f(kepler2);
-  Vec r0, v0;
-  GpsOrbit::state(0, r0, v0);
+  Vec const x0 = stacked(0), r0 = subrange(x0, 0, 3), v0 = subrange(x0, 3, 6);
   constexpr double h = 300.0;  // s
   zs::Gj8Integrator gj;
   ASSERT_EQ(gj.gj8Init(f, r0, v0, 0.0, h), 0);
@@ -244,8 +243,7 @@ TEST(Gj8, ExactOnPolynomialAccelerationsOfDegreeEight) {
 
 TEST(Gj8, StartUpEpochsNeedNoEvaluationAndCallsChainIntoOnePropagation) {
   Second f(kepler2);
-  Vec r0, v0;
-  GpsOrbit::state(0, r0, v0);
+  Vec const x0 = stacked(0), r0 = subrange(x0, 0, 3), v0 = subrange(x0, 3, 6);
   zs::Gj8Integrator whole, pieces;
   ASSERT_TRUE(whole.gj8Init(f, r0, v0, 100.0, 120.0) == 0 && pieces.gj8Init(f, r0, v0, 100.0, 120.0) == 0);
   Mat R(3, 12), V(3, 12), R1(3, 2), V1(3, 2), R2(3, 2), V2(3, 2);
@@ -271,8 +269,7 @@ TEST(Gj8, StartUpEpochsNeedNoEvaluationAndCallsChainIntoOnePropagation) {
 // produce, placed by hand, are refused.
 TEST(Gj8Serialization, RoundTripContinuesBitForBitAndDamageIsRefused) {
   Second f(kepler2);
-  Vec r0, v0;
-  GpsOrbit::state(0, r0, v0);
+  Vec const x0 = stacked(0), r0 = subrange(x0, 0, 3), v0 = subrange(x0, 3, 6);
   zs::Gj8Integrator uninterrupted, restored;
   ASSERT_EQ(uninterrupted.gj8Init(f, r0, v0, 1.0e9, 300.0), 0);
   Mat R1(3, 100), V1(3, 100), R2(3, 100), V2(3, 100);
@@ -308,8 +305,7 @@ TEST(Integrators, InputFaultsAreLoggedAndChangeNothing) {
     if (t > 0.5) dx(0) = std::nan("");
   });
   Second f(kepler2);
-  Vec r0, v0;
-  GpsOrbit::state(0, r0, v0);
+  Vec const x0 = stacked(0), r0 = subrange(x0, 0, 3), v0 = subrange(x0, 3, 6);
   zs::Gj8Integrator gj, ready;
   ASSERT_EQ(ready.gj8Init(f, r0, v0, 0, 60), 0);
   zs::Gj8Integrator const fresh, initialised = ready;
