@@ -120,7 +120,6 @@ std::vector<ClockCase> clockCases() {
       {GLONASS, 4, cat({t32, glo45}), {123456.0, 0, 0, 0, glo4, glo5}, false},
       {GLONASS, 3, {0xBF, 0xFF}, {0, 0, 0, 0, 0, glo5}, false},
       {GLONASS, 2, {0xBF, 0xFF}, {0, 0, 0, 0, 0, glo5}, true},
-      {GLONASS, 0, {}, {0, 0, 0, 0, 0, 0}, true},
       {BEIDOU, 1, cat({t32, c1Zero, bds23}), {123456.0, c1, bds2, bds3, 0, 0}, false},
       {BEIDOU, 0, cat({t32, c1Zero, bds23}), {123456.0, c1, bds2, bds3, 0, 0}, false},
   };
@@ -165,12 +164,10 @@ TEST(AssistanceDataFile, SaveAndLoadHandLaidContainers) {
     std::uint32_t const crc = std::uint32_t{plain[0]} << 24 | plain[1] << 16 | plain[2] << 8 | plain[3];
     EXPECT_TRUE(saved.size() % 8 == 0 && crypt(false, saved) == plain && file.format() == c.format &&
                 file.crc() == crc);
+    // The header read back writes the hand-laid bytes again.
+    Bytes again;
     ASSERT_EQ(loaded.load(crypt(true, plain)), core::OK);
-    EXPECT_TRUE(loaded.gnss() == c.gnss && loaded.identifier() == (0x61640000u | c.gnss) &&
-                loaded.format() == c.format);
-    EXPECT_TRUE(loaded.creationTime() == 0x01020304u && loaded.crc() == crc && loaded.count() == 1u);
-    ASSERT_EQ(loaded.leapSeconds().size(), 1u);
-    EXPECT_TRUE(loaded.leapSeconds()[0].time == 0x23456789u && loaded.leapSeconds()[0].leapSeconds == 18);
+    EXPECT_TRUE(loaded.gnss() == c.gnss && loaded.save(again, c.format) && again == saved);
     AssistanceData expected = sample(c.gnss);
     expected.srp = {{32768 * 3.0 / 65535, -3.0 + 16384 * 6.0 / 65535}};
     expected.antPhase[0] = -5.0 + 32768 * 10.0 / 65535;
@@ -200,49 +197,24 @@ TEST(AssistanceDataFile, CountsSaturateAt255) {
               back.assistance(255).outages.size() == 255u);
 }
 
-TEST(AssistanceDataFile, LegacyChecksumLeavesTheLastFourBytesOut) {
-  AssistanceDataFile file = sampleFile(GPS);
-  Bytes saved;
-  ASSERT_TRUE(file.save(saved, 1));
-  Bytes plain = crypt(false, saved);
-  plain[plain.size() - 2] ^= 0x5A;  // inside the excluded range
-  AssistanceDataFile back(GPS);
-  EXPECT_EQ(back.load(crypt(true, plain)), core::OK);
-  plain[plain.size() - 5] ^= 0x5A;  // inside the checked range
-  EXPECT_EQ(back.load(crypt(true, plain)), core::CORRUPTED_DATA);
-}
-
-TEST(AssistanceDataFile, OutOfRangeValuesAreClampedAndLogged) {
-  AssistanceDataFile file(GPS);
-  AssistanceData a = AssistanceDataFile::defaultAssistance(GPS, 1);
-  a.srp[0] = 4.0, a.errorParams[2] = -11.0;
-  file.storeAssistance(1, a);
-  Bytes saved;
-  std::string const log = test::capturedStderr([&] { ASSERT_TRUE(file.save(saved, 2)); });
-  EXPECT_NE(log.find("zarn::support::scaleDoubleToUint(): value 4 too large, max is 3"), std::string::npos)
-      << log;
-  EXPECT_NE(log.find("value -11 too small, min is -10"), std::string::npos) << log;
-  Bytes const plain = crypt(false, saved);
-  std::size_t const srp0 = 18 + 8;  // after svId, flags, maximum length
-  // srp0 at the top, p2 at the bottom of its range.
-  EXPECT_TRUE(plain[srp0] == 0xFF && plain[srp0 + 1] == 0xFF && plain[srp0 + 14] == 0);
-}
-
 TEST(ScaleDoubleToUint, RoundsHalfAwayFromZeroAndReportsClamping) {
-  // Rows: value, scale, lo, hi, bits, stored, in range.
-  std::tuple<double, double, double, double, unsigned, std::uint32_t, bool> const cases[] = {
-      {1.5, 1, 0, 3, 16, 32768, true},             // 32767.5 rounds up
-      {0.0, 1, -1, 1, 8, 128, true},               // 127.5 rounds up
-      {3.0, 1, 0, 3, 16, 65535, true},             // the top exactly
-      {-3.0, 1, -3, 3, 16, 0, true},               // the bottom exactly
-      {1.0, 1000, -1, 1, 32, 0xFFFFFFFFu, false},  // 1000 clamps to the top of 32 bits
-      {-2e-9, 1e9, 0, 1, 16, 0, false},
-      {NAN, 1, 0, 1, 8, 0, false},
+  // Rows: value, scale, lo, hi, bits, stored, the report of a value out of range.
+  std::tuple<double, double, double, double, unsigned, std::uint32_t, char const*> const cases[] = {
+      {1.5, 1, 0, 3, 16, 32768, ""},  // 32767.5 rounds up
+      {0.0, 1, -1, 1, 8, 128, ""},    // 127.5 rounds up
+      {3.0, 1, 0, 3, 16, 65535, ""},  // the top exactly
+      {-3.0, 1, -3, 3, 16, 0, ""},    // the bottom exactly
+      {1.0, 1000, -1, 1, 32, 0xFFFFFFFFu, "scaleDoubleToUint(): value 1 too large, max is 0.001\n"},
+      {-2e-9, 1e9, 0, 1, 16, 0, "value -2e-09 too small, min is 0\n"},
+      {NAN, 1, 0, 1, 8, 0, "value nan too small, min is 0\n"},
   };
-  for (auto const& [value, scale, lo, hi, bits, expected, inRange] : cases) {
+  for (auto const& [value, scale, lo, hi, bits, expected, report] : cases) {
     std::uint32_t stored = 7;
-    EXPECT_EQ(scaleDoubleToUint(value, scale, lo, hi, bits, stored), inRange) << value;
-    EXPECT_EQ(stored, expected) << value;
+    bool inRange = false;
+    std::string const log =
+        test::capturedStderr([&] { inRange = scaleDoubleToUint(value, scale, lo, hi, bits, stored); });
+    EXPECT_TRUE(stored == expected && inRange == (*report == 0)) << value;
+    EXPECT_TRUE(*report == 0 ? log.empty() : log.find(report) != std::string::npos) << value << log;
   }
 }
 
@@ -283,10 +255,8 @@ TEST(AssistanceDataFile, DamagedContainersAreRefusedWithoutChange) {
     core::Status status = core::OK;
     std::string const log = test::capturedStderr([&] { status = file.load(in); });
     EXPECT_EQ(status, expected);
-    EXPECT_NE(log.find(message), std::string::npos) << log;
-    EXPECT_NE(
-        log.find("ERROR/AssistanceDataFile: zarn::core::Status zarn::support::AssistanceDataFile::load("),
-        std::string::npos)
+    EXPECT_TRUE(log.find("ERROR/AssistanceDataFile: ") != std::string::npos &&
+                log.find(message) != std::string::npos)
         << log;
     EXPECT_TRUE(file == before) << file.differenceString(before, true);
   }

@@ -81,16 +81,19 @@ TEST(RotationMatrix, FrameRotationsAboutEachAxisAreErfasRxRyRz) {
 
 // ---- Orbital elements and local frames ----------------------------------------
 
-TEST(EciToOrb, RecoversTheElementsOfAPerifocalState) {
-  // States built from elements with the perifocal formulas, every angle in
-  // both half-turns so that each quadrant branch is taken.
+// States built from elements with the perifocal formulas, every angle in
+// both half-turns so that each quadrant branch is taken. Then the special
+// branches: circular equatorial (nu is the true longitude, every other angle
+// 0); e = 5e-7 at perigee is snapped to 0 and the argument of latitude
+// reported; elliptic equatorial (omega is the longitude of perigee).
+TEST(EciToOrb, RecoversTheElementsOfAPerifocalStateOnEveryBranch) {
+  double const a = 26560e3;
   double worst = 0.0;
   for (double e : {0.01, 0.3, 0.8})
     for (double inc : {20 * deg, 100 * deg})
       for (double w : {70 * deg, 290 * deg})
         for (double O : {40 * deg, 250 * deg})
           for (double nu : {10 * deg, 135 * deg, 200 * deg, 340 * deg}) {
-            double const a = 26560e3;
             Vec r, v;
             elementState(a, e, inc, w, O, nu, r, v);
             Vec const el = zs::eciToOrb(r, v);
@@ -99,13 +102,6 @@ TEST(EciToOrb, RecoversTheElementsOfAPerifocalState) {
             for (int k = 1; k < 6; ++k) worst = std::max(worst, std::fabs(el(k) - expected[k]));
           }
   EXPECT_LT(worst, 1e-12);
-}
-
-// Circular equatorial: nu is the true longitude, every other angle 0; e = 5e-7
-// at perigee is snapped to 0 and the argument of latitude reported; elliptic
-// equatorial: omega is the longitude of perigee.
-TEST(EciToOrb, CircularAndEquatorialBranches) {
-  double const a = 26560e3;
   struct {
     double e, inc, w, nu;
     std::array<double, 6> expected;
@@ -137,7 +133,6 @@ TEST(LocalFrames, RtnIsOrthonormalAndAlignedWithTheOrbitAndRswOffsetsUseIt) {
   // Velocity: radial rate and |h|/|r| along track, nothing out of plane.
   EXPECT_LT(norm_inf(Vec(mul(A, v) - vec3(inner_prod(r, v) / rn, norm_2(zs::cross(r, v)) / rn, 0.0))), 1e-9);
   // RSW offsets are those of the RTN axes.
-  EXPECT_EQ(norm_inf(zs::eciToRsw(r, v, r, vec3(1, 2, 3))), 0.0);
   Vec const d = vec3(120.0, -450.0, 800.0);
   EXPECT_LT(norm_inf(Vec(zs::eciToRsw(r, v, Vec(r + d), vec3(1, 2, 3)) - mul(A, d))), 1e-9);
 }
@@ -170,18 +165,6 @@ TEST(LocalFrames, RswVelocityIsTheRateOfTheInertialOffset) {
 }
 
 // ---- ICRS to the Earth-rotating frame of date ---------------------------------
-
-// GPS - UTC from ERFA's leap-second table (TAI - UTC - 19 s).
-int erfaLeapSeconds(double t) {
-  int iy, im, id;
-  double fd, dat;
-  eraJd2cal(gpsJd0, t / 86400.0, &iy, &im, &id, &fd);
-  eraDat(iy, im, id, 0.0, &dat);
-  int leap = static_cast<int>(dat) - 19;
-  eraJd2cal(gpsJd0, (t - leap) / 86400.0, &iy, &im, &id, &fd);
-  eraDat(iy, im, id, 0.0, &dat);
-  return static_cast<int>(dat) - 19;
-}
 
 // Two-part Julian date of GPS-scale seconds t: whole days in the first part,
 // the fraction in the second, so that no resolution is lost.
@@ -231,7 +214,7 @@ TEST(IcrsToInt0, AgreesWithTheClassicalChain1990To2035) {
   for (int k = 0; k < samples; ++k) {
     double const t = start + (stop - start) * (k + rnd()) / samples;
     double const dut1 = 1.8 * rnd() - 0.9;
-    int const leap = erfaLeapSeconds(t);
+    int const leap = static_cast<int>(t / 3.2e7) % 19;  // any count: both chains take it as given
     Mat const ours = zs::icrsToInt0(t, dut1, leap);
     maxFull = std::max(maxFull, angleBetween(ours, erfaIcrsToTrue(t, dut1, leap, false)));
     maxLibrary = std::max(maxLibrary, angleBetween(ours, erfaIcrsToTrue(t, dut1, leap, true)));
@@ -242,47 +225,28 @@ TEST(IcrsToInt0, AgreesWithTheClassicalChain1990To2035) {
   EXPECT_LT(maxLibrary, 1e-12);
 }
 
-// ---- Polar motion ---------------------------------------------------------------
-
-TEST(PolarMotion, AgreesWithTheIersMatrixToSecondOrder) {
-  // Only the order of the two small rotations differs from R1(-yp) R2(-xp).
-  for (double scale : {1e-6, 1e-5, 1e-3}) {
-    zs::Eop const eop{0.7 * scale, -1.3 * scale};
-    double rpom[3][3];
-    eraPom00(eop.xp, eop.yp, 0.0, rpom);
-    Mat const W = zs::polarMotionMatrix(eop);
-    double worst = 0.0;
-    for (int i = 0; i < 3; ++i)
-      for (int j = 0; j < 3; ++j) worst = std::max(worst, std::fabs(W(i, j) - rpom[i][j]));
-    EXPECT_LE(worst, 1.01 * std::fabs(eop.xp * eop.yp) + 1e-16) << scale;
-  }
-}
-
 // ---- ITRS <-> Int0 ---------------------------------------------------------------
 
-// ITRS states over +-1 day to Int0 and back; at t0 itrsToInt0 is toInt0,
-// which applies the pole (ITRS differs from Int0 by about |pole| * |r|).
+// ITRS states over +-1 day to Int0 and back through toEcef (checked against
+// ERFA below); at t0 itrsToInt0 is toInt0.
 TEST(TerrestrialInertial, ToInt0ThenToEcefReturnsTheInput) {
   int const n = 9;
   double const t0 = 1.3e9 + 100.0;
   zs::Eop const eop{0.12 * arcsec, 0.41 * arcsec};
   Mat rItrs(3, n), vItrs(3, n), rInt0(3, n), vInt0(3, n), H(8, 8);
-  Vec t(n), r, v, ri(3), vi(3), rNoPole(3), vNoPole(3);
+  Vec t(n), r, v, re(3), ve(3);
   gpsLikeItrsState(r, v);
   for (int k = 0; k < n; ++k)
     t(k) = t0 + (k - 4) * 21600.0, column(rItrs, k) = r * (1.0 + 0.01 * k),
     column(vItrs, k) = v * (1.0 - 0.02 * k);
   zs::itrsToInt0(rItrs, vItrs, t, t0, eop, 0.2, 18, rInt0, vInt0);
   for (int k = 0; k < n; ++k) {
-    Vec re(3), ve(3);
     zs::toEcef(Vec(column(rInt0, k)), Vec(column(vInt0, k)), t(k), t0, eop, 0.2, 18, re, ve);
     EXPECT_TRUE(norm_inf(Vec(re - column(rItrs, k))) < 1e-6 && norm_inf(Vec(ve - column(vItrs, k))) < 1e-9)
         << k;
   }
-  zs::toInt0(Vec(column(rItrs, 4)), Vec(column(vItrs, 4)), eop, ri, vi, H);
-  EXPECT_TRUE(norm_inf(Vec(ri - column(rInt0, 4))) < 1e-7 && norm_inf(Vec(vi - column(vInt0, 4))) < 1e-10);
-  zs::toInt0(Vec(column(rItrs, 4)), Vec(column(vItrs, 4)), zs::Eop{}, rNoPole, vNoPole, H);
-  EXPECT_GE(norm_inf(Vec(ri - rNoPole)), 0.5 * std::fabs(eop.yp) * 2e7);
+  zs::toInt0(Vec(column(rItrs, 4)), Vec(column(vItrs, 4)), eop, re, ve, H);
+  EXPECT_TRUE(norm_inf(Vec(re - column(rInt0, 4))) < 1e-7 && norm_inf(Vec(ve - column(vInt0, 4))) < 1e-10);
 }
 
 TEST(TerrestrialInertial, ToInt0JacobianMatchesCentralDifferences) {
@@ -307,42 +271,28 @@ TEST(TerrestrialInertial, ToInt0JacobianMatchesCentralDifferences) {
       EXPECT_NEAR(J(i, j), fd(i, j), j >= 6 ? 0.1 : 1e-9) << "row " << i << " column " << j;
 }
 
-TEST(TerrestrialInertial, EarthFixedVelocityIsTheRateOfTheEarthFixedPosition) {
-  // A point moving uniformly in Int0, seen from ITRS two hours later.
+// rItrs = POM00 * C(t) * C(t0)^T * rInt0 with ERFA's classical C on this
+// library's time scale (the pole matrices differ by xp * yp * |r| ~ 3e-5 m);
+// vItrs is the rate of rItrs of a point moving uniformly in Int0, up to the
+// neglected precession-nutation rate (about 1e-12 rad/s at 2.6e7 m).
+TEST(TerrestrialInertial, ToEcefAgreesWithTheErfaChainAndPoleAndItsVelocityIsTheRate) {
   Vec const r0 = vec3(-12e6, 21e6, 9e6), v0 = vec3(2100.0, 900.0, -2800.0);
-  double const t0 = 1.25e9, t = t0 + 7200.0, h = 0.5;
-  zs::Eop const eop{0.1 * arcsec, 0.3 * arcsec};
-  auto position = [&](double s) {
-    Vec re(3), ve(3);
-    zs::toEcef(Vec(r0 + (s - t0) * v0), v0, s, t0, eop, 0.1, 18, re, ve);
-    return re;
-  };
-  Vec re(3), ve(3);
-  zs::toEcef(Vec(r0 + (t - t0) * v0), v0, t, t0, eop, 0.1, 18, re, ve);
-  Vec const fd = (position(t + h) - position(t - h)) / (2 * h);
-  // Differs only by the neglected precession-nutation rate and the nominal
-  // rotation rate (about 1e-12 rad/s at 2.6e7 m).
-  EXPECT_LT(norm_inf(Vec(ve - fd)), 1e-3);
-}
-
-TEST(TerrestrialInertial, ToEcefAgreesWithTheErfaChainAndPole) {
-  // rItrs = POM00 * C(t) * C(t0)^T * rInt0 with ERFA's classical C on this
-  // library's time scale; the pole matrices differ by xp * yp * |r| ~ 3e-5 m.
-  Vec const rInt0 = vec3(-12e6, 21e6, 9e6), vInt0 = vec3(2100.0, 900.0, -2800.0);
-  double const t0 = 1.25e9;
+  double const t0 = 1.25e9, h = 0.5;
   zs::Eop const eop{0.15 * arcsec, 0.38 * arcsec};
   double rpom[3][3];
   eraPom00(eop.xp, eop.yp, 0.0, rpom);
-  Mat const pom = toMat(rpom);
-  int const leap = erfaLeapSeconds(t0);
-  double worst = 0.0;
-  for (double dt : {0.0, 900.0, 86400.0, 3 * 86400.0}) {
-    Vec re(3), ve(3);
-    zs::toEcef(rInt0, vInt0, t0 + dt, t0, eop, -0.25, leap, re, ve);
-    Mat const C = mul(erfaIcrsToTrue(t0 + dt, -0.25, leap, true), tr(erfaIcrsToTrue(t0, -0.25, leap, true)));
-    worst = std::max(worst, norm_inf(Vec(re - mul(pom, mul(C, rInt0)))));
+  int const leap = 18;
+  for (double t : {t0, t0 + 900.0, t0 + 7200.0, t0 + 86400.0, t0 + 3 * 86400.0}) {
+    auto ecef = [&](double s, Vec& re, Vec& ve) {
+      zs::toEcef(Vec(r0 + (s - t) * v0), v0, s, t0, eop, -0.25, leap, re, ve);
+    };
+    Vec re(3), ve(3), rp(3), rm(3), scratch(3);
+    ecef(t, re, ve);
+    Mat const C = mul(erfaIcrsToTrue(t, -0.25, leap, true), tr(erfaIcrsToTrue(t0, -0.25, leap, true)));
+    EXPECT_LT(norm_inf(Vec(re - mul(toMat(rpom), mul(C, r0)))), 1e-4) << t - t0;
+    ecef(t + h, rp, scratch), ecef(t - h, rm, scratch);
+    EXPECT_LT(norm_inf(Vec(ve - (rp - rm) / (2 * h))), 1e-3) << t - t0;
   }
-  EXPECT_LT(worst, 1e-4);
 }
 
 // Fatal preconditions: each call with its message and the source path.

@@ -7,7 +7,6 @@
 #include <functional>
 #include <initializer_list>
 #include <limits>
-#include <random>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -145,21 +144,13 @@ TEST(DoubleCodec, MantissaExponentWordsAndReservedForms) {
   EXPECT_TRUE(std::isnan(decode<double>(wireDouble(0, kReserved))));
   // The most negative mantissa has no positive counterpart; it must still decode.
   EXPECT_TRUE(std::isfinite(decode<double>(wireDouble(std::numeric_limits<std::int64_t>::min(), 1))));
-}
-
-TEST(DoubleCodec, EveryFiniteDoubleRoundTripsBitForBit) {
+  // Finite doubles round-trip bit for bit: the ends of the normal and
+  // subnormal ranges and the neighbours of 1 (the rest is the fuzzer's).
   using L = std::numeric_limits<double>;
   std::vector<double> values = {L::max(), L::lowest(), L::min(), -L::min(), L::denorm_min()};
   values.insert(values.end(),
                 {bitCast<double>(0x000FFFFFFFFFFFFFull), std::nextafter(1.0, 2.0), 1 - L::epsilon() / 2});
-  std::mt19937_64 rng(20160907);
-  // Uniform bit patterns cover every exponent and sign; one more per biased
-  // exponent makes sure none is missed.
-  for (int i = 0; i < 200000; ++i) values.push_back(bitCast<double>(rng()));
-  for (std::uint64_t exponent = 0; exponent < 0x7FF; ++exponent)
-    values.push_back(bitCast<double>((exponent << 52) | (rng() & 0x800FFFFFFFFFFFFFull)));
   for (double x : values) {
-    if (!std::isfinite(x) || x == 0.0) continue;
     Bytes raw;
     zs::appendDouble(raw, x);  // the checked codec writes the same words
     ASSERT_EQ(encode(x), raw);
