@@ -51,6 +51,9 @@ constexpr double kGeoMeasurementRtn[3] = {1.0, 25.0, 25.0};
 // Step tolerance of rkf78 between samples (relative plus absolute, per
 // component).
 constexpr double kRkf78Tolerance = 1e-7;
+// Longest rkf78 step of the batch trajectory (s): the pipeline's sample step,
+// where the trajectory matches the variational state's to millimetres.
+constexpr double kTrajectoryStep = 900.0;
 
 // Batch differential correction: at least this many more scalar
 // measurements than parameters. The first iteration integrates the arc by
@@ -75,11 +78,11 @@ constexpr double kBatchLinearFactor = 1e-3;
 // The partials need a relative accuracy of about 1e-5 only: they come from the
 // variational equations on a gravity field of this degree (the terms above
 // change a GPS orbit's partials by less than 1e-5) at this tolerance, from
-// node to node every so many samples, once; again only when a correction
+// sample to sample at most so far apart, once; again only when a correction
 // fails to shrink by the given factor.
 constexpr int kPartialsDegree = 4;
 constexpr double kPartialsTolerance = 1e-5;
-constexpr std::size_t kPartialsNodeSpacing = 2;
+constexpr double kPartialsNodeSpan = 1800.0;  // s
 constexpr double kPartialsContraction = 0.5;
 
 bool shapedAlongTrack(BeidouSvType svType) {
@@ -187,8 +190,8 @@ struct ArcPartials {
   Mat end;
 };
 
-// The variational equations from x at times[0], integrated from node to node
-// of every kPartialsNodeSpacing-th sample and the last; between nodes the
+// The variational equations from x at times[0], integrated from node to node,
+// the samples furthest apart within kPartialsNodeSpan; between nodes the
 // position rows are cubic Hermite interpolants of the position and velocity
 // rows (relative error about (w dt)^4 / 384, w the mean motion: 1e-5 for a GPS
 // orbit over two 15-minute steps). False when the integration breaks down.
@@ -206,7 +209,8 @@ bool integratePartials(OdeFunRkf78& ode, Vec const& x, Vec const& times, ArcPart
   double previousPosition[3][kStateSize], previousVelocity[3][kStateSize];
   std::size_t node = 0;
   while (node + 1 < n) {
-    std::size_t const next = std::min(node + kPartialsNodeSpacing, n - 1);
+    std::size_t next = node + 1;
+    while (next + 1 < n && std::fabs(times(next + 1) - times(node)) <= kPartialsNodeSpan) ++next;
     for (unsigned i = 0; i < 3; ++i) {
       for (unsigned col = 0; col < kStateSize; ++col) {
         previousPosition[i][col] = phi(i, col);
@@ -293,7 +297,15 @@ bool integrateTrajectory(ForceModel& model, Vec const& x, Vec const& times, doub
     OrbitOde ode(model);
     Vec y = ublas::subrange(x, 0, 6);
     for (std::size_t k = 1; k < n; ++k) {
-      if (rkf78(ode, y, times(k - 1), times(k), std::fabs(h), kRkf78Tolerance) == 0) return false;
+      // Six components alone would let rkf78 take steps far longer than the
+      // variational state allowed: long intervals are cut.
+      double const span = times(k) - times(k - 1);
+      int const pieces = static_cast<int>(std::ceil(std::fabs(span) / kTrajectoryStep - 1e-9));
+      for (int j = 0; j < pieces; ++j) {
+        double const from = times(k - 1) + span * j / pieces,
+                     to = j + 1 == pieces ? times(k) : from + span / pieces;
+        if (rkf78(ode, y, from, to, std::fabs(h), kRkf78Tolerance) == 0) return false;
+      }
       for (unsigned i = 0; i < 3; ++i) trajectory(i, k) = y(i);
     }
     end = y;
