@@ -82,7 +82,7 @@ constexpr double kBatchLinearFactor = 1e-3;
 // fails to shrink by the given factor.
 constexpr int kPartialsDegree = 4;
 constexpr double kPartialsTolerance = 1e-5;
-constexpr double kPartialsNodeSpan = 1800.0;  // s
+constexpr double kPartialsNodeSpan = 2700.0;  // s
 constexpr double kPartialsContraction = 0.5;
 
 bool shapedAlongTrack(BeidouSvType svType) {
@@ -193,8 +193,8 @@ struct ArcPartials {
 // The variational equations from x at times[0], integrated from node to node,
 // the samples furthest apart within kPartialsNodeSpan; between nodes the
 // position rows are cubic Hermite interpolants of the position and velocity
-// rows (relative error about (w dt)^4 / 384, w the mean motion: 1e-5 for a GPS
-// orbit over two 15-minute steps). False when the integration breaks down.
+// rows (relative error about (w dt)^4 / 384, w the mean motion: 6e-5 for a GPS
+// orbit over 45 minutes). False when the integration breaks down.
 bool integratePartials(OdeFunRkf78& ode, Vec const& x, Vec const& times, ArcPartials& partials) {
   std::size_t const n = times.size();
   Vec y(kVariationalSize, 0.0);
