@@ -100,6 +100,11 @@ class Stages {
     return zs::estimateInitialStateBatch(times_, positions_, velocities_, zs::Eop{}, true, o_.srpSigma, model,
                                          true);
   }
+  // The first fit of the UT1-rate pass: the rate free, rough.
+  zs::BatchEstimate estimateRate(zs::ForceModel& model) const {
+    return zs::estimateInitialStateBatch(times_, positions_, velocities_, zs::Eop{}, true, o_.srpSigma, true,
+                                         0.0, model, true, true);
+  }
   double start() const { return times_(times_.size() / 2); }
 
  private:
@@ -132,6 +137,17 @@ void BM_PipelineStageEstimateBatch(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_PipelineStageEstimateBatch)->Unit(benchmark::kMillisecond);
+
+void BM_PipelineStageEstimateRatePass(benchmark::State& state) {
+  if (!data().ok) return state.SkipWithError("shared data not found");
+  Stages const stages(data().options);
+  for (auto _ : state) {
+    zs::ForceModel model;
+    stages.configure(model);
+    benchmark::DoNotOptimize(stages.estimateRate(model));
+  }
+}
+BENCHMARK(BM_PipelineStageEstimateRatePass)->Unit(benchmark::kMillisecond);
 
 // Seven days of Gauss-Jackson steps from the estimated state.
 void BM_PipelineStagePropagate7Days(benchmark::State& state) {

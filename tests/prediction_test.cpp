@@ -388,6 +388,13 @@ TEST(EstimateInitialStateBatch, RecoversRadiationPressureUt1RatePoleAndOrbit) {
     ASSERT_GT(w.made, 0);
     EXPECT_LT(s.error(w.r, w.epoch), 0.05);
   }
+  // The rough estimate of the UT1-rate pass finds the same rate.
+  Scenario fit(gpsStart, false);
+  zs::BatchEstimate const rough = zs::estimateInitialStateBatch(times, positions, velocities, zs::Eop{}, true,
+                                                                zs::Srp{}, true, 0.0, fit.model, true, true);
+  ASSERT_TRUE(rough.converged);
+  EXPECT_NEAR(rough.ut1Rate * 86400.0, rate * 86400.0, 1e-5);  // s/day
+  EXPECT_NEAR(rough.state(6), 1.37, 1e-2);
 }
 
 // Samples off one grid (a gap, a sample a few seconds late) are integrated

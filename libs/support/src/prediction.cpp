@@ -60,7 +60,7 @@ constexpr double kTrajectoryStep = 900.0;
 // Gauss-Jackson (cheap, off by up to a metre through eclipses), the later ones
 // accurately by rkf78. The problem is linear to far below the tolerances once
 // a correction is small: converged when a correction from an accurate
-// iteration, times kBatchLinearFactor (a bound on
+// iteration (any, for a rough estimate), times kBatchLinearFactor (a bound on
 // the relative error of partials and linearisation, measured 2e-4), moves the
 // initial position by less than 1 mm, p1, p2 by less than 1e-4 of their units
 // (0.1 pm/s^2 of Y-bias, about 1 cm over a day) and the UT1 rate by less than
@@ -433,7 +433,7 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
 BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, Mat const& velocities,
                                         Eop const& eop, bool estimatePole, Srp const& srpSigma,
                                         bool estimateUt1Rate, double ut1Rate, ForceModel& forceModel,
-                                        bool backwards) {
+                                        bool backwards, bool rough) {
   std::size_t const n = times.size();
   if (n < 2) ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size times"));
   if (positions.size1() != n || positions.size2() != 3) {
@@ -573,9 +573,9 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
     // The state at the last sample: the propagated one, corrected to first order.
     noalias(endState) = end + prod(partials.end, ublas::subrange(dx, 0, kStateSize));
     double const step = norm_2(ublas::subrange(dx, 0, 3));
-    accurate = true;
+    accurate = !rough;
     double const f = kBatchLinearFactor;
-    if (exact && f * step < kBatchPositionTolerance && f * std::fabs(dx(6)) < kBatchSrpTolerance &&
+    if ((exact || rough) && f * step < kBatchPositionTolerance && f * std::fabs(dx(6)) < kBatchSrpTolerance &&
         f * std::fabs(dx(7)) < kBatchSrpTolerance && f * std::fabs(rateStep) < kBatchUt1RateTolerance) {
       converged = true;
       // The residuals of the corrected orbit, to first order.
