@@ -115,37 +115,32 @@ class Stages {
   zs::Mat positions_, velocities_;
 };
 
-void BM_PipelineStageEstimate(benchmark::State& state) {
+// One estimator on the satellite's samples, from a fresh model each time.
+template <typename Estimator>
+void runEstimator(benchmark::State& state, Estimator estimator) {
   if (!data().ok) return state.SkipWithError("shared data not found");
   Stages const stages(data().options);
   for (auto _ : state) {
     zs::ForceModel model;
     stages.configure(model);
-    benchmark::DoNotOptimize(stages.estimate(model));
+    benchmark::DoNotOptimize(estimator(stages, model));
   }
+}
+
+void BM_PipelineStageEstimate(benchmark::State& state) {
+  runEstimator(state, [](Stages const& s, zs::ForceModel& m) { return s.estimate(m); });
 }
 BENCHMARK(BM_PipelineStageEstimate)->Unit(benchmark::kMillisecond);
 
 // The batch fit of orbit, radiation pressure and pole that the pipeline uses instead.
 void BM_PipelineStageEstimateBatch(benchmark::State& state) {
-  if (!data().ok) return state.SkipWithError("shared data not found");
-  Stages const stages(data().options);
-  for (auto _ : state) {
-    zs::ForceModel model;
-    stages.configure(model);
-    benchmark::DoNotOptimize(stages.estimateBatch(model));
-  }
+  runEstimator(state, [](Stages const& s, zs::ForceModel& m) { return s.estimateBatch(m); });
 }
 BENCHMARK(BM_PipelineStageEstimateBatch)->Unit(benchmark::kMillisecond);
 
+// The same as the UT1-rate pass runs it.
 void BM_PipelineStageEstimateRatePass(benchmark::State& state) {
-  if (!data().ok) return state.SkipWithError("shared data not found");
-  Stages const stages(data().options);
-  for (auto _ : state) {
-    zs::ForceModel model;
-    stages.configure(model);
-    benchmark::DoNotOptimize(stages.estimateRate(model));
-  }
+  runEstimator(state, [](Stages const& s, zs::ForceModel& m) { return s.estimateRate(m); });
 }
 BENCHMARK(BM_PipelineStageEstimateRatePass)->Unit(benchmark::kMillisecond);
 
