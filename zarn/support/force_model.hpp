@@ -40,6 +40,7 @@ class ZARN_EXPORT ForceModel {
   // Degree and order of the gravity field, 0..16 (values outside are evaluated
   // as the nearest of the two).
   void setNumberOfGeopotentialCoefficients(int n);
+  int getNumberOfGeopotentialCoefficients() const;
   void setLeapInfo(std::vector<LeapInfo> const& leapInfo);
   std::vector<LeapInfo> getLeapInfo() const;
   void setEopInfo(EopInfo const& eopInfo);

@@ -98,10 +98,15 @@ ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const&
 // estimateUt1Rate the rate is one more parameter, ut1Rate its first guess;
 // otherwise it is held. The result's ut1Rate is the one to convert the
 // prediction with (int0StatesToItrs and propagateSatellite with ut1Rate).
+// With rough, the orbit is integrated by Gauss-Jackson at the sample step
+// throughout (when the samples lie on one grid): a third cheaper, off by up
+// to a metre through eclipses, enough for a rate that a median over many
+// satellites takes.
 ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions,
                                                     Mat const& velocities, Eop const& eop, bool estimatePole,
                                                     Srp const& srpSigma, bool estimateUt1Rate, double ut1Rate,
-                                                    ForceModel& forceModel, bool backwards);
+                                                    ForceModel& forceModel, bool backwards,
+                                                    bool rough = false);
 
 // Continues the force model's Gauss-Jackson integration to n states at step h
 // centred on t1 (epochs t1 - floor(n/2) h + i h) and, for n > 1, fits them

@@ -242,9 +242,10 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
       // A rate needs the whole span: over shorter arcs (after gaps) it scatters.
       bool const rateFree = o.estimateUt1Rate && !holdsPole(type) &&
                             s.t.back() - s.t.front() + 1e-9 >= kRateArcShare * o.fitSpan;
-      support::BatchEstimate const b = support::estimateInitialStateBatch(
-          times, positions, velocities, o.pole, !holdsPole(type),
-          holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree, o.ut1Rate, *model, true);
+      support::BatchEstimate const b =
+          support::estimateInitialStateBatch(times, positions, velocities, o.pole, !holdsPole(type),
+                                             holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree,
+                                             o.ut1Rate, *model, true, rateFree && o.estimateOnly);
       refusal = srpRefusal(b);
       if (refusal.empty()) {
         e.state = b.state;

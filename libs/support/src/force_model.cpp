@@ -95,6 +95,9 @@ void ForceModel::setSrpComputation(bool on) {
 void ForceModel::setNumberOfGeopotentialCoefficients(int n) {
   details_->numberOfGeopotentialCoefficients = n;
 }
+int ForceModel::getNumberOfGeopotentialCoefficients() const {
+  return details_->numberOfGeopotentialCoefficients;
+}
 void ForceModel::setLeapInfo(std::vector<LeapInfo> const& leapInfo) {
   details_->leapInfo = leapInfo;
 }

@@ -1,5 +1,6 @@
 #include "zarn/support/prediction.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -50,11 +51,21 @@ constexpr double kGeoMeasurementRtn[3] = {1.0, 25.0, 25.0};
 // Step tolerance of rkf78 between samples (relative plus absolute, per
 // component).
 constexpr double kRkf78Tolerance = 1e-7;
+// Longest rkf78 step of the batch trajectory (s): the pipeline's sample step,
+// where the trajectory matches the variational state's to millimetres.
+constexpr double kTrajectoryStep = 900.0;
 
 // Batch differential correction: at least this many more scalar
-// measurements than parameters; converged when an iteration moves the initial
-// position by less than 1 mm and p1, p2 by less than 1e-4 of their units
-// (0.1 pm/s^2 of Y-bias, about 1 cm over a day); a good first guess needs 3.
+// measurements than parameters. The first iteration integrates the arc by
+// Gauss-Jackson (cheap, off by up to a metre through eclipses), the later ones
+// accurately by rkf78. The problem is linear to far below the tolerances once
+// a correction is small: converged when a correction from an accurate
+// iteration (any, for a rough estimate), times kBatchLinearFactor (a bound on
+// the relative error of partials and linearisation, measured 2e-4), moves the
+// initial position by less than 1 mm, p1, p2 by less than 1e-4 of their units
+// (0.1 pm/s^2 of Y-bias, about 1 cm over a day) and the UT1 rate by less than
+// 1e-4 ms/day; that correction is applied to first order. A first guess from
+// the samples needs 2 iterations.
 constexpr unsigned kBatchRedundancy = 6;
 constexpr int kBatchMaxIterations = 8;
 constexpr double kBatchPositionTolerance = 1e-3;  // m
@@ -63,6 +74,16 @@ constexpr double kBatchSrpTolerance = 1e-4;
 // GPS orbit by about 2 m over a day: the normal equations stay balanced.
 constexpr double kUt1RateUnit = 1e-3 / 86400.0;  // s/s per ms/day
 constexpr double kBatchUt1RateTolerance = 1e-4;  // ms/day
+constexpr double kBatchLinearFactor = 1e-3;
+// The partials need a relative accuracy of about 1e-5 only: they come from the
+// variational equations on a gravity field of this degree (the terms above
+// change a GPS orbit's partials by less than 1e-5) at this tolerance, from
+// sample to sample at most so far apart, once; again only when a correction
+// fails to shrink by the given factor.
+constexpr int kPartialsDegree = 4;
+constexpr double kPartialsTolerance = 1e-5;
+constexpr double kPartialsNodeSpan = 2700.0;  // s
+constexpr double kPartialsContraction = 0.5;
 
 bool shapedAlongTrack(BeidouSvType svType) {
   return svType == BeidouSvType::GEO || svType == BeidouSvType::IGSO;
@@ -154,6 +175,142 @@ void initialiseIntegrator(ForceModel& forceModel, Vec const& r, Vec const& v, Ve
     Vec const rm = ublas::column(rBack, 0), vm = ublas::column(vBack, 0);
     integrator.gj8Init(ode, rm, vm, times(m), h);
   }
+}
+
+// Partials of the batch arc with respect to the parameters at times[0]: the
+// position rows of the transition matrix at every sample and its position and
+// velocity rows at the last one.
+struct ArcPartials {
+  explicit ArcPartials(std::size_t n) : position(n * 3 * kStateSize), end(6, kStateSize) {}
+  double& at(std::size_t k, unsigned row, unsigned col) { return position[(k * 3 + row) * kStateSize + col]; }
+  double operator()(std::size_t k, unsigned row, unsigned col) const {
+    return position[(k * 3 + row) * kStateSize + col];
+  }
+  std::vector<double> position;
+  Mat end;
+};
+
+// The variational equations from x at times[0], integrated from node to node,
+// the samples furthest apart within kPartialsNodeSpan; between nodes the
+// position rows are cubic Hermite interpolants of the position and velocity
+// rows (relative error about (w dt)^4 / 384, w the mean motion: 6e-5 for a GPS
+// orbit over 45 minutes). False when the integration breaks down.
+bool integratePartials(OdeFunRkf78& ode, Vec const& x, Vec const& times, ArcPartials& partials) {
+  std::size_t const n = times.size();
+  Vec y(kVariationalSize, 0.0);
+  for (unsigned i = 0; i < kStateSize; ++i) {
+    y(i) = x(i);
+    y(kStateSize + i + kStateSize * i) = 1.0;
+  }
+  auto phi = [&](unsigned row, unsigned col) { return y(kStateSize + row + kStateSize * col); };
+  for (unsigned i = 0; i < 3; ++i) {
+    for (unsigned col = 0; col < kStateSize; ++col) partials.at(0, i, col) = phi(i, col);
+  }
+  double previousPosition[3][kStateSize], previousVelocity[3][kStateSize];
+  std::size_t node = 0;
+  while (node + 1 < n) {
+    std::size_t next = node + 1;
+    while (next + 1 < n && std::fabs(times(next + 1) - times(node)) <= kPartialsNodeSpan) ++next;
+    for (unsigned i = 0; i < 3; ++i) {
+      for (unsigned col = 0; col < kStateSize; ++col) {
+        previousPosition[i][col] = phi(i, col);
+        previousVelocity[i][col] = phi(3 + i, col);
+      }
+    }
+    double const span = times(next) - times(node);
+    if (rkf78(ode, y, times(node), times(next), std::fabs(span), kPartialsTolerance) == 0 ||
+        !std::isfinite(norm_2(y))) {
+      return false;
+    }
+    for (std::size_t k = node + 1; k <= next; ++k) {
+      double const s = (times(k) - times(node)) / span, s2 = s * s, s3 = s2 * s;
+      double const h00 = 2 * s3 - 3 * s2 + 1, h10 = (s3 - 2 * s2 + s) * span, h01 = -2 * s3 + 3 * s2,
+                   h11 = (s3 - s2) * span;
+      for (unsigned i = 0; i < 3; ++i) {
+        for (unsigned col = 0; col < kStateSize; ++col) {
+          partials.at(k, i, col) = h00 * previousPosition[i][col] + h10 * previousVelocity[i][col] +
+                                   h01 * phi(i, col) + h11 * phi(3 + i, col);
+        }
+      }
+    }
+    node = next;
+  }
+  for (unsigned i = 0; i < 6; ++i) {
+    for (unsigned col = 0; col < kStateSize; ++col) partials.end(i, col) = phi(i, col);
+  }
+  return true;
+}
+
+// Position and velocity under the force model, for rkf78.
+class OrbitOde : public OdeFunction {
+ public:
+  explicit OrbitOde(ForceModel& model) : model_(model), r_(3), a_(3), unused_(3, kStateSize) {}
+  void operator()(Vec const& x, Vec& dx, double t) override {
+    model_.setAccDerivatives(false);
+    for (unsigned i = 0; i < 3; ++i) r_(i) = x(i);
+    model_.forceModel(t, r_, a_, unused_);
+    if (dx.size() != 6) dx.resize(6, false);
+    for (unsigned i = 0; i < 3; ++i) {
+      dx(i) = x(3 + i);
+      dx(3 + i) = a_(i);
+    }
+  }
+
+ private:
+  ForceModel& model_;
+  Vec r_, a_;
+  Mat unused_;
+};
+
+// The trajectory from x at times[0] over the sample times: positions (3 x n)
+// and the state at the last time (size 6). Accurate: rkf78 from sample to
+// sample. Otherwise Gauss-Jackson at the sample step, a hundred times cheaper
+// but off by up to a metre over a day through eclipses; it falls back to rkf78
+// when the samples are not on one grid. False when the integration fails.
+bool integrateTrajectory(ForceModel& model, Vec const& x, Vec const& times, double h, bool accurate,
+                         Mat& trajectory, Vec& end) {
+  std::size_t const n = times.size();
+  std::vector<unsigned> steps(n, 0);
+  bool grid = !accurate;
+  for (std::size_t k = 1; k < n && grid; ++k) {
+    double const m = std::round((times(k) - times(0)) / h);
+    grid = m >= 1.0 && std::fabs(times(k) - times(0) - m * h) <= 1e-6 * std::fabs(h);
+    steps[k] = grid ? static_cast<unsigned>(m) : 0;
+  }
+  for (unsigned i = 0; i < 3; ++i) trajectory(i, 0) = x(i);
+  if (grid) {
+    Gj8Integrator integrator;
+    OdeFunGj8 ode(model);
+    Vec const r0 = head3(x, 0), v0 = head3(x, 3);
+    if (integrator.gj8Init(ode, r0, v0, times(0), h) != 0) return false;
+    unsigned const total = steps[n - 1];
+    Mat r(3, total), v(3, total);
+    if (integrator.gj8Propagate(ode, r, v, total) != total) return false;
+    for (std::size_t k = 1; k < n; ++k) {
+      for (unsigned i = 0; i < 3; ++i) trajectory(i, k) = r(i, steps[k] - 1);
+    }
+    for (unsigned i = 0; i < 3; ++i) {
+      end(i) = r(i, total - 1);
+      end(3 + i) = v(i, total - 1);
+    }
+  } else {
+    OrbitOde ode(model);
+    Vec y = ublas::subrange(x, 0, 6);
+    for (std::size_t k = 1; k < n; ++k) {
+      // Six components alone would let rkf78 take steps far longer than the
+      // variational state allowed: long intervals are cut.
+      double const span = times(k) - times(k - 1);
+      int const pieces = static_cast<int>(std::ceil(std::fabs(span) / kTrajectoryStep - 1e-9));
+      for (int j = 0; j < pieces; ++j) {
+        double const from = times(k - 1) + span * j / pieces,
+                     to = j + 1 == pieces ? times(k) : from + span / pieces;
+        if (rkf78(ode, y, from, to, std::fabs(h), kRkf78Tolerance) == 0) return false;
+      }
+      for (unsigned i = 0; i < 3; ++i) trajectory(i, k) = y(i);
+    }
+    end = y;
+  }
+  return std::isfinite(norm_2(end));
 }
 
 }  // namespace
@@ -276,7 +433,7 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
 BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, Mat const& velocities,
                                         Eop const& eop, bool estimatePole, Srp const& srpSigma,
                                         bool estimateUt1Rate, double ut1Rate, ForceModel& forceModel,
-                                        bool backwards) {
+                                        bool backwards, bool rough) {
   std::size_t const n = times.size();
   if (n < 2) ZARN_THROW(std::invalid_argument("estimateInitialStateBatch: invalid size times"));
   if (positions.size1() != n || positions.size2() != 3) {
@@ -326,9 +483,14 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
 
   forceModel.setSrpComputation(true);
   OdeFunRkf78 variational(forceModel);
-  Vec y(kVariationalSize), u(3), res(3), g(np), dx(np), endState(6);
-  Mat normal(np, np), hm(3, np), t(3, 3), dWdxp(3, 3), dWdyp(3, 3), phiEnd(6, kStateSize);
-  bool converged = false;
+  int const degree = forceModel.getNumberOfGeopotentialCoefficients();
+  ArcPartials arcPartials(n);
+  ArcPartials const& partials = arcPartials;
+  Mat trajectory(3, n);
+  Vec u(3), res(3), g(np), dx(np), end(6), endState(6);
+  Mat normal(np, np), hm(3, np), t(3, 3), dWdxp(3, 3), dWdyp(3, 3);
+  bool converged = false, refresh = true, accurate = false;
+  double lastStep = std::numeric_limits<double>::infinity();
   for (int iteration = 1; iteration <= kBatchMaxIterations; ++iteration) {
     AssistanceData model = given;
     model.srp[0] = x(6);
@@ -338,18 +500,24 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
     forceModel.setEopInfo(eopInfo);
     polarMotionPartials(pole, dWdxp, dWdyp);
 
-    y.clear();
-    for (unsigned i = 0; i < kStateSize; ++i) {
-      y(i) = x(i);
-      y(kStateSize + i + kStateSize * i) = 1.0;
+    result.iterations = iteration;
+    result.rms = std::numeric_limits<double>::quiet_NaN();
+    bool const fresh = refresh;
+    if (fresh) {
+      forceModel.setNumberOfGeopotentialCoefficients(std::min(degree, kPartialsDegree));
+      bool const ok = integratePartials(variational, x, times, arcPartials);
+      forceModel.setNumberOfGeopotentialCoefficients(degree);
+      if (!ok) break;
+      refresh = false;
     }
+    bool const exact = accurate;
+    if (!integrateTrajectory(forceModel, x, times, h, exact, trajectory, end)) break;
     normal.clear();
     g.clear();
     double sum = 0.0;
     for (std::size_t k = 0; k < n; ++k) {
-      if (k > 0) rkf78(variational, y, times(k - 1), times(k), h, kRkf78Tolerance);
       noalias(t) = prod(eopInfo.matrix, b[k]);
-      Vec const r = head3(y, 0);
+      Vec const r = ublas::column(trajectory, k);
       noalias(u) = prod(b[k], r);
       noalias(res) = ublas::row(positions, k) - prod(t, r);
       if (!std::isfinite(norm_2(res))) {
@@ -361,7 +529,7 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
       for (unsigned i = 0; i < 3; ++i) {
         for (unsigned col = 0; col < kStateSize; ++col) {
           double v = 0.0;
-          for (unsigned l = 0; l < 3; ++l) v += t(i, l) * y(kStateSize + l + kStateSize * col);
+          for (unsigned l = 0; l < 3; ++l) v += t(i, l) * partials(k, l, col);
           hm(i, col) = v;
         }
       }
@@ -381,6 +549,8 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
       noalias(normal) += prod(trans(hm), hm);
       noalias(g) += prod(trans(hm), res);
     }
+    Vec const gSamples = g;
+    Mat const normalSamples = normal;
     // A-priori constraint of p1, p2 towards the model's values.
     for (unsigned i = 0; i < 2; ++i) {
       if (!(srpSigma[i] > 0.0)) continue;
@@ -388,7 +558,6 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
       normal(6 + i, 6 + i) += w;
       g(6 + i) += w * (given.srp[i] - x(6 + i));
     }
-    result.iterations = iteration;
     result.rms = std::sqrt(sum / static_cast<double>(n));
     if (!std::isfinite(result.rms) || mldivide(normal, g, dx) != 0 || !std::isfinite(norm_2(dx))) break;
     for (unsigned i = 0; i < kStateSize; ++i) x(i) += dx(i);
@@ -402,30 +571,31 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
       rotations();
     }
     // The state at the last sample: the propagated one, corrected to first order.
-    for (unsigned i = 0; i < 6; ++i) {
-      double v = y(i);
-      for (unsigned col = 0; col < kStateSize; ++col) v += y(kStateSize + i + kStateSize * col) * dx(col);
-      endState(i) = v;
-    }
+    noalias(endState) = end + prod(partials.end, ublas::subrange(dx, 0, kStateSize));
     double const step = norm_2(ublas::subrange(dx, 0, 3));
-    if (step < kBatchPositionTolerance && std::fabs(dx(6)) < kBatchSrpTolerance &&
-        std::fabs(dx(7)) < kBatchSrpTolerance && std::fabs(rateStep) < kBatchUt1RateTolerance) {
+    accurate = !rough;
+    double const f = kBatchLinearFactor;
+    if ((exact || rough) && f * step < kBatchPositionTolerance && f * std::fabs(dx(6)) < kBatchSrpTolerance &&
+        f * std::fabs(dx(7)) < kBatchSrpTolerance && f * std::fabs(rateStep) < kBatchUt1RateTolerance) {
       converged = true;
-      for (unsigned i = 0; i < 6; ++i) {
-        for (unsigned col = 0; col < kStateSize; ++col) phiEnd(i, col) = y(kStateSize + i + kStateSize * col);
-      }
+      // The residuals of the corrected orbit, to first order.
+      sum += inner_prod(dx, prod(normalSamples, dx)) - 2.0 * inner_prod(dx, gSamples);
+      result.rms = std::sqrt(std::max(sum, 0.0) / static_cast<double>(n));
       Mat const cov = inverse(normal);
       double const dof = 3.0 * static_cast<double>(n) - np;
       double const variance = dof > 0 ? sum / dof : 1.0;
       // Covariance of (end state, p1, p2): the transition matrix carries the first block.
       Mat phi8 = ublas::identity_matrix<double>(kStateSize);
-      ublas::subrange(phi8, 0, 6, 0, kStateSize) = phiEnd;
+      ublas::subrange(phi8, 0, 6, 0, kStateSize) = partials.end;
       Mat const c8 = ublas::subrange(cov, 0, kStateSize, 0, kStateSize);
       result.covariance.resize(kStateSize, kStateSize, false);
       congruence(phi8, c8, result.covariance);
       result.covariance *= variance;
       break;
     }
+    // Kept partials must make each correction clearly smaller than the last.
+    if (!fresh && !(step < kPartialsContraction * lastStep)) refresh = true;
+    lastStep = step;
   }
   forceModel.setSrpComputation(false);
   if (!converged) {

@@ -102,7 +102,8 @@ struct PipelineOptions {
   // held.
   bool estimateUt1Rate = true;
   double ut1Rate = 0.0;
-  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass).
+  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass,
+  // whose rate-estimating fits are the estimator's rough ones).
   bool estimateOnly = false;
 };
 
