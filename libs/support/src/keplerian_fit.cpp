@@ -53,13 +53,16 @@ constexpr double kAcceptedResidual = 5.0;  // m, largest residual of a usable fi
 // m: a step that moves the fitted positions by less than this RMS ends the
 // iteration; near the solution the next one would be far smaller still.
 constexpr double kStepTolerance = 1e-3;
+// m: after a step this small (RMS) the partials change by well under 1e-6 of
+// themselves, so the next steps keep them and evaluate only the residual.
+constexpr double kChordStep = 10.0;
 // Over a window of a fraction of a revolution of a near-circular orbit the
 // mean motion splits poorly between sqrtA (its radius change taken up by crc
 // and crs) and deltaN, which then leaves its 16-bit field (2^-43 semicircles/s,
 // +-1.17e-8 rad/s). A pseudo-observation holds deltaN near zero: moving it by
 // kDeltaNSigma costs as much as a residual of kDeltaNWeight, so only
 // combinations that the positions do not see are steered.
-constexpr double kDeltaNSigma = 4e-9;   // rad/s
+constexpr double kDeltaNSigma = 4e-9;  // rad/s
 constexpr double kDeltaNWeight = 0.1;  // m
 // Three position equations per sample against 15 unknowns.
 constexpr unsigned kMinSamples = (kKeplerSize + 2) / 3;
@@ -183,8 +186,9 @@ class JacobianModel {
     double const sqrtA = k[0], a = sqrtA * sqrtA, e = k[1];
     double const n0 = std::sqrt(c_.gm / (a * a * a));
     double const m = k[5] + (n0 + k[6]) * tk;
-    double ea = m;
-    for (int pass = 0; pass < bc::kKeplerPasses; ++pass) ea = m + e * std::sin(ea);
+    // Two Newton steps from M + e sin M reach the model's anomaly to 1e-15 for e < 0.1.
+    double ea = m + e * std::sin(m);
+    for (int pass = 0; pass < 2; ++pass) ea -= (ea - e * std::sin(ea) - m) / (1.0 - e * std::cos(ea));
     double const sinE = std::sin(ea), cosE = std::cos(ea);
     double const q = 1.0 - e * cosE, root = std::sqrt(1.0 - e * e);
     double const nu = std::atan2(root * sinE, cosE - e);
@@ -259,28 +263,26 @@ class JacobianModel {
   double toe_, toeOfWeek_, cTilt_, sTilt_;
 };
 
-// Accumulates J^T J and -J^T f over the samples; f is the current residual.
-// Returns 0, or the optfun code of elements that are no ellipse or give
+// The Jacobian J (3N x 15) of the positions by the normalised elements and
+// J^T J. Returns 0, or the optfun code of elements that are no ellipse or give
 // partials that are not finite.
-int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, double toe, Vec const& f,
-                      Mat& normal, Vec& rhs) {
+int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, double toe, Mat& jacobian,
+                      Mat& normal) {
   double k[kKeplerSize];
   for (unsigned j = 0; j < kKeplerSize; ++j) k[j] = kepler(j);
   if (!(std::fabs(k[eIndex]) < 1.0) || !(k[sqrtAIndex] > 0.0)) return kNotEllipseCode;
 
   JacobianModel const model(gnss, toe);
   normal.clear();
-  rhs.clear();
   double rows[3][kKeplerSize];
   bool finite = true;
   for (std::size_t s = 0; s < times.size(); ++s) {
     model.partials(k, times(s), rows);
     for (unsigned a = 0; a < 3; ++a) {
-      double const fa = f(3 * s + a);
       for (unsigned i = 0; i < kKeplerSize; ++i) {
         double const ri = rows[a][i];
         finite = finite && std::isfinite(ri);
-        rhs(i) -= ri * fa;
+        jacobian(3 * s + a, i) = ri;
         for (unsigned j = 0; j <= i; ++j) normal(i, j) += ri * rows[a][j];
       }
     }
@@ -299,7 +301,7 @@ struct Solve {
 // Gauss-Newton on the normalised elements.
 Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, double toe, Vec& kepler) {
   Vec f(3 * times.size()), dx(kKeplerSize), rhs(kKeplerSize);
-  Mat normal(kKeplerSize, kKeplerSize);
+  Mat normal(kKeplerSize, kKeplerSize), jacobian(3 * times.size(), kKeplerSize);
 
   auto evaluate = [&]() {
     int const code = residual(kepler, f);
@@ -313,18 +315,21 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
   double cost = 0.5 * inner_prod(f, f);
   double previousCost = kInitialPreviousCost;
   int iterations = 0;
-  bool converged = false;
+  bool converged = false, chord = false;
   double const priorScale = kScale[deltaNIndex] / kDeltaNSigma;
   double const priorWeight = kDeltaNWeight * kDeltaNWeight * priorScale * priorScale;
   // A NaN cost fails the last test and ends the loop.
   while (!converged && largestAbs(f) > kResidualTolerance && iterations < kMaxIterations &&
          std::fabs(previousCost - cost) > kCostTolerance) {
-    int const code = keplerfitJacobian(gnss, kepler, times, toe, f, normal, rhs);
-    if (code != kOkCode) {
-      residual.logInputs(kepler);
-      log::printFormatted(log::ERROR, kTag, "keplerfitJacobian: optfun returns error %d", code);
+    if (!chord) {
+      int const code = keplerfitJacobian(gnss, kepler, times, toe, jacobian, normal);
+      if (code != kOkCode) {
+        residual.logInputs(kepler);
+        log::printFormatted(log::ERROR, kTag, "keplerfitJacobian: optfun returns error %d", code);
+      }
+      normal(deltaNIndex, deltaNIndex) += priorWeight;
     }
-    normal(deltaNIndex, deltaNIndex) += priorWeight;
+    noalias(rhs) = -prod(trans(jacobian), f);
     rhs(deltaNIndex) -= priorWeight * kepler(deltaNIndex) / kScale[deltaNIndex];
     mldivide(normal, rhs, dx);
     double moved = 0.0;  // |J dx|^2 without the pseudo-observation
@@ -335,6 +340,7 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
     }
     moved -= priorWeight * dx(deltaNIndex) * dx(deltaNIndex);
     converged = !(moved > kStepTolerance * kStepTolerance * static_cast<double>(f.size()));
+    chord = !(moved > kChordStep * kChordStep * static_cast<double>(f.size()));
     for (unsigned k = 0; k < kKeplerSize; ++k) kepler(k) += dx(k) * kScale[k];
     evaluate();
     previousCost = cost;
