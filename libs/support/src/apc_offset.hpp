@@ -12,6 +12,8 @@ namespace support {
 // icrsToInt0(t, 0, leapSeconds) given: the rotation is most of the cost, and a
 // conversion of states to the Earth-fixed frame has just computed it.
 Vec addApcOffsetInFrame(Vec const& position, AntennaPhase const& antPhase, double t, Mat const& icrsToDate);
+// The same with the Sun of date (m, the Earth-rotating frame of date) given.
+Vec addApcOffsetWithSun(Vec const& position, AntennaPhase const& antPhase, double const (&sunOfDate)[3]);
 
 }  // namespace support
 }  // namespace zarn

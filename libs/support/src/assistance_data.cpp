@@ -103,6 +103,11 @@ Vec addApcOffsetInFrame(Vec const& position, AntennaPhase const& antPhase, doubl
   return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], sun);
 }
 
+Vec addApcOffsetWithSun(Vec const& position, AntennaPhase const& antPhase, double const (&sunOfDate)[3]) {
+  if (position.size() != 3) ZARN_THROW(std::invalid_argument("addApcOffset: invalid size pos"));
+  return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], sunOfDate);
+}
+
 Vec removeApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds) {
   if (position.size() != 3)
     ZARN_THROW(std::invalid_argument("removeApcOffset: Position vector is not 3 dimensional."));
