@@ -416,29 +416,32 @@ struct Trajectory {
   Mat positions, velocities;
 };
 
-// Broadcast elements fitted to the n states of the trajectory centred on toe;
+// Broadcast elements fitted to the n states of the trajectory centred on toe,
+// the iteration started from the elements of a neighbouring window when given;
 // false when they leave the trajectory or the fit fails.
 bool fitStates(Trajectory const& path, WindowPlan const& plan, double toe, int n, core::GnssType gnss,
-               Vec& kepler) {
+               Vec const& start, Vec& kepler) {
   namespace ublas = boost::numeric::ublas;
   long long const first = plan.column(plan.first(toe, n));
   if (first < 0 || first + n > static_cast<long long>(path.epochs.size())) return false;
   ublas::range const rows(0, 3), cols(static_cast<std::size_t>(first), static_cast<std::size_t>(first + n));
   Mat const r = ublas::project(path.positions, rows, cols), v = ublas::project(path.velocities, rows, cols);
   Vec const t = ublas::project(path.epochs, cols);
-  return support::satelliteStatesToKeplerian(gnss, r, v, t, kepler);
+  return support::satelliteStatesToKeplerian(gnss, r, v, t, start, kepler);
 }
 
-// Fits and encodes the window of toe. A refused window is fitted once more
-// over a longer arc around the same toe, in case its elements left the
-// broadcast ranges over the short one.
+// Fits and encodes the window of toe, starting from the elements of the
+// previous window (`previous`, empty for none), which become this window's. A
+// refused window is fitted once more over a longer arc around the same toe,
+// in case its elements left the broadcast ranges over the short one.
 WindowOutcome fitWindow(Trajectory const& path, double toe, WindowPlan const& plan,
-                        RecordFields const& fields, Ephemeris& out) {
+                        RecordFields const& fields, Vec& previous, Ephemeris& out) {
   core::GnssType const gnss = gnssType(fields.sat.system);
   Vec kepler(17);
-  if (fitStates(path, plan, toe, plan.samples, gnss, kepler) && encode(kepler, toe, fields, out))
-    return WindowOutcome::kept;
-  if (!fitStates(path, plan, toe, plan.samples + kRetryExtraSamples, gnss, kepler))
+  bool const fitted = fitStates(path, plan, toe, plan.samples, gnss, previous, kepler);
+  previous = fitted ? kepler : Vec();
+  if (fitted && encode(kepler, toe, fields, out)) return WindowOutcome::kept;
+  if (!fitStates(path, plan, toe, plan.samples + kRetryExtraSamples, gnss, Vec(), kepler))
     return WindowOutcome::fitFailed;
   return encode(kepler, toe, fields, out) ? WindowOutcome::kept : WindowOutcome::refused;
 }
@@ -559,10 +562,11 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
   RecordFields const fields{result.sat, clock, templateRecord, assistance.errorParams, o.fitEnd, &o};
   int fitFailures = 0, refusals = 0;
   double firstFailure = 0, firstRefusal = 0;
+  Vec previous;
   for (std::size_t i = 0; i < plan.toes.size() && path.epochs.size() > 0; ++i) {
     double const toe = plan.toes[i];
     Ephemeris e;
-    WindowOutcome const outcome = fitWindow(path, toe, plan, fields, e);
+    WindowOutcome const outcome = fitWindow(path, toe, plan, fields, previous, e);
     if (outcome == WindowOutcome::fitFailed && fitFailures++ == 0) firstFailure = toe;
     if (outcome == WindowOutcome::refused && refusals++ == 0) firstRefusal = toe;
     if (outcome == WindowOutcome::kept) result.predicted.push_back(e);

@@ -388,6 +388,36 @@ void seedElements(core::GnssType gnss, Vec const& r, Vec const& vEcef, double tm
   kepler(crcIndex) = kSeedCrc;
 }
 
+// The elements of `start` (17, toe in elements 15 and 16) moved to toe, on
+// the constellation's scale: the same orbit, M0, i0 and Omega0 advanced by
+// their rates. False for a start that is no usable ellipse or one of the GEO
+// model, whose frame turns with toe.
+bool carriedElements(core::GnssType gnss, Vec const& start, double toe, Vec& kepler) {
+  if (start.size() != kValidationSize) return false;
+  for (double v : start) {
+    if (!std::isfinite(v)) return false;
+  }
+  if (!(start(sqrtAIndex) > 0.0) || !(start(eIndex) >= 0.0 && start(eIndex) < 1.0)) return false;
+  if (gnss == core::BEIDOU && std::fabs(start(i0Index)) <= bc::kGeoInclinationLimit) return false;
+  double const toeGps = gnss == core::BEIDOU ? beidouSecsToGpsSecs(toe) : toe;
+  double const dt = toeGps - (start(16) * kSecondsPerWeek + start(15));
+  if (!(std::fabs(dt) <= kSecondsPerWeek)) return false;
+  double const earlierToe = toe - dt;  // on the constellation's scale
+  double const a = start(sqrtAIndex) * start(sqrtAIndex);
+  double const gm = gnss == core::BEIDOU ? bc::kBeidouKepler.gm : bc::kGpsKepler.gm;
+  double const n = std::sqrt(gm / (a * a * a)) + start(deltaNIndex);
+  kepler.resize(kKeplerSize, false);
+  for (unsigned k = 0; k < kKeplerSize; ++k) kepler(k) = start(k);
+  kepler(m0Index) = wrap(start(m0Index) + n * dt);
+  kepler(i0Index) = start(i0Index) + start(7) * dt;
+  // The node of date, Omega0 - wE toe-of-week + (OmegaDot - wE) tk, unchanged.
+  kepler(omega0Index) =
+      wrap(start(omega0Index) +
+           kSeed.earthRate * (std::fmod(toe, kSecondsPerWeek) - std::fmod(earlierToe, kSecondsPerWeek)) +
+           (start(omegaDotIndex) - kSeed.earthRate) * dt);
+  return true;
+}
+
 std::uint32_t nonNegative(double value) {
   if (!(value >= 0.0)) return 0;
   if (value >= 4294967295.0) return 4294967295u;
@@ -424,6 +454,11 @@ int optfun(core::GnssType gnss, Vec const& kepler, Vec const& times, Mat const& 
 
 bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const& vSat, Vec const& tSat,
                                 Vec& kepler) {
+  return satelliteStatesToKeplerian(gnss, rSat, vSat, tSat, Vec(), kepler);
+}
+
+bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const& vSat, Vec const& tSat,
+                                Vec const& start, Vec& kepler) {
   std::size_t const n = tSat.size();
   if (rSat.size1() != 3 || rSat.size2() != n) {
     ZARN_THROW(std::invalid_argument("satelliteStatesToGpsEphemeris: invalid size rSat"));
@@ -450,11 +485,16 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
   double const toe = std::floor(times(mid) / step + 0.5) * step;
 
   Vec const rMid = column(rSat, mid), vMid = column(vSat, mid);
-  seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
+  bool carried = n >= kMinSamples && carriedElements(gnss, start, toe, kepler);
+  if (!carried) seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
   Solve solve{0, std::numeric_limits<double>::infinity()};
   if (n >= kMinSamples) {
     Residual residual(gnss, times, rSat, toe);
     solve = gaussNewton(gnss, residual, times, toe, kepler);
+    if (carried && !(solve.largest <= kAcceptedResidual)) {
+      seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
+      solve = gaussNewton(gnss, residual, times, toe, kepler);
+    }
   } else {
     log::printFormatted(log::ERROR, kTag,
                         "satelliteStatesToKeplerian: %d samples cannot determine %u elements",
