@@ -25,7 +25,6 @@ char const kTag[] = "EphemerisConversion";
 
 constexpr unsigned kKeplerSize = bc::kKeplerSize;
 constexpr unsigned kValidationSize = 17;
-constexpr unsigned kEphemerisSize = 16;  // toe, then the kepler vector
 constexpr double kSecondsPerWeek = 604800.0;
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kTwoPi = 2.0 * kPi;
@@ -103,14 +102,50 @@ std::string format(Vec const& v) {
   return out.str();
 }
 
+// The position of keplerianEphemerisToEcef (the same steps, Kepler's
+// equation by its fixed passes) for elements k at time t, without the
+// velocity; toe and t on the constellation's scale.
+void modelPosition(bc::KeplerConstants const& c, double toe, double const* k, double t, double (&pos)[3]) {
+  double const a = k[sqrtAIndex] * k[sqrtAIndex], e = k[eIndex];
+  double const tk = t - toe;
+  double const m = k[m0Index] + (std::sqrt(c.gm / (a * a * a)) + k[deltaNIndex]) * tk;
+  double ea = m;
+  for (int pass = 0; pass < bc::kKeplerPasses; ++pass) ea = m + e * std::sin(ea);
+  double const sinE = std::sin(ea), cosE = std::cos(ea);
+  double const phi = std::atan2(std::sqrt(1.0 - e * e) * sinE, cosE - e) + k[omegaIndex];
+  double const s2 = std::sin(2.0 * phi), c2 = std::cos(2.0 * phi);
+  double const u = phi + k[9] * c2 + k[cusIndex] * s2;
+  double const r = a * (1.0 - e * cosE) + k[crcIndex] * c2 + k[12] * s2;
+  double const i = k[i0Index] + k[13] * c2 + k[14] * s2 + k[7] * tk;
+  double const xp = r * std::cos(u), yp = r * std::sin(u);
+  bool const geo = std::fabs(i) <= bc::kGeoInclinationLimit;
+  double const nodeAtToe = k[omega0Index] - c.earthRate * std::fmod(toe, kSecondsPerWeek);
+  double const node = nodeAtToe + (geo ? k[omegaDotIndex] : k[omegaDotIndex] - c.earthRate) * tk;
+  double const cosNode = std::cos(node), sinNode = std::sin(node), cosI = std::cos(i);
+  double const x = xp * cosNode - yp * cosI * sinNode;
+  double const y = xp * sinNode + yp * cosI * cosNode;
+  double const z = yp * std::sin(i);
+  if (!geo) {
+    pos[0] = x;
+    pos[1] = y;
+    pos[2] = z;
+    return;
+  }
+  // Rz(wE tk) Rx(-5 deg) as frame rotations.
+  double const cTilt = std::cos(bc::kBeidouGeoTilt), sTilt = std::sin(bc::kBeidouGeoTilt);
+  double const y1 = cTilt * y + sTilt * z, z1 = -sTilt * y + cTilt * z;
+  double const ce = std::cos(c.earthRate * tk), se = std::sin(c.earthRate * tk);
+  pos[0] = ce * x + se * y1;
+  pos[1] = -se * x + ce * y1;
+  pos[2] = z1;
+}
+
 // Model positions minus the given positions, without allocation once the
 // buffers are sized. Times and toe on the constellation's own scale.
 class Residual {
  public:
   Residual(core::GnssType gnss, Vec const& times, Mat const& states, double toe)
-      : gnss_(gnss), times_(times), states_(states), eph_(kEphemerisSize), pos_(3), vel_(3) {
-    eph_(0) = toe;
-  }
+      : gnss_(gnss), times_(times), states_(states), toe_(toe) {}
 
   int sizeCode(Vec const& kepler) const {
     if (kepler.size() != kKeplerSize) return kKeplerSizeCode;
@@ -121,7 +156,6 @@ class Residual {
 
   // kepler must have 15 elements and f 3N.
   int operator()(Vec const& kepler, Vec& f) {
-    for (unsigned k = 0; k < kKeplerSize; ++k) eph_(k + 1) = kepler(k);
     double const sqrtA = kepler(sqrtAIndex), e = kepler(eIndex);
     bool finite = true;
     for (unsigned k = 0; k < kKeplerSize; ++k) finite = finite && std::isfinite(kepler(k));
@@ -130,10 +164,13 @@ class Residual {
       return kNotEllipseCode;
     }
     bool ok = true;
+    bc::KeplerConstants const& c = gnss_ == core::BEIDOU ? bc::kBeidouKepler : bc::kGpsKepler;
+    double k[kKeplerSize], pos[3];
+    for (unsigned j = 0; j < kKeplerSize; ++j) k[j] = kepler(j);
     for (std::size_t s = 0; s < times_.size(); ++s) {
-      keplerianEphemerisToEcef(gnss_, eph_, times_(s), pos_, vel_);
+      modelPosition(c, toe_, k, times_(s), pos);
       for (unsigned j = 0; j < 3; ++j) {
-        double const d = pos_(j) - states_(j, s);
+        double const d = pos[j] - states_(j, s);
         f(3 * s + j) = d;
         ok = ok && std::isfinite(d);
       }
@@ -141,18 +178,20 @@ class Residual {
     return ok ? kOkCode : kNotFiniteCode;
   }
 
+  Mat const& states() const { return states_; }
+
   void logInputs(Vec const& kepler) const {
     Vec x(kepler.size());
     for (std::size_t k = 0; k < kepler.size() && k < kKeplerSize; ++k) x(k) = kepler(k) / kScale[k];
     log::printFormatted(log::ERROR, kTag, "optfun: gnss %d, toe=%d, kepler=%s, x=%s", static_cast<int>(gnss_),
-                        static_cast<int>(eph_(0)), format(kepler).c_str(), format(x).c_str());
+                        static_cast<int>(toe_), format(kepler).c_str(), format(x).c_str());
   }
 
  private:
   core::GnssType gnss_;
   Vec const& times_;
   Mat const& states_;
-  Vec eph_, pos_, vel_;
+  double toe_;
 };
 
 double largestAbs(Vec const& f) {
@@ -180,8 +219,9 @@ class JacobianModel {
         cTilt_(std::cos(bc::kBeidouGeoTilt)),
         sTilt_(std::sin(bc::kBeidouGeoTilt)) {}
 
-  // rows[a][j]: d position_a / d (element j / scale j) at time t.
-  void partials(double const* k, double t, double (&rows)[3][kKeplerSize]) const {
+  // rows[a][j]: d position_a / d (element j / scale j) at time t, and the
+  // position (Kepler's equation solved to convergence).
+  void partials(double const* k, double t, double (&rows)[3][kKeplerSize], double (&pos)[3]) const {
     double const tk = t - toe_;
     double const sqrtA = k[0], a = sqrtA * sqrtA, e = k[1];
     double const n0 = std::sqrt(c_.gm / (a * a * a));
@@ -214,7 +254,7 @@ class JacobianModel {
     double const cu = std::cos(u), su = std::sin(u), ci = std::cos(inc), si = std::sin(inc);
     double const cn = std::cos(node), sn = std::sin(node);
     double const xp = r * cu, yp = r * su;
-    double const x = xp * cn - yp * ci * sn, y = xp * sn + yp * ci * cn;
+    double const x = xp * cn - yp * ci * sn, y = xp * sn + yp * ci * cn, z = yp * si;
     // Position partials by radius, argument of latitude, inclination and node.
     double const dr[3] = {cu * cn - su * ci * sn, cu * sn + su * ci * cn, su * si};
     double const du[3] = {r * (-su * cn - cu * ci * sn), r * (-su * sn + cu * ci * cn), r * cu * si};
@@ -246,9 +286,16 @@ class JacobianModel {
     through(12, s2, 0.0, 0.0, 0.0);
     through(13, 0.0, 0.0, c2, 0.0);
     through(14, 0.0, 0.0, s2, 0.0);
+    pos[0] = x;
+    pos[1] = y;
+    pos[2] = z;
     if (!geo) return;
     // Rz(wE tk) Rx(-5 deg) as frame rotations, the same for every column.
     double const ce = std::cos(c_.earthRate * tk), se = std::sin(c_.earthRate * tk);
+    double const y1 = cTilt_ * y + sTilt_ * z;
+    pos[0] = ce * x + se * y1;
+    pos[1] = -se * x + ce * y1;
+    pos[2] = -sTilt_ * y + cTilt_ * z;
     for (unsigned j = 0; j < kKeplerSize; ++j) {
       double const px = rows[0][j], py = rows[1][j], pz = rows[2][j];
       double const y1 = cTilt_ * py + sTilt_ * pz, z1 = -sTilt_ * py + cTilt_ * pz;
@@ -264,21 +311,26 @@ class JacobianModel {
 };
 
 // The Jacobian J (3N x 15) of the positions by the normalised elements and
-// J^T J. Returns 0, or the optfun code of elements that are no ellipse or give
-// partials that are not finite.
+// J^T J; with `states` (3 x N) also f, the model positions minus them. Returns
+// 0, or the optfun code of elements that are no ellipse or give partials that
+// are not finite.
 int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, double toe, Mat& jacobian,
-                      Mat& normal) {
+                      Mat& normal, Mat const* states = nullptr, Vec* f = nullptr) {
   double k[kKeplerSize];
   for (unsigned j = 0; j < kKeplerSize; ++j) k[j] = kepler(j);
   if (!(std::fabs(k[eIndex]) < 1.0) || !(k[sqrtAIndex] > 0.0)) return kNotEllipseCode;
 
   JacobianModel const model(gnss, toe);
   normal.clear();
-  double rows[3][kKeplerSize];
+  double rows[3][kKeplerSize], pos[3];
   bool finite = true;
   for (std::size_t s = 0; s < times.size(); ++s) {
-    model.partials(k, times(s), rows);
+    model.partials(k, times(s), rows, pos);
     for (unsigned a = 0; a < 3; ++a) {
+      if (states != nullptr) {
+        (*f)(3 * s + a) = pos[a] - (*states)(a, s);
+        finite = finite && std::isfinite((*f)(3 * s + a));
+      }
       for (unsigned i = 0; i < kKeplerSize; ++i) {
         double const ri = rows[a][i];
         finite = finite && std::isfinite(ri);
@@ -311,17 +363,25 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
                           code);
     }
   };
-  evaluate();
+  double const priorScale = kScale[deltaNIndex] / kDeltaNSigma;
+  double const priorWeight = kDeltaNWeight * kDeltaNWeight * priorScale * priorScale;
+  // The first residual comes with the first partials; the later ones, which
+  // judge the fit, from the model itself.
+  bool fresh =
+      keplerfitJacobian(gnss, kepler, times, toe, jacobian, normal, &residual.states(), &f) == kOkCode;
+  if (fresh) {
+    normal(deltaNIndex, deltaNIndex) += priorWeight;
+  } else {
+    evaluate();
+  }
   double cost = 0.5 * inner_prod(f, f);
   double previousCost = kInitialPreviousCost;
   int iterations = 0;
   bool converged = false, chord = false;
-  double const priorScale = kScale[deltaNIndex] / kDeltaNSigma;
-  double const priorWeight = kDeltaNWeight * kDeltaNWeight * priorScale * priorScale;
   // A NaN cost fails the last test and ends the loop.
   while (!converged && largestAbs(f) > kResidualTolerance && iterations < kMaxIterations &&
          std::fabs(previousCost - cost) > kCostTolerance) {
-    if (!chord) {
+    if (!chord && !fresh) {
       int const code = keplerfitJacobian(gnss, kepler, times, toe, jacobian, normal);
       if (code != kOkCode) {
         residual.logInputs(kepler);
@@ -329,6 +389,7 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
       }
       normal(deltaNIndex, deltaNIndex) += priorWeight;
     }
+    fresh = false;
     noalias(rhs) = -prod(trans(jacobian), f);
     rhs(deltaNIndex) -= priorWeight * kepler(deltaNIndex) / kScale[deltaNIndex];
     mldivide(normal, rhs, dx);
