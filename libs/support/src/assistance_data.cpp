@@ -5,6 +5,7 @@
 #include "apc_offset.hpp"
 #include "force_model/third_body.hpp"
 #include "tables/assistance_default_table.hpp"
+#include "zarn/support/coordinate_conversion.hpp"
 #include "zarn/support/log.hpp"
 #include "zarn/support/math.hpp"
 #include "zarn/support/utility.hpp"
@@ -55,6 +56,15 @@ Vec moveAlongBodyAxes(Vec const& position, double x, double y, double z, double 
   return position + x * eX + y * eY + z * eZ;
 }
 
+// The Sun in the Earth-rotating frame of date of t, without the Moon that
+// sunMoonOfDate also gives.
+void sunOfDate(double t, int leapSeconds, double (&sun)[3]) {
+  double j2000[3];
+  forces::sunJ2000(t, j2000);
+  Mat const m = icrsToInt0(t, 0.0, leapSeconds);
+  for (int i = 0; i < 3; ++i) sun[i] = m(i, 0) * j2000[0] + m(i, 1) * j2000[1] + m(i, 2) * j2000[2];
+}
+
 }  // namespace
 
 AssistanceData AssistanceDataFile::defaultAssistance(core::GnssType type, unsigned short svId) {
@@ -88,16 +98,16 @@ AssistanceData AssistanceDataFile::defaultAssistance(core::GnssType type, unsign
 
 Vec addApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds) {
   if (position.size() != 3) ZARN_THROW(std::invalid_argument("addApcOffset: invalid size pos"));
-  double moon[3], sun[3];
-  forces::sunMoonOfDate(t, leapSeconds, moon, sun);
+  double sun[3];
+  sunOfDate(t, leapSeconds, sun);
   return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], sun);
 }
 
 Vec addApcOffsetInFrame(Vec const& position, AntennaPhase const& antPhase, double t, Mat const& icrsToDate) {
   if (position.size() != 3) ZARN_THROW(std::invalid_argument("addApcOffset: invalid size pos"));
   // As sunMoonOfDate turns the Sun, with the rotation given.
-  double moonJ2000[3], sunJ2000[3], sun[3];
-  forces::sunMoonJ2000(t, moonJ2000, sunJ2000);
+  double sunJ2000[3], sun[3];
+  forces::sunJ2000(t, sunJ2000);
   for (int i = 0; i < 3; ++i)
     sun[i] = icrsToDate(i, 0) * sunJ2000[0] + icrsToDate(i, 1) * sunJ2000[1] + icrsToDate(i, 2) * sunJ2000[2];
   return moveAlongBodyAxes(position, antPhase[0], antPhase[1], antPhase[2], sun);
@@ -111,8 +121,8 @@ Vec addApcOffsetWithSun(Vec const& position, AntennaPhase const& antPhase, doubl
 Vec removeApcOffset(Vec const& position, AntennaPhase const& antPhase, double t, int leapSeconds) {
   if (position.size() != 3)
     ZARN_THROW(std::invalid_argument("removeApcOffset: Position vector is not 3 dimensional."));
-  double moon[3], sun[3];
-  forces::sunMoonOfDate(t, leapSeconds, moon, sun);
+  double sun[3];
+  sunOfDate(t, leapSeconds, sun);
   return moveAlongBodyAxes(position, -antPhase[0], -antPhase[1], -antPhase[2], sun);
 }
 

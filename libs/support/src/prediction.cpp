@@ -534,8 +534,7 @@ class FrameGrid {
         node.q[1 * 3 + j] = s * m(0, j) + c * m(1, j);
         node.q[2 * 3 + j] = m(2, j);
       }
-      double moon[3];
-      forces::sunMoonJ2000(t, moon, node.sun);
+      forces::sunJ2000(t, node.sun);
     }
   }
 
