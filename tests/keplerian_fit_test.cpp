@@ -56,6 +56,31 @@ TEST(KeplerianFit, ReferenceTime) {
   EXPECT_EQ(std::make_tuple(kepler(15), kepler(16)), std::make_tuple(100022.0, 1900.0));
 }
 
+// A fit started from the elements of the window two hours earlier, carried
+// to the new toe (here across the end of the GPS week, where Omega0 takes the
+// Earth's turn over the week): it reproduces the record's positions as the
+// fit from the middle state does, without falling back to that start.
+TEST(KeplerianFit, StartFromAnEarlierWindow) {
+  zc::GpsEphemeris const g = zt::gpsG02();
+  double const t0 = 1914 * week - 3.0 * 3600.0;
+  Samples const first = sample(g, t0, 900.0, 16), second = sample(g, t0 + 7200.0, 900.0, 16);
+  Vec earlier, cold, warm;
+  ASSERT_TRUE(fit(zc::GPS, first, earlier));
+  ASSERT_TRUE(fit(zc::GPS, second, cold));
+  ASSERT_LT(earlier(16), cold(16));  // the two toes lie in different weeks
+  bool ok = false;
+  std::string const log = zt::capturedStderr(
+      [&] { ok = zs::satelliteStatesToKeplerian(zc::GPS, second.r, second.v, second.t, earlier, warm); });
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(log.find("no fit from the given start"), std::string::npos) << log;
+  double const toe = warm(16) * week + warm(15);
+  Vec fCold, fWarm;
+  ASSERT_EQ(zs::optfun(zc::GPS, subrange(cold, 0, 15), second.t, second.r, toe, fCold), 0);
+  ASSERT_EQ(zs::optfun(zc::GPS, subrange(warm, 0, 15), second.t, second.r, toe, fWarm), 0);
+  EXPECT_LT(norm_inf(fWarm), 1e-3);
+  EXPECT_LT(norm_inf(fWarm - fCold), 1e-3);
+}
+
 TEST(KeplerianFit, OptfunLayoutAndFailures) {
   zc::GpsEphemeris const g = zt::gpsG02();
   double const toe = toeGps(g);

@@ -553,6 +553,10 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
     Residual residual(gnss, times, rSat, toe);
     solve = gaussNewton(gnss, residual, times, toe, kepler);
     if (carried && !(solve.largest <= kAcceptedResidual)) {
+      log::printFormatted(log::ERROR, kTag,
+                          "satelliteStatesToKeplerian: no fit from the given start (largest residual %g m); "
+                          "starting from the middle state",
+                          solve.largest);
       seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
       solve = gaussNewton(gnss, residual, times, toe, kepler);
     }
