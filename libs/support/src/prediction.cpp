@@ -629,14 +629,17 @@ void int0StatesToItrs(ForceModel const& forceModel, Vec const& epochs, int leapS
       for (int k = 0; k < 2; ++k)
         sun[k] = m0[k][0] * sunJ2000[0] + m0[k][1] * sunJ2000[1] + m0[k][2] * sunJ2000[2];
       sun[2] = m(2, 0) * sunJ2000[0] + m(2, 1) * sunJ2000[1] + m(2, 2) * sunJ2000[2];
-      ublas::column(positions, i) = addApcOffsetWithSun(r, phase, sun);
+      double const centre[3] = {r(0), r(1), r(2)};
+      double apc[3];
+      addApcOffsetWithSun(centre, phase, sun, apc);
+      for (int k = 0; k < 3; ++k) positions(static_cast<std::size_t>(k), i) = apc[k];
     } else if (antenna) {
       if (ut1 != 0.0) m = icrsToInt0(epochs(i), 0.0, leapSeconds);
       ublas::column(positions, i) = addApcOffsetInFrame(r, phase, epochs(i), m);
     } else {
-      ublas::column(positions, i) = r;
+      noalias(ublas::column(positions, i)) = r;
     }
-    ublas::column(velocities, i) = prod(w, vb);
+    noalias(ublas::column(velocities, i)) = prod(w, vb);
   }
 }
 
