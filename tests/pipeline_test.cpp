@@ -272,7 +272,8 @@ TEST(PipelineTest, EstimatedRadiationPressureBeatsTheBlockDefaults) {
 
 TEST(PipelineTest, RefusedGeoWindowsAreFittedAgainOverALongerArc) {
   // Short arcs of a near-circular, near-equatorial orbit leave deltaN poorly
-  // separated from sqrtA; without the second fit C04 loses five windows here.
+  // separated from sqrtA; once the fit kept it in its field only thanks to
+  // the second fit over a longer arc, C04 lost five windows here.
   ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
   PreciseDay d(day1, 9.0);
   d.o.pole = zh::predictFromSp3(d.orbit, {'G', 7}, d.o).pole;
