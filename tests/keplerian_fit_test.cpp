@@ -12,6 +12,7 @@
 #include "support/broadcast_records.hpp"
 #include "support/keplerian_fit_check.hpp"
 #include "support/test_support.hpp"
+#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
 
@@ -54,6 +55,56 @@ TEST(KeplerianFit, ReferenceTime) {
   double const bdtMid = zs::beidouToSecs(zc::Toc{0, 544, 100004});
   fit(zc::BEIDOU, sample(zt::beidouC14(), zs::beidouSecsToGpsSecs(bdtMid) - 600.0, 300.0, 5), kepler);
   EXPECT_EQ(std::make_tuple(kepler(15), kepler(16)), std::make_tuple(100022.0, 1900.0));
+}
+
+// A fit started from the elements of the window two hours earlier, carried
+// to the new toe (here across the end of the GPS week, where Omega0 takes the
+// Earth's turn over the week): it reproduces the record's positions as the
+// fit from the middle state does, without falling back to that start.
+TEST(KeplerianFit, StartFromAnEarlierWindow) {
+  zc::GpsEphemeris const g = zt::gpsG02();
+  double const t0 = 1914 * week - 3.0 * 3600.0;
+  Samples const first = sample(g, t0, 900.0, 16), second = sample(g, t0 + 7200.0, 900.0, 16);
+  Vec earlier, cold, warm;
+  ASSERT_TRUE(fit(zc::GPS, first, earlier));
+  ASSERT_TRUE(fit(zc::GPS, second, cold));
+  ASSERT_LT(earlier(16), cold(16));  // the two toes lie in different weeks
+  bool ok = false;
+  std::string const log = zt::capturedStderr(
+      [&] { ok = zs::satelliteStatesToKeplerian(zc::GPS, second.r, second.v, second.t, earlier, warm); });
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(log.find("no fit from the given start"), std::string::npos) << log;
+  double const toe = warm(16) * week + warm(15);
+  Vec fCold, fWarm;
+  ASSERT_EQ(zs::optfun(zc::GPS, subrange(cold, 0, 15), second.t, second.r, toe, fCold), 0);
+  ASSERT_EQ(zs::optfun(zc::GPS, subrange(warm, 0, 15), second.t, second.r, toe, fWarm), 0);
+  EXPECT_LT(norm_inf(fWarm), 1e-3);
+  EXPECT_LT(norm_inf(fWarm - fCold), 1e-3);
+}
+
+// optfun's model positions (the fit's residual) against the records' own
+// positions from gpsEphemerisToEcef and beidouEphemerisToEcef over four hours:
+// GPS, BeiDou MEO, IGSO and GEO (whose model turns and tilts its frame).
+template <typename Record>
+double optfunMisfit(zc::GnssType gnss, Record const& e) {
+  Samples const s = sample(e, toeGps(e) - 7200.0, 600.0, 25);
+  Vec times(s.t), kepler(15);
+  double toe = toeGps(e);
+  if (gnss == zc::BEIDOU) {
+    for (double& t : times) t = zs::gpsSecsToBeidouSecs(t);
+    toe = zs::gpsSecsToBeidouSecs(toe);
+  }
+  zs::broadcast::KeplerElements const k = zs::broadcast::decodeOrbit(e);
+  for (unsigned j = 0; j < 15; ++j) kepler(j) = k[j];
+  Vec f;
+  EXPECT_EQ(zs::optfun(gnss, kepler, times, s.r, toe, f), 0);
+  return norm_inf(f);
+}
+
+TEST(KeplerianFit, OptfunIsTheBroadcastModel) {
+  EXPECT_LT(optfunMisfit(zc::GPS, zt::gpsG02()), 1e-6);
+  for (zc::BeidouEphemeris const& e : {zt::beidouC14(), zt::beidouC08(), zt::beidouC02()})
+    EXPECT_LT(optfunMisfit(zc::BEIDOU, e), 1e-6) << e.svId;
 }
 
 TEST(KeplerianFit, OptfunLayoutAndFailures) {

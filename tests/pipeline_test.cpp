@@ -272,7 +272,8 @@ TEST(PipelineTest, EstimatedRadiationPressureBeatsTheBlockDefaults) {
 
 TEST(PipelineTest, RefusedGeoWindowsAreFittedAgainOverALongerArc) {
   // Short arcs of a near-circular, near-equatorial orbit leave deltaN poorly
-  // separated from sqrtA; without the second fit C04 loses five windows here.
+  // separated from sqrtA; once the fit kept it in its field only thanks to
+  // the second fit over a longer arc, C04 lost five windows here.
   ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
   PreciseDay d(day1, 9.0);
   d.o.pole = zh::predictFromSp3(d.orbit, {'G', 7}, d.o).pole;
@@ -280,6 +281,27 @@ TEST(PipelineTest, RefusedGeoWindowsAreFittedAgainOverALongerArc) {
   ASSERT_TRUE(geo.skipReason.empty()) << geo.skipReason;
   EXPECT_EQ(geo.svType, zarn::support::GEO);
   EXPECT_EQ(geo.rejected, 0);
+}
+
+// The BeiDou GEO satellites of a day of real broadcast records, and an IGSO
+// and a MEO one: every window's first fit keeps deltaN inside its 16-bit field
+// (no refusal is logged before a second fit), and every window is written.
+TEST(PipelineTest, BeidouWindowsKeepDeltaNInItsField) {
+  ZARN_SHARED_FILE_OR_SKIP(nav, "data/2023-071_073/BRD400DLR_S_20230710000_01D_MN.rnx.gz");
+  std::map<zh::SatelliteId, std::vector<zh::Ephemeris>> const records = readRecords(nav);
+  zh::PipelineOptions o;
+  o.fitEnd = gpsTime("2023-03-13T00:00:00");
+  o.days = 7.0;
+  for (int prn : {1, 2, 3, 4, 5, 59, 60, 10, 20}) {
+    zh::SatellitePrediction p;
+    std::string const log = zarn::test::capturedStderr([&] {
+      p = zh::predictFromBroadcast(records.at({'C', prn}), o);
+    });
+    ASSERT_TRUE(p.skipReason.empty()) << prn << ": " << p.skipReason;
+    EXPECT_EQ(log.find("out of range"), std::string::npos) << prn << ": " << log;
+    EXPECT_EQ(p.rejected, 0) << prn;
+    EXPECT_EQ(p.predicted.size(), 168u) << prn;
+  }
 }
 
 // A constellation on two threads: satellites in input order, a given fit end

@@ -318,6 +318,46 @@ TEST(Int0StatesToItrs, AgreesWithToEcef) {
   }
 }
 
+// Seven days of 15-minute epochs converted in one call, where the frame comes
+// from a coarse grid, against the same states converted one epoch at a time
+// with the rotation computed exactly: GPS and GEO radii, antenna offset, UT1 -
+// UTC drifting. The grid must stay within a millimetre (with a drift the
+// exact rotation itself scatters by 0.2 mm: UT1 in GPS seconds near 1.2e9
+// resolves 2.4e-7 s).
+TEST(Int0StatesToItrs, SevenDaysAtOnceAgreeWithEachEpochAlone) {
+  Scenario s(gpsStart, false);
+  s.model.setInertialFrameInfo(zs::makeInertialFrameInfo(s.tStart, -0.2, s.leap));
+  std::size_t const n = 7 * 96 + 1;
+  for (double const radius : {26.56e6, 42.16e6}) {
+    for (double const rate : {0.0, 2e-3 / 86400.0}) {
+      Vec epochs(n);
+      Mat r(3, n), v(3, n);
+      for (std::size_t k = 0; k < n; ++k) {
+        epochs(k) = s.tStart + 900.0 * static_cast<double>(k);
+        double const angle = 1e-4 * 900.0 * static_cast<double>(k);
+        r(0, k) = radius * std::cos(angle);
+        r(1, k) = radius * std::sin(angle) * 0.5;
+        r(2, k) = radius * std::sin(angle) * 0.8;
+        v(0, k) = -3000.0 * std::sin(angle);
+        v(1, k) = 1500.0 * std::cos(angle);
+        v(2, k) = 2400.0 * std::cos(angle);
+      }
+      Mat rAll = r, vAll = v;
+      zs::int0StatesToItrs(s.model, epochs, s.leap, true, rate, rAll, vAll);
+      double worst = 0.0, worstVelocity = 0.0;
+      for (std::size_t k = 0; k < n; ++k) {
+        Vec one(1, epochs(k));
+        Mat r1 = ublas::subrange(r, 0, 3, k, k + 1), v1 = ublas::subrange(v, 0, 3, k, k + 1);
+        zs::int0StatesToItrs(s.model, one, s.leap, true, rate, r1, v1);
+        worst = std::max(worst, norm_2(ublas::column(rAll, k) - ublas::column(r1, 0)));
+        worstVelocity = std::max(worstVelocity, norm_2(ublas::column(vAll, k) - ublas::column(v1, 0)));
+      }
+      EXPECT_LT(worst, 1e-3) << radius << " " << rate;
+      EXPECT_LT(worstVelocity, 1e-6) << radius << " " << rate;
+    }
+  }
+}
+
 // ITRS of an Int0 position with the Earth's rotation drifting: composed here
 // from the frame's matrix and icrsToInt0 (checked against ERFA) with UT1 - UTC
 // = rate (t - tStart), the frame built with 0.
@@ -357,8 +397,9 @@ TEST(EstimateInitialStateBatch, RecoversRadiationPressureUt1RatePoleAndOrbit) {
   ublas::row(velocities, 0) = v0;
   Mat rItrs = rInt0, vItrs = vInt0;
   zs::int0StatesToItrs(s.model, times, s.leap, false, rate, rItrs, vItrs);
+  // Within the millimetre of the conversion's frame grid.
   for (unsigned k = 0; k < n; k += 12) {
-    EXPECT_LT(norm_2(ublas::column(rItrs, k) - ublas::row(positions, k)), 1e-6) << k;
+    EXPECT_LT(norm_2(ublas::column(rItrs, k) - ublas::row(positions, k)), 1e-3) << k;
   }
 
   for (double const start : {0.0, rate, -1.0}) {

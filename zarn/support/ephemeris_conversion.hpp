@@ -112,6 +112,12 @@ ZARN_EXPORT void glonassAlmanacToEcef(core::GlonassAlmanac const& alm, double t,
 // rSat or vSat not 3 x N, or a GnssType other than GPS and BEIDOU, is fatal.
 ZARN_EXPORT bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const& vSat,
                                             Vec const& tSat, Vec& kepler);
+// The same starting from `start`, the 17-element result of a fit of the same
+// orbit at an earlier or later reference time (the previous window of a
+// prediction), carried to this toe; an empty or GEO-model start, or a fit that
+// fails from it, falls back to the middle state.
+ZARN_EXPORT bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const& vSat,
+                                            Vec const& tSat, Vec const& start, Vec& kepler);
 
 // Residual of the fit: the model positions of the 15-element kepler vector
 // with reference time toe, minus the given positions. times: N seconds and toe

@@ -163,13 +163,14 @@ std::unique_ptr<support::ForceModel> copyModel(support::BinaryData const& bytes)
 }
 
 // Steps the model's integrator on from where it stands, one step per epoch, and
-// gives the Earth-fixed positions at `epochs` (the epochs of those steps, in
-// order); with antenna, of the antenna phase centre. False when it stops short.
+// gives the Earth-fixed states at `epochs` (the epochs of those steps, in
+// order); with antenna, the positions of the antenna phase centre. False when
+// it stops short.
 bool stepEarthFixed(support::ForceModel& model, Vec const& epochs, int leap, bool antenna, double ut1Rate,
-                    Mat& positions) {
+                    Mat& positions, Mat& velocities) {
   unsigned const steps = static_cast<unsigned>(epochs.size());
-  Mat velocities(3, steps);
   positions.resize(3, steps, false);
+  velocities.resize(3, steps, false);
   support::OdeFunGj8 ode(model);
   if (model.getGj8Integrator().gj8Propagate(ode, positions, velocities, steps) != steps) return false;
   support::int0StatesToItrs(model, epochs, leap, antenna, ut1Rate, positions, velocities);
@@ -284,9 +285,9 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   }
   Vec epochs(n - 1);  // backwards from the last sample: the newest column is the earliest sample
   for (std::size_t j = 0; j + 1 < n; ++j) epochs(j) = s.t[n - 2 - j];
-  Mat earthFixed;
+  Mat earthFixed, earthFixedVelocities;
   if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -o.sampleStep) != 0 ||
-      !stepEarthFixed(*back, epochs, leap, false, e.ut1Rate, earthFixed)) {
+      !stepEarthFixed(*back, epochs, leap, false, e.ut1Rate, earthFixed, earthFixedVelocities)) {
     return e;
   }
   double sum = 0.0;
@@ -314,18 +315,17 @@ Samples latestSamples(Samples const& s, std::size_t first) {
 
 // The reference times of one satellite's predicted ephemerides and the states
 // each is fitted to. The window of toe holds `samples` states one step apart,
-// centred on the target toe + step that propagateSatellite is given, so that
-// its middle state (samples / 2 - 1) falls on toe.
+// its middle state (samples / 2 - 1) on toe.
 struct WindowPlan {
-  double start = 0;  // GPS seconds: where the integrators of the estimated state start
+  double start = 0;  // GPS seconds: where the integrator of the estimated state starts
   double step = 0;   // s
   int samples = 0;
   std::vector<double> toes;
-  std::size_t interleave = 1;  // integrators that serve the windows in turn
 
-  double target(double toe) const { return toe + step; }
-  double first(double toe) const { return target(toe) - (samples / 2) * step; }
-  double last(double toe) const { return target(toe) + (samples / 2 - 1) * step; }
+  double first(double toe, int n) const { return toe - (n / 2 - 1) * step; }
+  double first(double toe) const { return first(toe, samples); }
+  double last(double toe, int n) const { return toe + (n / 2) * step; }
+  double last(double toe) const { return last(toe, samples); }
   // Column of epoch t in a propagation from start (column 0: the first step).
   long long column(double t) const { return std::llround((t - start) / step) - 1; }
 };
@@ -337,7 +337,6 @@ WindowPlan planWindows(PipelineOptions const& o, char system, double start) {
   plan.samples = windowSamples(o, system);
   double const S = spacing(system);
   double const off = gridOffset(system);
-  plan.interleave = static_cast<std::size_t>(std::ceil(plan.samples * plan.step / S - 1e-9));
   for (double toe = std::ceil((o.fitEnd - off) / S - 1e-9) * S + off;
        toe <= o.fitEnd + o.days * kSecondsPerDay + 1e-6; toe += S) {
     // The first window must begin after the integrator's start.
@@ -409,60 +408,50 @@ bool encode(Vec const& kepler, double toe, RecordFields const& f, Ephemeris& out
                              : encodeAs(f.templateRecord.gps, kepler, toe, f, out);
 }
 
-// An integrator that windows are dealt to, and the last epoch it reached.
-struct Lane {
-  std::unique_ptr<support::ForceModel> model;
-  double reached = 0;
+enum class WindowOutcome { kept, fitFailed, refused };
+
+// The Earth-fixed antenna-phase-centre states of the whole prediction, one
+// column per integration step from the plan's start (WindowPlan::column).
+struct Trajectory {
+  Vec epochs;
+  Mat positions, velocities;
 };
 
-enum class WindowOutcome { kept, fitFailed, refused, stalled };
+// Broadcast elements fitted to the n states of the trajectory centred on toe,
+// the iteration started from the elements of a neighbouring window when given;
+// false when they leave the trajectory or the fit fails.
+bool fitStates(Trajectory const& path, WindowPlan const& plan, double toe, int n, core::GnssType gnss,
+               Vec const& start, Vec& kepler) {
+  namespace ublas = boost::numeric::ublas;
+  long long const first = plan.column(plan.first(toe, n));
+  if (first < 0 || first + n > static_cast<long long>(path.epochs.size())) return false;
+  ublas::range const rows(0, 3), cols(static_cast<std::size_t>(first), static_cast<std::size_t>(first + n));
+  Mat const r = ublas::project(path.positions, rows, cols), v = ublas::project(path.velocities, rows, cols);
+  Vec const t = ublas::project(path.epochs, cols);
+  return support::satelliteStatesToKeplerian(gnss, r, v, t, start, kepler);
+}
 
-// Fits and encodes the window of toe from the lane's integrator. A refused
-// window is fitted once more over a longer arc around the same toe: over a
-// short arc of a near-circular, near-equatorial orbit the mean motion is
-// shared poorly between sqrtA (whose radius the harmonics absorb), deltaN and
-// OmegaDot (whose along-track rates differ by cos i), so deltaN may leave its
-// 16-bit field; a longer arc separates them better. It comes from a fresh
-// integrator so the interleaved ones keep their place.
-WindowOutcome fitWindow(Lane& lane, double toe, WindowPlan const& plan, support::BinaryData const& estimated,
-                        double ut1Rate, RecordFields const& fields, Ephemeris& out) {
+// Fits and encodes the window of toe, starting from the elements of the
+// previous window (`previous`, empty for none), which become this window's. A
+// refused window is fitted once more over a longer arc around the same toe,
+// in case its elements left the broadcast ranges over the short one.
+WindowOutcome fitWindow(Trajectory const& path, double toe, WindowPlan const& plan,
+                        RecordFields const& fields, Vec& previous, Ephemeris& out) {
   core::GnssType const gnss = gnssType(fields.sat.system);
-  double const h = plan.step;
-  Vec unused(3), kepler(17), position(3), velocity(3);
-  double epoch = 0.0;
-  bool const fresh = lane.model->getGj8Integrator().getTotalSteps() == 0;
-  double const t0 = fresh ? lane.reached : lane.reached - (plan.samples / 2) * h;
-  int const made = support::propagateSatellite(gnss, t0, plan.target(toe), h, plan.samples, unused, unused,
-                                               *lane.model, ut1Rate, kepler, position, velocity, epoch);
-  lane.reached = plan.last(toe);
-  if (made == 0) return WindowOutcome::stalled;
-  bool fitted = made > 0;
+  Vec kepler(17);
+  bool const fitted = fitStates(path, plan, toe, plan.samples, gnss, previous, kepler);
+  previous = fitted ? kepler : Vec();
   if (fitted && encode(kepler, toe, fields, out)) return WindowOutcome::kept;
-
-  std::unique_ptr<support::ForceModel> retry = copyModel(estimated);
-  fitted = retry && support::propagateSatellite(gnss, plan.start, plan.target(toe), h,
-                                                plan.samples + kRetryExtraSamples, unused, unused, *retry,
-                                                ut1Rate, kepler, position, velocity, epoch) > 0;
-  if (!fitted) return WindowOutcome::fitFailed;
+  if (!fitStates(path, plan, toe, plan.samples + kRetryExtraSamples, gnss, Vec(), kepler))
+    return WindowOutcome::fitFailed;
   return encode(kepler, toe, fields, out) ? WindowOutcome::kept : WindowOutcome::refused;
 }
 
 // The largest distance (m) between a written ephemeris and the states of its
-// window, from an independent continuous propagation of the same estimate;
-// infinite when that propagation fails.
+// window.
 double maxFitResidual(std::vector<Ephemeris> const& predicted, WindowPlan const& plan,
-                      support::BinaryData const& estimated, int leap, bool antenna, double ut1Rate) {
-  std::unique_ptr<support::ForceModel> check = copyModel(estimated);
-  long long const steps = plan.column(plan.last(plan.toes.back())) + 1;
-  if (!check || steps <= 0) return std::numeric_limits<double>::infinity();
-  // A fresh integrator's first steps are its start-up points; propagateSatellite
-  // drives it the same way.
-  Vec epochs(static_cast<std::size_t>(steps));
-  for (std::size_t j = 0; j < epochs.size(); ++j)
-    epochs(j) = plan.start + static_cast<double>(j + 1) * plan.step;
-  Mat reference;
-  if (!stepEarthFixed(*check, epochs, leap, antenna, ut1Rate, reference))
-    return std::numeric_limits<double>::infinity();
+                      Trajectory const& path) {
+  long long const steps = static_cast<long long>(path.epochs.size());
   double worst = 0.0;
   Vec pos(3), vel(3);
   for (Ephemeris const& e : predicted) {
@@ -472,7 +461,7 @@ double maxFitResidual(std::vector<Ephemeris> const& predicted, WindowPlan const&
       if (col < 0 || col >= steps) continue;
       ephemerisState(e, t, pos, vel);
       worst = std::max(worst, support::distance(pos, boost::numeric::ublas::column(
-                                                         reference, static_cast<std::size_t>(col))));
+                                                         path.positions, static_cast<std::size_t>(col))));
     }
   }
   return worst;
@@ -495,7 +484,7 @@ std::string refusalNote(SatelliteId const& sat, std::size_t windows, int fitFail
 }
 
 // The whole prediction from centre-of-mass samples: estimate, plan the
-// windows, fit them on interleaved integrators, optionally check the fit.
+// windows, propagate once over all of them, fit each, optionally check the fit.
 void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockModel const& clock,
                         Ephemeris const& templateRecord, PipelineOptions const& o,
                         SatellitePrediction& result) {
@@ -549,31 +538,36 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
 
   if (o.estimateOnly) return;
 
-  // The integrator starts at the middle sample.
+  // The integrator starts at the middle sample; one propagation serves every
+  // window, the retries' longer arcs included.
   WindowPlan const plan = planWindows(o, result.sat.system, s.t[n / 2]);
-  std::vector<Lane> lanes(plan.interleave);
-  for (Lane& lane : lanes) {
-    lane.model = copyModel(best.model);
-    lane.reached = plan.start;
-    if (!lane.model) {
-      result.skipReason = "the estimated force model does not read back from its serialized form";
-      return;
+  std::unique_ptr<support::ForceModel> model = copyModel(best.model);
+  if (!model) {
+    result.skipReason = "the estimated force model does not read back from its serialized form";
+    return;
+  }
+  Trajectory path;
+  if (!plan.toes.empty()) {
+    long long const steps =
+        std::max(0LL, plan.column(plan.last(plan.toes.back(), plan.samples + kRetryExtraSamples)) + 1);
+    path.epochs.resize(static_cast<std::size_t>(steps));
+    for (std::size_t j = 0; j < path.epochs.size(); ++j)
+      path.epochs(j) = plan.start + static_cast<double>(j + 1) * plan.step;
+    if (!stepEarthFixed(*model, path.epochs, leap, o.antennaOffset, best.ut1Rate, path.positions,
+                        path.velocities)) {
+      result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
+                             formatGpsTime(plan.toes.front()) + "; the prediction ends there");
+      path = Trajectory();
     }
   }
   RecordFields const fields{result.sat, clock, templateRecord, assistance.errorParams, o.fitEnd, &o};
   int fitFailures = 0, refusals = 0;
   double firstFailure = 0, firstRefusal = 0;
-  for (std::size_t i = 0; i < plan.toes.size(); ++i) {
+  Vec previous;
+  for (std::size_t i = 0; i < plan.toes.size() && path.epochs.size() > 0; ++i) {
     double const toe = plan.toes[i];
     Ephemeris e;
-    WindowOutcome const outcome =
-        fitWindow(lanes[i % plan.interleave], toe, plan, best.model, best.ut1Rate, fields, e);
-    if (outcome == WindowOutcome::stalled) {
-      // The integrator did not move: later windows would be mislabelled.
-      result.notes.push_back(toString(result.sat) + ": propagation failed at the window of toe " +
-                             formatGpsTime(toe) + "; the prediction ends there");
-      break;
-    }
+    WindowOutcome const outcome = fitWindow(path, toe, plan, fields, previous, e);
     if (outcome == WindowOutcome::fitFailed && fitFailures++ == 0) firstFailure = toe;
     if (outcome == WindowOutcome::refused && refusals++ == 0) firstRefusal = toe;
     if (outcome == WindowOutcome::kept) result.predicted.push_back(e);
@@ -586,10 +580,8 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
   double const cpu2 = threadCpuSeconds();
   result.propagateSeconds = cpu2 - cpu1;
 
-  if (o.checkFit && !result.predicted.empty()) {
-    result.maxFitResidual =
-        maxFitResidual(result.predicted, plan, best.model, leap, o.antennaOffset, best.ut1Rate);
-  }
+  if (o.checkFit && !result.predicted.empty())
+    result.maxFitResidual = maxFitResidual(result.predicted, plan, path);
   result.cpuSeconds = threadCpuSeconds() - cpu0;
 }
 

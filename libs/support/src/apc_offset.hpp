@@ -12,6 +12,10 @@ namespace support {
 // icrsToInt0(t, 0, leapSeconds) given: the rotation is most of the cost, and a
 // conversion of states to the Earth-fixed frame has just computed it.
 Vec addApcOffsetInFrame(Vec const& position, AntennaPhase const& antPhase, double t, Mat const& icrsToDate);
+// The same with the Sun of date (m, the Earth-rotating frame of date) given,
+// without allocation.
+void addApcOffsetWithSun(double const (&position)[3], AntennaPhase const& antPhase,
+                         double const (&sunOfDate)[3], double (&out)[3]);
 
 }  // namespace support
 }  // namespace zarn

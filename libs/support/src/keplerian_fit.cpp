@@ -25,7 +25,6 @@ char const kTag[] = "EphemerisConversion";
 
 constexpr unsigned kKeplerSize = bc::kKeplerSize;
 constexpr unsigned kValidationSize = 17;
-constexpr unsigned kEphemerisSize = 16;  // toe, then the kepler vector
 constexpr double kSecondsPerWeek = 604800.0;
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kTwoPi = 2.0 * kPi;
@@ -45,12 +44,25 @@ constexpr double kSeedCus = 6e-6;
 constexpr double kSeedCrc = 250.0;
 
 // Gauss-Newton control.
-constexpr double kDifferenceStep = 1e-6;  // in normalised units
 constexpr int kMaxIterations = 40;
 constexpr double kResidualTolerance = 0.01;  // m, largest residual that ends the iteration
 constexpr double kCostTolerance = 0.001;     // m^2, change of the half squared norm that ends it
 constexpr double kInitialPreviousCost = 100.0;
 constexpr double kAcceptedResidual = 5.0;  // m, largest residual of a usable fit
+// m: a step that moves the fitted positions by less than this RMS ends the
+// iteration; near the solution the next one would be far smaller still.
+constexpr double kStepTolerance = 1e-3;
+// m: after a step this small (RMS) the partials change by well under 1e-6 of
+// themselves, so the next steps keep them and evaluate only the residual.
+constexpr double kChordStep = 10.0;
+// Over a window of a fraction of a revolution of a near-circular orbit the
+// mean motion splits poorly between sqrtA (its radius change taken up by crc
+// and crs) and deltaN, which then leaves its 16-bit field (2^-43 semicircles/s,
+// +-1.17e-8 rad/s). A pseudo-observation holds deltaN near zero: moving it by
+// kDeltaNSigma costs as much as a residual of kDeltaNWeight, so only
+// combinations that the positions do not see are steered.
+constexpr double kDeltaNSigma = 4e-9;  // rad/s
+constexpr double kDeltaNWeight = 0.1;  // m
 // Three position equations per sample against 15 unknowns.
 constexpr unsigned kMinSamples = (kKeplerSize + 2) / 3;
 
@@ -90,14 +102,50 @@ std::string format(Vec const& v) {
   return out.str();
 }
 
+// The position of keplerianEphemerisToEcef (the same steps, Kepler's
+// equation by its fixed passes) for elements k at time t, without the
+// velocity; toe and t on the constellation's scale.
+void modelPosition(bc::KeplerConstants const& c, double toe, double const* k, double t, double (&pos)[3]) {
+  double const a = k[sqrtAIndex] * k[sqrtAIndex], e = k[eIndex];
+  double const tk = t - toe;
+  double const m = k[m0Index] + (std::sqrt(c.gm / (a * a * a)) + k[deltaNIndex]) * tk;
+  double ea = m;
+  for (int pass = 0; pass < bc::kKeplerPasses; ++pass) ea = m + e * std::sin(ea);
+  double const sinE = std::sin(ea), cosE = std::cos(ea);
+  double const phi = std::atan2(std::sqrt(1.0 - e * e) * sinE, cosE - e) + k[omegaIndex];
+  double const s2 = std::sin(2.0 * phi), c2 = std::cos(2.0 * phi);
+  double const u = phi + k[9] * c2 + k[cusIndex] * s2;
+  double const r = a * (1.0 - e * cosE) + k[crcIndex] * c2 + k[12] * s2;
+  double const i = k[i0Index] + k[13] * c2 + k[14] * s2 + k[7] * tk;
+  double const xp = r * std::cos(u), yp = r * std::sin(u);
+  bool const geo = std::fabs(i) <= bc::kGeoInclinationLimit;
+  double const nodeAtToe = k[omega0Index] - c.earthRate * std::fmod(toe, kSecondsPerWeek);
+  double const node = nodeAtToe + (geo ? k[omegaDotIndex] : k[omegaDotIndex] - c.earthRate) * tk;
+  double const cosNode = std::cos(node), sinNode = std::sin(node), cosI = std::cos(i);
+  double const x = xp * cosNode - yp * cosI * sinNode;
+  double const y = xp * sinNode + yp * cosI * cosNode;
+  double const z = yp * std::sin(i);
+  if (!geo) {
+    pos[0] = x;
+    pos[1] = y;
+    pos[2] = z;
+    return;
+  }
+  // Rz(wE tk) Rx(-5 deg) as frame rotations.
+  double const cTilt = std::cos(bc::kBeidouGeoTilt), sTilt = std::sin(bc::kBeidouGeoTilt);
+  double const y1 = cTilt * y + sTilt * z, z1 = -sTilt * y + cTilt * z;
+  double const ce = std::cos(c.earthRate * tk), se = std::sin(c.earthRate * tk);
+  pos[0] = ce * x + se * y1;
+  pos[1] = -se * x + ce * y1;
+  pos[2] = z1;
+}
+
 // Model positions minus the given positions, without allocation once the
 // buffers are sized. Times and toe on the constellation's own scale.
 class Residual {
  public:
   Residual(core::GnssType gnss, Vec const& times, Mat const& states, double toe)
-      : gnss_(gnss), times_(times), states_(states), eph_(kEphemerisSize), pos_(3), vel_(3) {
-    eph_(0) = toe;
-  }
+      : gnss_(gnss), times_(times), states_(states), toe_(toe) {}
 
   int sizeCode(Vec const& kepler) const {
     if (kepler.size() != kKeplerSize) return kKeplerSizeCode;
@@ -108,7 +156,6 @@ class Residual {
 
   // kepler must have 15 elements and f 3N.
   int operator()(Vec const& kepler, Vec& f) {
-    for (unsigned k = 0; k < kKeplerSize; ++k) eph_(k + 1) = kepler(k);
     double const sqrtA = kepler(sqrtAIndex), e = kepler(eIndex);
     bool finite = true;
     for (unsigned k = 0; k < kKeplerSize; ++k) finite = finite && std::isfinite(kepler(k));
@@ -117,10 +164,13 @@ class Residual {
       return kNotEllipseCode;
     }
     bool ok = true;
+    bc::KeplerConstants const& c = gnss_ == core::BEIDOU ? bc::kBeidouKepler : bc::kGpsKepler;
+    double k[kKeplerSize], pos[3];
+    for (unsigned j = 0; j < kKeplerSize; ++j) k[j] = kepler(j);
     for (std::size_t s = 0; s < times_.size(); ++s) {
-      keplerianEphemerisToEcef(gnss_, eph_, times_(s), pos_, vel_);
+      modelPosition(c, toe_, k, times_(s), pos);
       for (unsigned j = 0; j < 3; ++j) {
-        double const d = pos_(j) - states_(j, s);
+        double const d = pos[j] - states_(j, s);
         f(3 * s + j) = d;
         ok = ok && std::isfinite(d);
       }
@@ -128,18 +178,20 @@ class Residual {
     return ok ? kOkCode : kNotFiniteCode;
   }
 
+  Mat const& states() const { return states_; }
+
   void logInputs(Vec const& kepler) const {
     Vec x(kepler.size());
     for (std::size_t k = 0; k < kepler.size() && k < kKeplerSize; ++k) x(k) = kepler(k) / kScale[k];
     log::printFormatted(log::ERROR, kTag, "optfun: gnss %d, toe=%d, kepler=%s, x=%s", static_cast<int>(gnss_),
-                        static_cast<int>(eph_(0)), format(kepler).c_str(), format(x).c_str());
+                        static_cast<int>(toe_), format(kepler).c_str(), format(x).c_str());
   }
 
  private:
   core::GnssType gnss_;
   Vec const& times_;
   Mat const& states_;
-  Vec eph_, pos_, vel_;
+  double toe_;
 };
 
 double largestAbs(Vec const& f) {
@@ -151,28 +203,12 @@ double largestAbs(Vec const& f) {
   return m;
 }
 
-// ---- Forward-difference Jacobian -------------------------------------------
+// ---- Jacobian ---------------------------------------------------------------
 //
-// The columns are (positions(x + 1e-6 scale_k e_k) - positions(x)) / 1e-6 of
-// the broadcast model of keplerianEphemerisToEcef (IS-GPS-200 20.3.3.4.3,
-// BDS-SIS-ICD-B1I 5.2.4.12), evaluated here sample by sample so that each
-// perturbed element recomputes only what depends on it: Kepler's equation for
-// sqrtA, e, M0 and deltaN, the harmonic terms for omega, one angle or the
-// radius for the others. The normal equations are accumulated directly.
-
-// The orbit at one time up to the final rotations.
-struct Orbit {
-  double tk;
-  double nu;       // true anomaly
-  double phi;      // argument of latitude before the corrections
-  double radius0;  // a (1 - e cos E)
-  double cu, su;   // argument of latitude
-  double r;        // corrected radius
-  double ci, si;   // corrected inclination
-  double i;
-  double cn, sn;  // node
-  double c2, s2;  // cos, sin 2 phi
-};
+// Analytic partials of the broadcast model of keplerianEphemerisToEcef
+// (IS-GPS-200 20.3.3.4.3, BDS-SIS-ICD-B1I 5.2.4.12) with respect to the
+// normalised elements, taking Kepler's equation as solved exactly; the normal
+// equations are accumulated directly.
 
 class JacobianModel {
  public:
@@ -183,160 +219,122 @@ class JacobianModel {
         cTilt_(std::cos(bc::kBeidouGeoTilt)),
         sTilt_(std::sin(bc::kBeidouGeoTilt)) {}
 
-  // Position (3) of elements k at time t, and the intermediate orbit. With
-  // `node` given, its node angle is taken while the orbit stays on the same
-  // side of the GEO limit: elements that leave Omega0, OmegaDot and t alone
-  // do not move the node.
-  void full(double const* k, double t, Orbit& o, double* pos, Orbit const* node = nullptr) const {
-    o.tk = t - toe_;
-    double const a = k[0] * k[0];
-    double const n = std::sqrt(c_.gm / (a * a * a)) + k[6];
-    double const m = k[5] + n * o.tk;
-    double ea = m;
-    for (int pass = 0; pass < bc::kKeplerPasses; ++pass) ea = m + k[1] * std::sin(ea);
+  // rows[a][j]: d position_a / d (element j / scale j) at time t, and the
+  // position (Kepler's equation solved to convergence).
+  void partials(double const* k, double t, double (&rows)[3][kKeplerSize], double (&pos)[3]) const {
+    double const tk = t - toe_;
+    double const sqrtA = k[0], a = sqrtA * sqrtA, e = k[1];
+    double const n0 = std::sqrt(c_.gm / (a * a * a));
+    double const m = k[5] + (n0 + k[6]) * tk;
+    // Two Newton steps from M + e sin M reach the model's anomaly to 1e-15 for e < 0.1.
+    double ea = m + e * std::sin(m);
+    for (int pass = 0; pass < 2; ++pass) ea -= (ea - e * std::sin(ea) - m) / (1.0 - e * std::cos(ea));
     double const sinE = std::sin(ea), cosE = std::cos(ea);
-    o.nu = std::atan2(std::sqrt(1.0 - k[1] * k[1]) * sinE, cosE - k[1]);
-    o.radius0 = a * (1.0 - k[1] * cosE);
-    harmonics(k, o, node);
-    position(k, o, pos);
-  }
+    double const q = 1.0 - e * cosE, root = std::sqrt(1.0 - e * e);
+    double const nu = std::atan2(root * sinE, cosE - e);
+    double const radius0 = a * q;
+    // Kepler's equation E - e sin E = M: dE/dM = 1/q, dE/de = sin E / q.
+    double const nuM = root / (q * q);                              // d nu / dM
+    double const nuE = sinE * (1.0 / (root * q) + root / (q * q));  // d nu / de at fixed M
+    double const r0M = a * e * sinE / q;                            // d radius0 / dM
+    double const r0e = a * (-cosE + e * sinE * sinE / q);           // d radius0 / de at fixed M
+    double const r0a = q;                                           // d radius0 / da
 
-  // From the argument of perigee on.
-  void harmonics(double const* k, Orbit& o, Orbit const* same = nullptr) const {
-    o.phi = o.nu + k[4];
-    o.s2 = std::sin(2.0 * o.phi);
-    o.c2 = std::cos(2.0 * o.phi);
-    argument(k, o);
-    radius(k, o);
-    inclination(k, o);
-    nodeUnlessSame(k, o, same);
-  }
+    double const phi = nu + k[4];
+    double const s2 = std::sin(2.0 * phi), c2 = std::cos(2.0 * phi);
+    double const u = phi + k[9] * c2 + k[10] * s2;
+    double const r = radius0 + k[11] * c2 + k[12] * s2;
+    double const inc = k[2] + k[13] * c2 + k[14] * s2 + k[7] * tk;
+    double const uPhi = 1.0 + 2.0 * (k[10] * c2 - k[9] * s2);
+    double const rPhi = 2.0 * (k[12] * c2 - k[11] * s2);
+    double const iPhi = 2.0 * (k[14] * c2 - k[13] * s2);
+    bool const geo = std::fabs(inc) <= bc::kGeoInclinationLimit;
+    double const node = k[3] - c_.earthRate * toeOfWeek_ + (geo ? k[8] : k[8] - c_.earthRate) * tk;
 
-  void nodeUnlessSame(double const* k, Orbit& o, Orbit const* same) const {
-    if (same != nullptr && geo(o) == geo(*same)) {
-      o.cn = same->cn;
-      o.sn = same->sn;
-      return;
-    }
-    node(k, o);
-  }
+    double const cu = std::cos(u), su = std::sin(u), ci = std::cos(inc), si = std::sin(inc);
+    double const cn = std::cos(node), sn = std::sin(node);
+    double const xp = r * cu, yp = r * su;
+    double const x = xp * cn - yp * ci * sn, y = xp * sn + yp * ci * cn, z = yp * si;
+    // Position partials by radius, argument of latitude, inclination and node.
+    double const dr[3] = {cu * cn - su * ci * sn, cu * sn + su * ci * cn, su * si};
+    double const du[3] = {r * (-su * cn - cu * ci * sn), r * (-su * sn + cu * ci * cn), r * cu * si};
+    double const di[3] = {yp * si * sn, -yp * si * cn, yp * ci};
+    double const dn[3] = {-y, x, 0.0};
 
-  void argument(double const* k, Orbit& o) const {
-    double const u = o.phi + k[9] * o.c2 + k[10] * o.s2;
-    o.cu = std::cos(u);
-    o.su = std::sin(u);
-  }
-
-  void radius(double const* k, Orbit& o) const { o.r = o.radius0 + k[11] * o.c2 + k[12] * o.s2; }
-
-  void inclination(double const* k, Orbit& o) const {
-    o.i = k[2] + k[13] * o.c2 + k[14] * o.s2 + k[7] * o.tk;
-    o.ci = std::cos(o.i);
-    o.si = std::sin(o.i);
-  }
-
-  void node(double const* k, Orbit& o) const {
-    double const atToe = k[3] - c_.earthRate * toeOfWeek_;
-    double const rate = geo(o) ? k[8] : k[8] - c_.earthRate;
-    double const value = atToe + rate * o.tk;
-    o.cn = std::cos(value);
-    o.sn = std::sin(value);
-  }
-
-  void position(double const* /*k*/, Orbit const& o, double* pos) const {
-    double const xp = o.r * o.cu, yp = o.r * o.su;
-    double const x = xp * o.cn - yp * o.ci * o.sn;
-    double const y = xp * o.sn + yp * o.ci * o.cn;
-    double const z = yp * o.si;
-    if (!geo(o)) {
-      pos[0] = x;
-      pos[1] = y;
-      pos[2] = z;
-      return;
-    }
-    // Rz(wE tk) Rx(-5 deg) as frame rotations.
-    double const y1 = cTilt_ * y + sTilt_ * z, z1 = -sTilt_ * y + cTilt_ * z;
-    double const ce = std::cos(c_.earthRate * o.tk), se = std::sin(c_.earthRate * o.tk);
+    // Each element as a change of (radius, argument, inclination, node).
+    auto through = [&](unsigned j, double gr, double gu, double gi, double gn) {
+      double const s = kScale[j];
+      for (unsigned c = 0; c < 3; ++c) rows[c][j] = s * (gr * dr[c] + gu * du[c] + gi * di[c] + gn * dn[c]);
+    };
+    // A change of the argument of perigee phi moves all three harmonic sets.
+    auto viaPhi = [&](unsigned j, double dPhi, double dRadius) {
+      through(j, dRadius + rPhi * dPhi, uPhi * dPhi, iPhi * dPhi, 0.0);
+    };
+    double const dMdSqrtA = -3.0 * n0 / sqrtA * tk;
+    viaPhi(sqrtAIndex, nuM * dMdSqrtA, r0a * 2.0 * sqrtA + r0M * dMdSqrtA);
+    viaPhi(eIndex, nuE, r0e);
+    through(i0Index, 0.0, 0.0, 1.0, 0.0);
+    through(omega0Index, 0.0, 0.0, 0.0, 1.0);
+    viaPhi(omegaIndex, 1.0, 0.0);
+    viaPhi(m0Index, nuM, r0M);
+    viaPhi(deltaNIndex, nuM * tk, r0M * tk);
+    through(7, 0.0, 0.0, tk, 0.0);
+    through(omegaDotIndex, 0.0, 0.0, 0.0, tk);
+    through(9, 0.0, c2, 0.0, 0.0);
+    through(cusIndex, 0.0, s2, 0.0, 0.0);
+    through(crcIndex, c2, 0.0, 0.0, 0.0);
+    through(12, s2, 0.0, 0.0, 0.0);
+    through(13, 0.0, 0.0, c2, 0.0);
+    through(14, 0.0, 0.0, s2, 0.0);
+    pos[0] = x;
+    pos[1] = y;
+    pos[2] = z;
+    if (!geo) return;
+    // Rz(wE tk) Rx(-5 deg) as frame rotations, the same for every column.
+    double const ce = std::cos(c_.earthRate * tk), se = std::sin(c_.earthRate * tk);
+    double const y1 = cTilt_ * y + sTilt_ * z;
     pos[0] = ce * x + se * y1;
     pos[1] = -se * x + ce * y1;
-    pos[2] = z1;
+    pos[2] = -sTilt_ * y + cTilt_ * z;
+    for (unsigned j = 0; j < kKeplerSize; ++j) {
+      double const px = rows[0][j], py = rows[1][j], pz = rows[2][j];
+      double const y1 = cTilt_ * py + sTilt_ * pz, z1 = -sTilt_ * py + cTilt_ * pz;
+      rows[0][j] = ce * px + se * y1;
+      rows[1][j] = -se * px + ce * y1;
+      rows[2][j] = z1;
+    }
   }
 
  private:
-  static bool geo(Orbit const& o) { return std::fabs(o.i) <= bc::kGeoInclinationLimit; }
-
   bc::KeplerConstants c_;
   double toe_, toeOfWeek_, cTilt_, sTilt_;
 };
 
-// Accumulates J^T J and -J^T f over the samples; f is the current residual.
-// Returns 0 or the optfun code of a perturbed evaluation that failed.
-int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, double toe, Vec const& f,
-                      Mat& normal, Vec& rhs) {
-  double k[kKeplerSize], step[kKeplerSize];
-  for (unsigned j = 0; j < kKeplerSize; ++j) {
-    k[j] = kepler(j);
-    step[j] = kDifferenceStep * kScale[j];
-  }
-  double const e = k[eIndex] + step[eIndex];
-  if (!(std::fabs(e) < 1.0) || !(k[sqrtAIndex] + step[sqrtAIndex] > 0.0)) return kNotEllipseCode;
+// The Jacobian J (3N x 15) of the positions by the normalised elements and
+// J^T J; with `states` (3 x N) also f, the model positions minus them. Returns
+// 0, or the optfun code of elements that are no ellipse or give partials that
+// are not finite.
+int keplerfitJacobian(core::GnssType gnss, Vec const& kepler, Vec const& times, double toe, Mat& jacobian,
+                      Mat& normal, Mat const* states = nullptr, Vec* f = nullptr) {
+  double k[kKeplerSize];
+  for (unsigned j = 0; j < kKeplerSize; ++j) k[j] = kepler(j);
+  if (!(std::fabs(k[eIndex]) < 1.0) || !(k[sqrtAIndex] > 0.0)) return kNotEllipseCode;
 
   JacobianModel const model(gnss, toe);
   normal.clear();
-  rhs.clear();
-  double rows[3][kKeplerSize];
-  double base[3], moved[3];
-  Orbit o, p;
+  double rows[3][kKeplerSize], pos[3];
   bool finite = true;
   for (std::size_t s = 0; s < times.size(); ++s) {
-    model.full(k, times(s), o, base);
-    for (unsigned j = 0; j < kKeplerSize; ++j) {
-      double const saved = k[j];
-      k[j] = saved + step[j];
-      p = o;
-      switch (j) {
-        case 0:  // sqrtA, e, M0, deltaN: Kepler's equation again
-        case 1:
-        case 5:
-        case 6:
-          model.full(k, times(s), p, moved, &o);
-          break;
-        case 4:  // omega
-          model.harmonics(k, p, &o);
-          model.position(k, p, moved);
-          break;
-        case 9:  // cuc, cus
-        case 10:
-          model.argument(k, p);
-          model.position(k, p, moved);
-          break;
-        case 11:  // crc, crs
-        case 12:
-          model.radius(k, p);
-          model.position(k, p, moved);
-          break;
-        case 2:  // i0, iDot, cic, cis
-        case 7:
-        case 13:
-        case 14:
-          model.inclination(k, p);
-          model.nodeUnlessSame(k, p, &o);  // the GEO test follows the inclination
-          model.position(k, p, moved);
-          break;
-        default:  // Omega0, OmegaDot
-          model.node(k, p);
-          model.position(k, p, moved);
-          break;
-      }
-      k[j] = saved;
-      for (unsigned a = 0; a < 3; ++a) rows[a][j] = (moved[a] - base[a]) / kDifferenceStep;
-    }
+    model.partials(k, times(s), rows, pos);
     for (unsigned a = 0; a < 3; ++a) {
-      double const fa = f(3 * s + a);
+      if (states != nullptr) {
+        (*f)(3 * s + a) = pos[a] - (*states)(a, s);
+        finite = finite && std::isfinite((*f)(3 * s + a));
+      }
       for (unsigned i = 0; i < kKeplerSize; ++i) {
         double const ri = rows[a][i];
         finite = finite && std::isfinite(ri);
-        rhs(i) -= ri * fa;
+        jacobian(3 * s + a, i) = ri;
         for (unsigned j = 0; j <= i; ++j) normal(i, j) += ri * rows[a][j];
       }
     }
@@ -355,7 +353,7 @@ struct Solve {
 // Gauss-Newton on the normalised elements.
 Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, double toe, Vec& kepler) {
   Vec f(3 * times.size()), dx(kKeplerSize), rhs(kKeplerSize);
-  Mat normal(kKeplerSize, kKeplerSize);
+  Mat normal(kKeplerSize, kKeplerSize), jacobian(3 * times.size(), kKeplerSize);
 
   auto evaluate = [&]() {
     int const code = residual(kepler, f);
@@ -365,19 +363,45 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
                           code);
     }
   };
-  evaluate();
+  double const priorScale = kScale[deltaNIndex] / kDeltaNSigma;
+  double const priorWeight = kDeltaNWeight * kDeltaNWeight * priorScale * priorScale;
+  // The first residual comes with the first partials; the later ones, which
+  // judge the fit, from the model itself.
+  bool fresh =
+      keplerfitJacobian(gnss, kepler, times, toe, jacobian, normal, &residual.states(), &f) == kOkCode;
+  if (fresh) {
+    normal(deltaNIndex, deltaNIndex) += priorWeight;
+  } else {
+    evaluate();
+  }
   double cost = 0.5 * inner_prod(f, f);
   double previousCost = kInitialPreviousCost;
   int iterations = 0;
+  bool converged = false, chord = false;
   // A NaN cost fails the last test and ends the loop.
-  while (largestAbs(f) > kResidualTolerance && iterations < kMaxIterations &&
+  while (!converged && largestAbs(f) > kResidualTolerance && iterations < kMaxIterations &&
          std::fabs(previousCost - cost) > kCostTolerance) {
-    int const code = keplerfitJacobian(gnss, kepler, times, toe, f, normal, rhs);
-    if (code != kOkCode) {
-      residual.logInputs(kepler);
-      log::printFormatted(log::ERROR, kTag, "keplerfitJacobian: optfun returns error %d", code);
+    if (!chord && !fresh) {
+      int const code = keplerfitJacobian(gnss, kepler, times, toe, jacobian, normal);
+      if (code != kOkCode) {
+        residual.logInputs(kepler);
+        log::printFormatted(log::ERROR, kTag, "keplerfitJacobian: optfun returns error %d", code);
+      }
+      normal(deltaNIndex, deltaNIndex) += priorWeight;
     }
+    fresh = false;
+    noalias(rhs) = -prod(trans(jacobian), f);
+    rhs(deltaNIndex) -= priorWeight * kepler(deltaNIndex) / kScale[deltaNIndex];
     mldivide(normal, rhs, dx);
+    double moved = 0.0;  // |J dx|^2 without the pseudo-observation
+    for (unsigned i = 0; i < kKeplerSize; ++i) {
+      double row = 0.0;
+      for (unsigned j = 0; j < kKeplerSize; ++j) row += normal(i, j) * dx(j);
+      moved += dx(i) * row;
+    }
+    moved -= priorWeight * dx(deltaNIndex) * dx(deltaNIndex);
+    converged = !(moved > kStepTolerance * kStepTolerance * static_cast<double>(f.size()));
+    chord = !(moved > kChordStep * kChordStep * static_cast<double>(f.size()));
     for (unsigned k = 0; k < kKeplerSize; ++k) kepler(k) += dx(k) * kScale[k];
     evaluate();
     previousCost = cost;
@@ -385,7 +409,7 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
     ++iterations;
   }
   double const largest = largestAbs(f);
-  if (iterations >= kMaxIterations) return Solve{-kMaxIterations, largest};
+  if (iterations >= kMaxIterations && !converged) return Solve{-kMaxIterations, largest};
   if (largest > kAcceptedResidual) return Solve{-iterations, largest};
   return Solve{iterations, largest};
 }
@@ -425,6 +449,36 @@ void seedElements(core::GnssType gnss, Vec const& r, Vec const& vEcef, double tm
   kepler(crcIndex) = kSeedCrc;
 }
 
+// The elements of `start` (17, toe in elements 15 and 16) moved to toe, on
+// the constellation's scale: the same orbit, M0, i0 and Omega0 advanced by
+// their rates. False for a start that is no usable ellipse or one of the GEO
+// model, whose frame turns with toe.
+bool carriedElements(core::GnssType gnss, Vec const& start, double toe, Vec& kepler) {
+  if (start.size() != kValidationSize) return false;
+  for (double v : start) {
+    if (!std::isfinite(v)) return false;
+  }
+  if (!(start(sqrtAIndex) > 0.0) || !(start(eIndex) >= 0.0 && start(eIndex) < 1.0)) return false;
+  if (gnss == core::BEIDOU && std::fabs(start(i0Index)) <= bc::kGeoInclinationLimit) return false;
+  double const toeGps = gnss == core::BEIDOU ? beidouSecsToGpsSecs(toe) : toe;
+  double const dt = toeGps - (start(16) * kSecondsPerWeek + start(15));
+  if (!(std::fabs(dt) <= kSecondsPerWeek)) return false;
+  double const earlierToe = toe - dt;  // on the constellation's scale
+  double const a = start(sqrtAIndex) * start(sqrtAIndex);
+  double const gm = gnss == core::BEIDOU ? bc::kBeidouKepler.gm : bc::kGpsKepler.gm;
+  double const n = std::sqrt(gm / (a * a * a)) + start(deltaNIndex);
+  kepler.resize(kKeplerSize, false);
+  for (unsigned k = 0; k < kKeplerSize; ++k) kepler(k) = start(k);
+  kepler(m0Index) = wrap(start(m0Index) + n * dt);
+  kepler(i0Index) = start(i0Index) + start(7) * dt;
+  // The node of date, Omega0 - wE toe-of-week + (OmegaDot - wE) tk, unchanged.
+  kepler(omega0Index) =
+      wrap(start(omega0Index) +
+           kSeed.earthRate * (std::fmod(toe, kSecondsPerWeek) - std::fmod(earlierToe, kSecondsPerWeek)) +
+           (start(omegaDotIndex) - kSeed.earthRate) * dt);
+  return true;
+}
+
 std::uint32_t nonNegative(double value) {
   if (!(value >= 0.0)) return 0;
   if (value >= 4294967295.0) return 4294967295u;
@@ -461,6 +515,11 @@ int optfun(core::GnssType gnss, Vec const& kepler, Vec const& times, Mat const& 
 
 bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const& vSat, Vec const& tSat,
                                 Vec& kepler) {
+  return satelliteStatesToKeplerian(gnss, rSat, vSat, tSat, Vec(), kepler);
+}
+
+bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const& vSat, Vec const& tSat,
+                                Vec const& start, Vec& kepler) {
   std::size_t const n = tSat.size();
   if (rSat.size1() != 3 || rSat.size2() != n) {
     ZARN_THROW(std::invalid_argument("satelliteStatesToGpsEphemeris: invalid size rSat"));
@@ -487,11 +546,20 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
   double const toe = std::floor(times(mid) / step + 0.5) * step;
 
   Vec const rMid = column(rSat, mid), vMid = column(vSat, mid);
-  seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
+  bool carried = n >= kMinSamples && carriedElements(gnss, start, toe, kepler);
+  if (!carried) seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
   Solve solve{0, std::numeric_limits<double>::infinity()};
   if (n >= kMinSamples) {
     Residual residual(gnss, times, rSat, toe);
     solve = gaussNewton(gnss, residual, times, toe, kepler);
+    if (carried && !(solve.largest <= kAcceptedResidual)) {
+      log::printFormatted(log::ERROR, kTag,
+                          "satelliteStatesToKeplerian: no fit from the given start (largest residual %g m); "
+                          "starting from the middle state",
+                          solve.largest);
+      seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
+      solve = gaussNewton(gnss, residual, times, toe, kepler);
+    }
   } else {
     log::printFormatted(log::ERROR, kTag,
                         "satelliteStatesToKeplerian: %d samples cannot determine %u elements",

@@ -59,12 +59,11 @@ void attraction(double gm, double const body[3], double const r[3], ThirdBody& t
   term.gradScale = -gm * dInv3;
 }
 
-}  // namespace
+double centuries(double t) {
+  return ((t + kGpsToTt) / kSecondsPerDay + kJdGpsOrigin - kMjdOffset - kMjdJ2000) / kDaysPerCentury;
+}
 
-void sunMoonJ2000(double t, double moon[3], double sun[3]) {
-  double const T =
-      ((t + kGpsToTt) / kSecondsPerDay + kJdGpsOrigin - kMjdOffset - kMjdJ2000) / kDaysPerCentury;
-
+void sunAt(double T, double sun[3]) {
   // Sun: mean anomaly, ecliptic longitude (J2000 equinox), distance. The
   // perihelion is held fixed, so the longitude drifts from J2000 by the
   // perihelion's own motion, about 12 arcsec a year (0.12 deg by 2035).
@@ -77,6 +76,17 @@ void sunMoonJ2000(double t, double moon[3], double sun[3]) {
   sun[0] = rSun * sl.c;
   sun[1] = rSun * sl.s * kCosObliquity;
   sun[2] = rSun * sl.s * kSinObliquity;
+}
+
+}  // namespace
+
+void sunJ2000(double t, double sun[3]) {
+  sunAt(centuries(t), sun);
+}
+
+void sunMoonJ2000(double t, double moon[3], double sun[3]) {
+  double const T = centuries(t);
+  sunAt(T, sun);
 
   // Moon: mean longitude (precession removed), anomalies of Moon and Sun,
   // elongation, argument of latitude.

@@ -10,6 +10,8 @@ namespace forces {
 // J2000, from the low-precision series of Montenbruck & Gill, Satellite
 // Orbits (2000), 3.3.2.
 void sunMoonJ2000(double t, double moon[3], double sun[3]);
+// The Sun alone, as sunMoonJ2000 gives it.
+void sunJ2000(double t, double sun[3]);
 
 // The same bodies turned into the Earth-rotating true-of-date frame of t by
 // icrsToInt0(t, 0, leapSeconds).

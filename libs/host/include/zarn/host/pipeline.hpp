@@ -12,11 +12,9 @@
 // BeiDou. Predicted reference times run from the first grid hour at or after
 // the fit end to `days` days after it.
 //
-// Windows. propagateSatellite fills a window from the steps that it makes,
-// so consecutive windows may overlap only if they come from different
-// integrators: the estimated state is copied into as many force models as a
-// window is longer than the spacing of reference times, and the windows are
-// dealt out to them in turn.
+// Windows. The estimated state is propagated once over the whole prediction
+// and turned into Earth-fixed antenna positions; each window (they overlap)
+// takes its states from that one trajectory.
 #ifndef ZARN_HOST_PIPELINE_HPP
 #define ZARN_HOST_PIPELINE_HPP
 
