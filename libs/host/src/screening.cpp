@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "zarn/core/records.hpp"
+#include "zarn/host/glonass_pipeline.hpp"
 
 namespace zarn {
 namespace host {
@@ -55,6 +56,11 @@ bool sameContent(Ephemeris const& a, Ephemeris const& b) {
 double separation(Ephemeris const& a, Ephemeris const& b) {
   double const tm = 0.5 * (a.toe + b.toe);
   support::Vec pa(3), va(3), pb(3), vb(3);
+  if (a.sat.system == 'R') {
+    glonassBroadcastState(a.glonass, tm, pa, va);
+    glonassBroadcastState(b.glonass, tm, pb, vb);
+    return support::distance(pa, pb);
+  }
   ephemerisState(a, tm, pa, va);
   ephemerisState(b, tm, pb, vb);
   return support::distance(pa, pb);
