@@ -37,7 +37,8 @@ constexpr unsigned kCacheCapacity = 49;
 
 // Right-hand side of the broadcast equations of motion (GLONASS ICD A.3.1.2)
 // in the rotating PZ-90 frame: state (r, v) in m and m/s, constant luni-solar
-// acceleration `lunisolar`; the same order of operations as the library's.
+// acceleration `lunisolar`. One square root and one division: those set the
+// cost.
 void broadcastMotion(double const* x, double const* lunisolar, double* dx) {
   namespace bc = support::broadcast;
   constexpr double kOblateness =  // 3/2 J2 mu ae^2, m^5/s^2
@@ -45,9 +46,9 @@ void broadcastMotion(double const* x, double const* lunisolar, double* dx) {
   constexpr double kRate2 = bc::kGlonassEarthRate * bc::kGlonassEarthRate;  // rad^2/s^2
   constexpr double kCoriolis = 2.0 * bc::kGlonassEarthRate;                 // rad/s
   double const r2 = x[0] * x[0] + x[1] * x[1] + x[2] * x[2];
-  double const r3 = r2 * std::sqrt(r2);
-  double const central = bc::kGlonassGm / r3, oblate = kOblateness / (r3 * r2);
-  double const z2 = 5.0 * x[2] * x[2] / r2;
+  double const inverse2 = 1.0 / r2, inverse3 = inverse2 / std::sqrt(r2);
+  double const central = bc::kGlonassGm * inverse3, oblate = kOblateness * inverse3 * inverse2;
+  double const z2 = 5.0 * x[2] * x[2] * inverse2;
   std::copy(x + 3, x + 6, dx);
   double const equatorial[2] = {kCoriolis * x[4], -kCoriolis * x[3]};
   for (int k = 0; k < 2; ++k) {
