@@ -39,7 +39,7 @@ SatellitePrediction predictGlonassFromSp3(Sp3Orbit const& orbit, SatelliteId con
 // classical Runge-Kutta in equal steps of at most maxStep. Over a record's
 // trusted quarter hour the 30 s default stays within 0.1 mm of the receivers'
 // one-second integration (glonassEphemerisToEcef) at a thirtieth of its
-// cost; maxStep 1 reproduces that integration at whole-second offsets.
+// cost; maxStep 1 reproduces that integration to rounding.
 void glonassBroadcastState(core::GlonassEphemeris const& eph, double t, support::Vec& position,
                            support::Vec& velocity, double maxStep = 30.0);
 
