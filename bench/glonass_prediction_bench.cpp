@@ -1,13 +1,19 @@
 // One GLONASS satellite predicted seven days ahead from a broadcast state:
 // the start from one and from two broadcast states, the Gauss-Jackson
 // propagation with a GLONASS ephemeris every 30 minutes, and the whole chain
-// (compare BM_Satellite7DaysEndToEnd for a GPS satellite).
+// (compare BM_Satellite7DaysEndToEnd for a GPS satellite); the pipeline's
+// broadcast states and screening of a day of records.
 #include <benchmark/benchmark.h>
 
 #include <exception>
 #include <string>
+#include <vector>
 
+#include "zarn/host/ephemeris.hpp"
+#include "zarn/host/glonass_pipeline.hpp"
+#include "zarn/host/gnss_time.hpp"
 #include "zarn/host/rinex_nav.hpp"
+#include "zarn/host/screening.hpp"
 
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
@@ -134,5 +140,43 @@ void BM_GlonassSatellite7DaysEndToEnd(benchmark::State& state) {
   state.counters["ephemerides"] = good;
 }
 BENCHMARK(BM_GlonassSatellite7DaysEndToEnd)->Arg(8)->Arg(16)->Unit(benchmark::kMillisecond);
+
+// The broadcast state a quarter of an hour before the record's time, as the
+// pipeline samples it: argument 1 the receivers' one-second integration
+// (glonassEphemerisToEcef), 0 the pipeline's own (glonassBroadcastState).
+void BM_GlonassBroadcastStateQuarterHour(benchmark::State& state) {
+  Setup const s;
+  if (!s.found) return state.SkipWithError("brdc2510.16g not found");
+  std::vector<zs::LeapInfo> const leaps = zh::leapSecondTable();
+  double const t = s.t - 900.0;
+  Vec p(3), v(3);
+  for (auto _ : state) {
+    if (state.range(0) != 0) {
+      zs::glonassEphemerisToEcef(s.e, t, p, v, leaps);
+    } else {
+      zh::glonassBroadcastState(s.e, t, p, v);
+    }
+    benchmark::DoNotOptimize(p);
+  }
+}
+BENCHMARK(BM_GlonassBroadcastStateQuarterHour)->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
+
+// Screening of R01's day of records (48), which compares neighbours.
+void BM_GlonassScreeningOneDay(benchmark::State& state) {
+  std::vector<zh::Ephemeris> records;
+  try {
+    records = zh::collectEphemerides({zh::readRinexNav(std::string(ZARN_SHARED_DIR) +
+                                                       "/data/2016-251_252_smartloc/brdc2510.16g")})
+                  .at({'R', 1});
+  } catch (std::exception const&) {
+    return state.SkipWithError("brdc2510.16g not found");
+  }
+  zh::ScreeningOptions const options = zh::screeningOptionsFor('R');
+  std::size_t kept = 0;
+  for (auto _ : state) kept = zh::screenEphemerides(records, options).kept.size();
+  state.counters["records"] = static_cast<double>(records.size());
+  state.counters["kept"] = static_cast<double>(kept);
+}
+BENCHMARK(BM_GlonassScreeningOneDay)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -20,6 +20,8 @@
 #include "zarn/host/rinex_nav.hpp"
 #include "zarn/host/screening.hpp"
 #include "zarn/host/sp3.hpp"
+#include "zarn/support/ephemeris_conversion.hpp"
+#include "zarn/support/utility.hpp"
 
 namespace zh = zarn::host;
 namespace zc = zarn::core;
@@ -172,6 +174,36 @@ TEST(GlonassPipeline, SlotsFollowTheUtcQuarterPastAndQuarterToGrid) {
     EXPECT_EQ(std::make_tuple(slots.front(), slots.size()), std::make_tuple(first, count)) << end;
     for (double t : slots) EXPECT_EQ(std::fmod(t - leap, 1800.0), 900.0);
   }
+}
+
+// The pipeline's broadcast states against the receivers' one-second
+// integration, record by record, over the span each record is trusted for.
+TEST(GlonassPipeline, BroadcastStatesMatchTheOneSecondIntegration) {
+  ZARN_SHARED_FILE_OR_SKIP(nav, kDay251);
+  std::vector<zarn::support::LeapInfo> const leaps = zh::leapSecondTable();
+  double const offsets[] = {-960.0, -900.0, -451.0, -17.0, 0.0, 1.0, 450.0, 900.0, 960.0};
+  // Largest step, position and velocity tolerance (m, m/s): the receivers'
+  // step, the pipeline's for samples and its step for comparing neighbours.
+  std::tuple<double, double, double> const steps[] = {
+      {1.0, 1e-6, 1e-9}, {30.0, 1e-4, 1e-7}, {60.0, 1e-3, 1e-6}};
+  std::size_t compared = 0;
+  for (auto const& entry : zh::collectEphemerides({zh::readRinexNav(nav)})) {
+    if (entry.first.system != 'R') continue;
+    for (std::size_t i = 0; i < entry.second.size(); i += 7) {
+      zh::Ephemeris const& e = entry.second[i];
+      for (double dt : offsets) {
+        zarn::support::Vec p(3), v(3), q(3), w(3);
+        zarn::support::glonassEphemerisToEcef(e.glonass, e.toe + dt, p, v, leaps);
+        for (auto const& [step, positionTolerance, velocityTolerance] : steps) {
+          zh::glonassBroadcastState(e.glonass, e.toe + dt, q, w, step);
+          EXPECT_LT(zarn::support::distance(p, q), positionTolerance) << e.origin << " " << dt << " " << step;
+          EXPECT_LT(zarn::support::distance(v, w), velocityTolerance) << e.origin << " " << dt << " " << step;
+          ++compared;
+        }
+      }
+    }
+  }
+  EXPECT_GT(compared, 2000u);
 }
 
 TEST(GlonassPipeline, PreciseOrbitPredictionCarriesTheSp3ClockAsTauN) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/test_support.hpp"
+#include "zarn/host/ephemeris.hpp"
 #include "zarn/host/gnss_time.hpp"
 #include "zarn/host/rinex_nav.hpp"
 #include "zarn/host/sp3.hpp"
@@ -372,6 +373,49 @@ TEST(PropagateSatelliteGlonass, FollowsTheReferenceIntegrationAndRefusesBadSpans
   EXPECT_NE(log.find("ERROR/Prediction: initGlonassEphemeris: ephemeris parameters validation failed"),
             std::string::npos);
   EXPECT_EQ(e, before);
+}
+
+// The record against its definition composed of the public conversions
+// (toEcef, wgs84ToPz902, addApcOffset, sunMoonAcceleration, ICD rounding),
+// with and without a UT1 - UTC in the frame and across a leap second.
+TEST(InitGlonassEphemeris, EqualsTheComposedConversions) {
+  double tRef = 0;
+  ASSERT_TRUE(zh::parseGpsTime("2016-12-31T12:00:00", tRef));  // 12 h before a leap second
+  std::vector<zs::LeapInfo> const leaps = zh::leapSecondTable();
+  zs::Eop const pole{1.0e-6, 1.8e-6};  // rad
+  Vec r(3), v(3);
+  r(0) = 1.2e7, r(1) = -1.5e7, r(2) = 1.6e7;  // m, Int0
+  v(0) = 2.5e3, v(1) = 2.0e3, v(2) = -0.6e3;  // m/s
+  auto const rounded = [](double x) { return x < 0.0 ? std::ceil(x - 0.5) : std::floor(x + 0.5); };
+  for (double ut1 : {0.0, 0.35}) {
+    for (double dt : {0.0, 3600.0, 86400.0, 6.5 * 86400.0}) {
+      zs::ForceModel model;
+      model.setLeapInfo(leaps);
+      model.setAssistanceData(zs::AssistanceDataFile::defaultAssistance(zc::GLONASS, 5));
+      model.setInertialFrameInfo(zs::makeInertialFrameInfo(tRef, ut1, zs::leapSeconds(tRef, true, leaps)));
+      model.setEopInfo(zs::makeEopInfo(pole));
+      double const t = tRef + dt;
+      int const ls = zs::leapSeconds(t, true, leaps);
+      Vec p(3), w(3), a(3, 0.0);
+      zs::toEcef(r, v, t, tRef, pole, ut1, ls, p, w);
+      p = zs::addApcOffset(zs::wgs84ToPz902(p), model.getAssistanceData().antPhase, t, ls);
+      zs::ForceModel::sunMoonAcceleration(t, ls, p, a);
+      zc::GlonassEphemeris e;
+      ASSERT_TRUE(zs::initGlonassEphemeris(model, t, r, v, e)) << ut1 << " " << dt;
+      int32_t const pos[3] = {e.x, e.y, e.z}, vel[3] = {e.vx, e.vy, e.vz};
+      for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(pos[i], rounded(p(i) / positionUnit)) << ut1 << " " << dt << " " << i;
+        EXPECT_EQ(vel[i], rounded(w(i) / velocityUnit)) << ut1 << " " << dt << " " << i;
+      }
+      int8_t const acc[3] = {e.ax, e.ay, e.az};
+      for (int i = 0; i < 3; ++i) {
+        double const word = rounded(a(i) / 9.313225746154785e-7);  // 2^-30 km/s^2 in m/s^2
+        EXPECT_EQ(acc[i], static_cast<int8_t>(static_cast<uint8_t>(
+                              static_cast<uint32_t>(static_cast<int32_t>(word)) & 0xFFu)));
+      }
+      EXPECT_EQ(e.time, zs::gpsToGlonass(zs::gpsSecsToGps(t), leaps));
+    }
+  }
 }
 
 // Every broken precondition of the GLONASS code ends the process with its

@@ -35,6 +35,28 @@ constexpr double kBroadcastStartStep = 900.0;
 // History kept for the broadcast start: a day of states thinned to one per slot.
 constexpr unsigned kCacheCapacity = 49;
 
+// Right-hand side of the broadcast equations of motion (GLONASS ICD A.3.1.2)
+// in the rotating PZ-90 frame: state (r, v) in m and m/s, constant luni-solar
+// acceleration `lunisolar`. One square root and one division: those set the
+// cost.
+void broadcastMotion(double const* x, double const* lunisolar, double* dx) {
+  namespace bc = support::broadcast;
+  constexpr double kOblateness =  // 3/2 J2 mu ae^2, m^5/s^2
+      1.5 * bc::kGlonassJ2 * bc::kGlonassGm * (bc::kGlonassEarthRadius * bc::kGlonassEarthRadius);
+  constexpr double kRate2 = bc::kGlonassEarthRate * bc::kGlonassEarthRate;  // rad^2/s^2
+  constexpr double kCoriolis = 2.0 * bc::kGlonassEarthRate;                 // rad/s
+  double const r2 = x[0] * x[0] + x[1] * x[1] + x[2] * x[2];
+  double const inverse2 = 1.0 / r2, inverse3 = inverse2 / std::sqrt(r2);
+  double const central = bc::kGlonassGm * inverse3, oblate = kOblateness * inverse3 * inverse2;
+  double const z2 = 5.0 * x[2] * x[2] * inverse2;
+  std::copy(x + 3, x + 6, dx);
+  double const equatorial[2] = {kCoriolis * x[4], -kCoriolis * x[3]};
+  for (int k = 0; k < 2; ++k) {
+    dx[3 + k] = -central * x[k] - oblate * x[k] * (1.0 - z2) + kRate2 * x[k] + equatorial[k] + lunisolar[k];
+  }
+  dx[5] = -central * x[2] - oblate * x[2] * (3.0 - z2) + lunisolar[2];
+}
+
 double threadCpuSeconds() {
   timespec ts{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
@@ -267,6 +289,41 @@ std::string checkOptions(PipelineOptions const& o) {
 
 }  // namespace
 
+void glonassBroadcastState(core::GlonassEphemeris const& eph, double t, Vec& position, Vec& velocity,
+                           double maxStep) {
+  namespace bc = support::broadcast;
+  constexpr double kMetresPerKilometre = 1000.0;  // the GLONASS LSBs are in km
+  static std::vector<support::LeapInfo> const leaps = leapSecondTable();
+  double const span = t - support::gpsToGpsSecs(support::glonassToGps(eph.time, leaps));
+  double const steps = std::ceil(std::fabs(span) / maxStep - 1e-9);
+  double const toPosition = bc::kGlonassPosition.lsb * kMetresPerKilometre;
+  double const toVelocity = bc::kGlonassVelocity.lsb * kMetresPerKilometre;
+  double const toAcceleration = bc::kGlonassAcceleration.lsb * kMetresPerKilometre;
+  double const lunisolar[3] = {eph.ax * toAcceleration, eph.ay * toAcceleration, eph.az * toAcceleration};
+  double x[6] = {eph.x * toPosition,  eph.y * toPosition,  eph.z * toPosition,
+                 eph.vx * toVelocity, eph.vy * toVelocity, eph.vz * toVelocity};
+  if (steps > 0.0) {
+    double const h = span / steps, half = h / 2.0, sixth = h / 6.0, third = h / 3.0;
+    double k1[6], k2[6], k3[6], k4[6], y[6];
+    for (long n = static_cast<long>(steps); n > 0; --n) {
+      broadcastMotion(x, lunisolar, k1);
+      for (int j = 0; j < 6; ++j) y[j] = x[j] + half * k1[j];
+      broadcastMotion(y, lunisolar, k2);
+      for (int j = 0; j < 6; ++j) y[j] = x[j] + half * k2[j];
+      broadcastMotion(y, lunisolar, k3);
+      for (int j = 0; j < 6; ++j) y[j] = x[j] + h * k3[j];
+      broadcastMotion(y, lunisolar, k4);
+      for (int j = 0; j < 6; ++j) x[j] += ((k1[j] * sixth + k2[j] * third) + k3[j] * third) + k4[j] * sixth;
+    }
+  }
+  if (position.size() != 3) position.resize(3);
+  if (velocity.size() != 3) velocity.resize(3);
+  for (std::size_t k = 0; k < 3; ++k) {
+    position(k) = x[k];
+    velocity(k) = x[k + 3];
+  }
+}
+
 std::vector<double> glonassSlots(double fitEnd, double days, int leapSeconds) {
   std::vector<double> slots;
   double const first = std::ceil((fitEnd - leapSeconds - kSlotPhase) / kSlotSpacing - 1e-9) * kSlotSpacing +
@@ -323,7 +380,7 @@ SatellitePrediction predictGlonassFromBroadcast(std::vector<Ephemeris> const& re
   for (std::size_t k = 0; k < t.size(); ++k) {
     while (j + 1 < kept.size() && std::fabs(kept[j + 1].toe - t[k]) <= std::fabs(kept[j].toe - t[k])) ++j;
     if (std::fabs(kept[j].toe - t[k]) > screening.trusted) continue;
-    ephemerisState(kept[j], t[k], pos[k], vel);
+    glonassBroadcastState(kept[j].glonass, t[k], pos[k], vel);
     if (k == 0) velocity0 = vel;
     have[k] = true;
   }
@@ -344,7 +401,7 @@ SatellitePrediction predictGlonassFromBroadcast(std::vector<Ephemeris> const& re
     for (std::size_t k = 1; k < kept.size(); ++k) {
       if (std::fabs(kept[k].toe - t[first]) < std::fabs(kept[nearest].toe - t[first])) nearest = k;
     }
-    ephemerisState(kept[nearest], t[first], p, velocity0);
+    glonassBroadcastState(kept[nearest].glonass, t[first], p, velocity0);
   }
   Samples s;
   s.t.assign(t.begin() + static_cast<long>(first), t.end());

@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "zarn/core/records.hpp"
+#include "zarn/host/glonass_pipeline.hpp"
 
 namespace zarn {
 namespace host {
@@ -21,6 +22,9 @@ constexpr double kGlonassMaxSeparation = 3600.0;  // s
 constexpr double kGlonassTrusted = 900.0 + 60.0;  // s
 constexpr double kGlonassGrid = 1800.0;           // s: reference times every 30 minutes of UTC
 constexpr double kGlonassGridPhase = 900.0;       // s: ... at a quarter past and a quarter to
+// Integration step of the comparison: within a millimetre of the receivers'
+// one-second steps, far below the agreement distance.
+constexpr double kGlonassComparisonStep = 60.0;  // s
 
 // Seconds of the UTC day of a GLONASS reference time, from its Moscow seconds of day.
 double utcSecondOfDay(core::GlonassEphemeris const& eph) {
@@ -55,6 +59,11 @@ bool sameContent(Ephemeris const& a, Ephemeris const& b) {
 double separation(Ephemeris const& a, Ephemeris const& b) {
   double const tm = 0.5 * (a.toe + b.toe);
   support::Vec pa(3), va(3), pb(3), vb(3);
+  if (a.sat.system == 'R') {
+    glonassBroadcastState(a.glonass, tm, pa, va, kGlonassComparisonStep);
+    glonassBroadcastState(b.glonass, tm, pb, vb, kGlonassComparisonStep);
+    return support::distance(pa, pb);
+  }
   ephemerisState(a, tm, pa, va);
   ephemerisState(b, tm, pb, vb);
   return support::distance(pa, pb);

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "apc_offset.hpp"
+#include "force_model/third_body.hpp"
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/log.hpp"
@@ -138,6 +140,44 @@ bool propagateTo(ForceModel& forceModel, double t0, double t1, Vec& r, Vec& v) {
   return true;
 }
 
+// toEcef with the rotations at t and at the frame's epoch given: the same
+// operations in the same order.
+void toEcef(Mat const& ofDate, Mat const& ofFrame, Mat const& polar, Vec const& position, Vec const& velocity,
+            Vec& r, Vec& v) {
+  double b[3][3], rb[3], vb[3];
+  for (unsigned i = 0; i < 3; ++i) {
+    for (unsigned j = 0; j < 3; ++j) {
+      b[i][j] = ofDate(i, 0) * ofFrame(j, 0) + ofDate(i, 1) * ofFrame(j, 1) + ofDate(i, 2) * ofFrame(j, 2);
+    }
+  }
+  for (unsigned i = 0; i < 3; ++i) {
+    rb[i] = b[i][0] * position(0) + b[i][1] * position(1) + b[i][2] * position(2);
+    vb[i] = b[i][0] * velocity(0) + b[i][1] * velocity(1) + b[i][2] * velocity(2);
+  }
+  vb[0] = vb[0] - -earthRotationRate * rb[1];
+  vb[1] = vb[1] - earthRotationRate * rb[0];
+  for (unsigned i = 0; i < 3; ++i) {
+    r(i) = polar(i, 0) * rb[0] + polar(i, 1) * rb[1] + polar(i, 2) * rb[2];
+    v(i) = polar(i, 0) * vb[0] + polar(i, 1) * vb[1] + polar(i, 2) * vb[2];
+  }
+}
+
+// ForceModel::sunMoonAcceleration with the rotation of date given.
+Vec lunisolarAcceleration(double t, Mat const& ofDate, Vec const& r) {
+  double moonJ2000[3], sunJ2000[3], moon[3], sun[3];
+  forces::sunMoonJ2000(t, moonJ2000, sunJ2000);
+  for (unsigned i = 0; i < 3; ++i) {
+    moon[i] = ofDate(i, 0) * moonJ2000[0] + ofDate(i, 1) * moonJ2000[1] + ofDate(i, 2) * moonJ2000[2];
+    sun[i] = ofDate(i, 0) * sunJ2000[0] + ofDate(i, 1) * sunJ2000[1] + ofDate(i, 2) * sunJ2000[2];
+  }
+  double const p[3] = {r(0), r(1), r(2)};
+  forces::ThirdBody moonTerm, sunTerm;
+  forces::sunMoonAttraction(moon, sun, p, moonTerm, sunTerm);
+  Vec a(3);
+  for (unsigned i = 0; i < 3; ++i) a(i) = moonTerm.acc[i] + sunTerm.acc[i];
+  return a;
+}
+
 }  // namespace
 
 OdeFunGlonassInit::OdeFunGlonassInit(ForceModel& model) : model_(model), partials_(3, 8, 0.0) {}
@@ -158,11 +198,16 @@ bool initGlonassEphemeris(ForceModel& forceModel, double t, Vec const& position,
   std::vector<LeapInfo> const leapInfo = forceModel.getLeapInfo();
   int const ls = leapSeconds(t, true, leapInfo);
   InertialFrameInfo const frame = forceModel.getInertialFrameInfo();
+  // The rotations are most of the cost: the one of date turns Sun and Moon for
+  // the antenna offset and the lunisolar term, and the state too when the
+  // frame holds UT1 - UTC at zero.
+  Mat const ofDate = icrsToInt0(t, 0.0, ls);
   Vec r(3), v(3);
-  toEcef(position, velocity, t, frame.tRef, forceModel.getEopInfo().eop, frame.ut1MinusUtc, ls, r, v);
-  r = addApcOffset(wgs84ToPz902(r), forceModel.getAssistanceData().antPhase, t, ls);
-  Vec a(3, 0.0);
-  ForceModel::sunMoonAcceleration(t, ls, r, a);
+  toEcef(frame.ut1MinusUtc == 0.0 ? ofDate : icrsToInt0(t, frame.ut1MinusUtc, ls),
+         icrsToInt0(frame.tRef, frame.ut1MinusUtc, ls), polarMotionMatrix(forceModel.getEopInfo().eop),
+         position, velocity, r, v);
+  r = addApcOffsetInFrame(wgs84ToPz902(r), forceModel.getAssistanceData().antPhase, t, ofDate);
+  Vec const a = lunisolarAcceleration(t, ofDate, r);
 
   if (!validGlonassEphemeris(r / metresPerKilometre, v / metresPerKilometre, a / metresPerKilometre)) {
     log::printFormatted(log::ERROR, tag, "initGlonassEphemeris: ephemeris parameters validation failed");

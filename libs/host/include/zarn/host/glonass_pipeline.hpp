@@ -34,6 +34,15 @@ SatellitePrediction predictGlonassFromBroadcast(std::vector<Ephemeris> const& re
 SatellitePrediction predictGlonassFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat,
                                           PipelineOptions const& options);
 
+// The Earth-fixed PZ-90.02 state (m, m/s) of a broadcast record at t (GPS
+// seconds): the record's equations of motion (GLONASS ICD A.3.1.2) by
+// classical Runge-Kutta in equal steps of at most maxStep. Over a record's
+// trusted quarter hour the 30 s default stays within 0.1 mm of the receivers'
+// one-second integration (glonassEphemerisToEcef) at a thirtieth of its
+// cost; maxStep 1 reproduces that integration to rounding.
+void glonassBroadcastState(core::GlonassEphemeris const& eph, double t, support::Vec& position,
+                           support::Vec& velocity, double maxStep = 30.0);
+
 // The GPS seconds of the predicted slots: UTC hh:15 and hh:45 (leapSeconds =
 // GPS - UTC) from the first at or after fitEnd to fitEnd + days.
 std::vector<double> glonassSlots(double fitEnd, double days, int leapSeconds);
