@@ -69,11 +69,12 @@ class ZARN_EXPORT ForceModel {
   // derivatives on, also the gravity-gradient matrix (3x3, 1/s^2).
   void geopotential(Vec const& r, int n, int m, Vec& acc, Mat& partials) const;
 
-  // Geocentric Moon and Sun (m, size 3) at GPS time t (s), from low-precision
-  // analytic series (Montenbruck & Gill, Satellite Orbits, 3.3.2), referred to
+  // Geocentric Moon and Sun (m, size 3) at GPS time t (s), from analytic
+  // series (Moon: Meeus, Astronomical Algorithms, ch. 47; Sun: Montenbruck &
+  // Gill, Satellite Orbits, 3.3.2, with the perihelion's motion), referred to
   // the mean equator and equinox of J2000 (treated as ICRS). Accuracy over
-  // 2000-2035: Moon 0.08 deg and 500 km; Sun 0.02 deg near 2000, growing by
-  // 12 arcsec a year (fixed perihelion), distance 1e-4.
+  // 2000-2035: Moon 0.004 deg and 1 km; Sun 0.01 deg, distance 1e-4. The
+  // Moon's tidal pull on a GPS orbit moves by 1e-9 m/s^2 per 0.01 deg.
   static void sunMoonCoord(double t, Vec& moon, Vec& sun);
   // Point-mass acceleration (m/s^2) of Moon plus Sun at r (m), both expressed
   // in the Earth-rotating true-of-date frame of t (icrsToInt0(t, 0, leapSeconds)).

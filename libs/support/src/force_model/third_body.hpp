@@ -7,8 +7,9 @@ namespace support {
 namespace forces {
 
 // Geocentric Moon and Sun (m) at GPS time t (s), mean equator and equinox of
-// J2000, from the low-precision series of Montenbruck & Gill, Satellite
-// Orbits (2000), 3.3.2.
+// J2000: the Moon from the main terms of Meeus, Astronomical Algorithms
+// (1998), ch. 47, the Sun from the series of Montenbruck & Gill, Satellite
+// Orbits (2000), 3.3.2, with a moving perihelion.
 void sunMoonJ2000(double t, double moon[3], double sun[3]);
 
 // The same bodies turned into the Earth-rotating true-of-date frame of t by
