@@ -40,6 +40,10 @@ class ZARN_EXPORT ForceModel {
   // Degree and order of the gravity field, 0..16 (values outside are evaluated
   // as the nearest of the two).
   void setNumberOfGeopotentialCoefficients(int n);
+  // On: forceModel and isEclipsed take the Sun and Moon from
+  // sunMoonCoordAccurate; off (default): from sunMoonCoord. A runtime setting,
+  // not serialized (reads back off).
+  void setAccurateSunMoon(bool on);
   void setLeapInfo(std::vector<LeapInfo> const& leapInfo);
   std::vector<LeapInfo> getLeapInfo() const;
   void setEopInfo(EopInfo const& eopInfo);
@@ -69,13 +73,17 @@ class ZARN_EXPORT ForceModel {
   // derivatives on, also the gravity-gradient matrix (3x3, 1/s^2).
   void geopotential(Vec const& r, int n, int m, Vec& acc, Mat& partials) const;
 
-  // Geocentric Moon and Sun (m, size 3) at GPS time t (s), from analytic
-  // series (Moon: Meeus, Astronomical Algorithms, ch. 47; Sun: Montenbruck &
-  // Gill, Satellite Orbits, 3.3.2, with the perihelion's motion), referred to
+  // Geocentric Moon and Sun (m, size 3) at GPS time t (s), from low-precision
+  // analytic series (Montenbruck & Gill, Satellite Orbits, 3.3.2), referred to
   // the mean equator and equinox of J2000 (treated as ICRS). Accuracy over
-  // 2000-2035: Moon 0.004 deg and 1 km; Sun 0.01 deg, distance 1e-4. The
-  // Moon's tidal pull on a GPS orbit moves by 1e-9 m/s^2 per 0.01 deg.
+  // 2000-2035: Moon 0.08 deg and 500 km; Sun 0.02 deg near 2000, growing by
+  // 12 arcsec a year (fixed perihelion), distance 1e-4.
   static void sunMoonCoord(double t, Vec& moon, Vec& sun);
+  // The same from longer series (Moon: Meeus, Astronomical Algorithms,
+  // ch. 47; Sun with a moving perihelion): over 2000-2035 the Moon within
+  // 0.004 deg and 1 km, the Sun within 0.01 deg. The Moon's tidal pull on a
+  // GPS orbit moves by 1e-9 m/s^2 per 0.01 deg of its direction.
+  static void sunMoonCoordAccurate(double t, Vec& moon, Vec& sun);
   // Point-mass acceleration (m/s^2) of Moon plus Sun at r (m), both expressed
   // in the Earth-rotating true-of-date frame of t (icrsToInt0(t, 0, leapSeconds)).
   static void sunMoonAcceleration(double t, int leapSeconds, Vec const& r, Vec& acc);

@@ -159,6 +159,7 @@ std::unique_ptr<support::ForceModel> copyModel(support::BinaryData const& bytes)
   std::unique_ptr<support::ForceModel> model(new support::ForceModel());
   unsigned int position = 0;
   if (!model->deserialize(bytes, position) || position != bytes.size()) return nullptr;
+  model->setAccurateSunMoon(true);
   return model;
 }
 
@@ -227,6 +228,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     model->setLeapInfo(leapSecondTable());
     model->setAssistanceData(assistance);
     model->setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
+    model->setAccurateSunMoon(true);
     model->setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
     model->setEopInfo(support::makeEopInfo(o.pole));
     return model;
