@@ -738,8 +738,11 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
   return result;
 }
 
-SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& o) {
-  if (sat.system == 'R') return predictGlonassFromSp3(orbit, sat, o);
+SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat,
+                                   PipelineOptions const& options) {
+  if (sat.system == 'R') return predictGlonassFromSp3(orbit, sat, options);
+  PipelineOptions o = options;
+  o.srpSigma = options.preciseSrpSigma;
   SatellitePrediction result;
   result.sat = sat;
   std::vector<double> t = sampleGrid(o, sat.system);
