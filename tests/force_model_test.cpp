@@ -355,6 +355,28 @@ TEST(ForceModel, ReducesToGravityAndThirdBodiesTurningWithTheEarth) {
   EXPECT_EQ(P(0, 0), 0.0);  // untouched without the derivative flag
 }
 
+// With the accurate Sun and Moon on, the same model takes its bodies from
+// sunMoonCoordAccurate, before and after a time already evaluated with the
+// other series, and reads back the low-precision ones when switched off.
+TEST(ForceModel, AccurateSunAndMoonReplaceTheSeriesWhenSwitchedOn) {
+  ForceModel model;
+  Vec const r = vec3(15.0e6, -8.0e6, 19.0e6);
+  Vec acc, g, moon, sun;
+  Mat P(3, 8, 0.0), G;
+  InertialFrameInfo frame;
+  frame.tRef = kT;
+  model.setInertialFrameInfo(frame);
+  model.geopotential(r, 8, 8, g, G);
+  ForceModel::sunMoonCoordAccurate(kT, moon, sun);
+  Vec const accurate = g + thirdBodies(r, moon, sun), plain = g + thirdBodies(kT, r);
+  ASSERT_GT(norm_inf(Vec(accurate - plain)), 1e-9);  // the two series differ at GPS height
+  for (bool on : {false, true, false}) {
+    model.setAccurateSunMoon(on);
+    model.forceModel(kT, r, acc, P);
+    EXPECT_LT(norm_inf(Vec(acc - (on ? accurate : plain))), 1e-15) << on;
+  }
+}
+
 // Runs `f` with model parameter j moved by `delta` (6, 7: the SRP scale and
 // Y-bias with SRP computation on, else the pole angles xp and yp), then restores it.
 template <class F>
