@@ -52,8 +52,10 @@ Phase operator/(Phase a, Phase b) {
 // general precession (5029.1"/cy) taken from the perihelion's advance of date
 // (1.7192 deg/cy, Simon et al. 1994), 1160"/cy.
 constexpr double kPerihelionRate = 1160.0 / kArcsecPerRevolution;  // revolutions per century
-// Longitude of the Sun's perihelion at J2000 (Montenbruck & Gill 3.3.2).
-constexpr double kSunPerihelion = 0.7859347;  // revolutions
+// (cos, sin) of the longitude of the Sun's perihelion at J2000, 282.9365 deg:
+// Montenbruck & Gill 3.3.2, less the 0.0035 deg by which the mean anomaly at
+// J2000 used here (Meeus's) exceeds theirs.
+constexpr Phase kSunPerihelion{0.22387090150, -0.97461880726};
 
 constexpr double kDegree = kTwoPi / 360.0;  // rad
 
@@ -126,7 +128,8 @@ double revolution(double degrees) {
   return kTwoPi * fraction(degrees / 360.0);
 }
 
-// (cos x, sin x) of a small angle (|x| < 0.1) from its Taylor series, good to 1e-11.
+// (cos x, sin x) of a small angle from its Taylor series: good to 1e-10 for
+// |x| < 0.15.
 Phase smallPhase(double x) {
   double const x2 = x * x;
   return {1.0 - x2 / 2.0 * (1.0 - x2 / 12.0 * (1.0 - x2 / 30.0)), x * (1.0 - x2 / 6.0 * (1.0 - x2 / 20.0))};
@@ -134,7 +137,7 @@ Phase smallPhase(double x) {
 
 // Node of the moving ecliptic on that of J2000 at J2000, 174.876384 deg
 // (Lieske et al. 1977).
-constexpr Phase kEclipticNode{-0.99591633148, 0.09027794566};
+constexpr Phase kEclipticNode{-0.99600434062, 0.08930483448};
 
 // Geocentric Moon (m), mean equator and equinox of J2000, T Julian centuries
 // of TT from J2000: Meeus ch. 47 in the ecliptic and equinox of date, then the
@@ -180,7 +183,7 @@ void lunarPosition(double T, double moon[3], Multiples& m) {
   double const eta = (47.0029 - 0.03302 * T) * T / kArcsecPerRadian;
   double const dPi = (-869.8089 + 0.03536 * T) * T / kArcsecPerRadian;
   double const p = (5029.0966 + 1.11113 * T) * T / kArcsecPerRevolution;
-  Phase const u = phase(kTwoPi * fraction(Lp + sl * 1e-6 / 360.0 - p) - dPi) / kEclipticNode;
+  Phase const u = L * smallPhase(sl * 1e-6 * kDegree - kTwoPi * p - dPi) / kEclipticNode;
   Phase const b = smallPhase(beta), node = kEclipticNode * smallPhase(dPi);
   double const w[3] = {r * b.c * u.c, r * b.c * u.s, r * b.s};
   double const ce = 1.0 - 0.5 * eta * eta;
@@ -263,9 +266,9 @@ void sunMoonJ2000Accurate(double t, double moon[3], double sun[3]) {
   // Sun: ecliptic longitude (J2000 equinox) and distance from the mean
   // anomaly; the perihelion advances against the fixed equinox.
   Phase const m1 = m[1], m2 = m[2];
-  Phase const sl = phase(kTwoPi * fraction(kSunPerihelion + kPerihelionRate * T +
-                                           (6892.0 * m1.s + 72.0 * m2.s) / kArcsecPerRevolution)) *
-                   m1;
+  Phase const sl =
+      kSunPerihelion *
+      smallPhase(kTwoPi * (kPerihelionRate * T + (6892.0 * m1.s + 72.0 * m2.s) / kArcsecPerRevolution)) * m1;
   double const rSun = 149619000000.0 - 2499000000.0 * m1.c - 21000000.0 * m2.c;
   sun[0] = rSun * sl.c;
   sun[1] = rSun * sl.s * kCosObliquity;
