@@ -40,10 +40,6 @@ class ZARN_EXPORT ForceModel {
   // Degree and order of the gravity field, 0..16 (values outside are evaluated
   // as the nearest of the two).
   void setNumberOfGeopotentialCoefficients(int n);
-  // On: forceModel and isEclipsed take the Sun and Moon from
-  // sunMoonCoordAccurate; off (default): from sunMoonCoord. A runtime setting,
-  // not serialized (reads back off).
-  void setAccurateSunMoon(bool on);
   void setLeapInfo(std::vector<LeapInfo> const& leapInfo);
   std::vector<LeapInfo> getLeapInfo() const;
   void setEopInfo(EopInfo const& eopInfo);
@@ -54,6 +50,10 @@ class ZARN_EXPORT ForceModel {
   AssistanceData getAssistanceData() const;
   // The Gauss-Jackson state kept with the model.
   Gj8Integrator& getGj8Integrator();
+  // On: forceModel and isEclipsed take the Sun and Moon from
+  // sunMoonCoordAccurate; off (default): from sunMoonCoord. A runtime setting,
+  // not serialized (reads back off).
+  void setAccurateSunMoon(bool on);
 
   // Acceleration (m/s^2, size 3) at GPS time t (s) and quasi-inertial position r
   // (m, size 3): gravity field, Moon, Sun, radiation pressure. With derivatives

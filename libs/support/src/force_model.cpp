@@ -96,10 +96,6 @@ void ForceModel::setSrpComputation(bool on) {
 void ForceModel::setNumberOfGeopotentialCoefficients(int n) {
   details_->numberOfGeopotentialCoefficients = n;
 }
-void ForceModel::setAccurateSunMoon(bool on) {
-  details_->accurateSunMoon = on;
-  details_->sunMoonTime = std::nan("");
-}
 void ForceModel::setLeapInfo(std::vector<LeapInfo> const& leapInfo) {
   details_->leapInfo = leapInfo;
 }
@@ -128,6 +124,10 @@ AssistanceData ForceModel::getAssistanceData() const {
 }
 Gj8Integrator& ForceModel::getGj8Integrator() {
   return details_->gj8Integrator;
+}
+void ForceModel::setAccurateSunMoon(bool on) {
+  details_->accurateSunMoon = on;
+  details_->sunMoonTime = std::nan("");
 }
 
 bool ForceModel::operator==(ForceModel const& other) const {
