@@ -186,6 +186,31 @@ Vec thirdBodies(Vec const& r, Vec const& moon, Vec const& sun) {
   return a;
 }
 
+// The accurate series against ERFA's Sun (eraEpv00) and Moon (eraMoon98) every 5.3
+// days over 2000-2035: direction and distance. A Moon off by 0.01 deg moves
+// its pull on a GPS orbit by 1e-9 m/s^2.
+TEST(SunMoon, PositionsAgreeWithErfaOver2000To2035) {
+  double const t2000 = (2451544.5 - kJdGpsOrigin) * 86400.0;
+  double worst[4] = {0.0, 0.0, 0.0, 0.0};  // Moon deg, Moon m, Sun deg, Sun relative distance
+  for (double t = t2000; t < t2000 + 35 * 365.25 * 86400.0; t += 5.3 * 86400.0) {
+    double sun[3], moon[3];
+    erfaSunMoon(t, sun, moon);
+    Vec m, s;
+    ForceModel::sunMoonCoordAccurate(t, m, s);
+    Vec const em = vec3(moon[0], moon[1], moon[2]), es = vec3(sun[0], sun[1], sun[2]);
+    auto const angle = [](Vec const& a, Vec const& b) {
+      return std::atan2(norm_2(cross(a, b)), inner_prod(a, b)) * 180.0 / M_PI;
+    };
+    double const e[4] = {angle(m, em), std::fabs(norm_2(m) - norm_2(em)), angle(s, es),
+                         std::fabs(norm_2(s) / norm_2(es) - 1.0)};
+    for (int i = 0; i < 4; ++i) worst[i] = std::max(worst[i], e[i]);
+  }
+  EXPECT_LT(worst[0], 0.005);
+  EXPECT_LT(worst[1], 1000.0);
+  EXPECT_LT(worst[2], 0.012);
+  EXPECT_LT(worst[3], 1e-4);
+}
+
 // The third-body acceleration in the Earth-rotating frame of date, against
 // ERFA's Sun and Moon turned by ERFA's IAU 1976/1980 precession-nutation and
 // 1994 apparent sidereal time.
@@ -328,6 +353,28 @@ TEST(ForceModel, ReducesToGravityAndThirdBodiesTurningWithTheEarth) {
   model.forceModel(kT + quarter, rInertial, acc, P);
   EXPECT_LT(norm_inf(Vec(acc - thirdBodies(kT + quarter, rInertial) - vec3(-g(1), g(0), g(2)))), 1e-13);
   EXPECT_EQ(P(0, 0), 0.0);  // untouched without the derivative flag
+}
+
+// With the accurate Sun and Moon on, the same model takes its bodies from
+// sunMoonCoordAccurate, before and after a time already evaluated with the
+// other series, and reads back the low-precision ones when switched off.
+TEST(ForceModel, AccurateSunAndMoonReplaceTheSeriesWhenSwitchedOn) {
+  ForceModel model;
+  Vec const r = vec3(15.0e6, -8.0e6, 19.0e6);
+  Vec acc, g, moon, sun;
+  Mat P(3, 8, 0.0), G;
+  InertialFrameInfo frame;
+  frame.tRef = kT;
+  model.setInertialFrameInfo(frame);
+  model.geopotential(r, 8, 8, g, G);
+  ForceModel::sunMoonCoordAccurate(kT, moon, sun);
+  Vec const accurate = g + thirdBodies(r, moon, sun), plain = g + thirdBodies(kT, r);
+  ASSERT_GT(norm_inf(Vec(accurate - plain)), 1e-9);  // the two series differ at GPS height
+  for (bool on : {false, true, false}) {
+    model.setAccurateSunMoon(on);
+    model.forceModel(kT, r, acc, P);
+    EXPECT_LT(norm_inf(Vec(acc - (on ? accurate : plain))), 1e-15) << on;
+  }
 }
 
 // Runs `f` with model parameter j moved by `delta` (6, 7: the SRP scale and

@@ -86,7 +86,7 @@ char const* const kPredictHelp =
     "  --no-srp-estimation keep the block defaults of the radiation-pressure parameters and fit\n"
     "                      the orbit with the Kalman filter instead of the batch fit\n"
     "  --srp-sigma P1,P2   a-priori standard deviations of p1 and p2 about the block defaults\n"
-    "                      in the batch fit (0: free)\n"
+    "                      in the batch fit (0: free; default 0.03,0.3 for --nav, 0.1,1 for --sp3)\n"
     "  --lod MS            hold the length-of-day excess at MS milliseconds instead of estimating it\n"
     "  --end-gap HOURS     fit a satellite whose data stop at most this long before the fit end\n"
     "                      up to its last sample and predict from there (default 8)\n"
@@ -266,6 +266,7 @@ ConstellationOptions predictOptions(Arguments const& args) {
     if (comma == std::string::npos) throw UsageError("--srp-sigma takes two numbers, P1,P2");
     pipeline.srpSigma[0] = number(text.substr(0, comma), "srp-sigma");
     pipeline.srpSigma[1] = number(text.substr(comma + 1), "srp-sigma");
+    pipeline.preciseSrpSigma = pipeline.srpSigma;
   }
   if (args.has("end-gap")) pipeline.maxEndGap = number(args.single("end-gap"), "end-gap") * 3600.0;
   if (args.has("lod")) {

@@ -51,6 +51,10 @@ class ZARN_EXPORT ForceModel {
   AssistanceData getAssistanceData() const;
   // The Gauss-Jackson state kept with the model.
   Gj8Integrator& getGj8Integrator();
+  // On: forceModel and isEclipsed take the Sun and Moon from
+  // sunMoonCoordAccurate; off (default): from sunMoonCoord. A runtime setting,
+  // not serialized (reads back off).
+  void setAccurateSunMoon(bool on);
 
   // Acceleration (m/s^2, size 3) at GPS time t (s) and quasi-inertial position r
   // (m, size 3): gravity field, Moon, Sun, radiation pressure. With derivatives
@@ -76,6 +80,11 @@ class ZARN_EXPORT ForceModel {
   // 2000-2035: Moon 0.08 deg and 500 km; Sun 0.02 deg near 2000, growing by
   // 12 arcsec a year (fixed perihelion), distance 1e-4.
   static void sunMoonCoord(double t, Vec& moon, Vec& sun);
+  // The same from longer series (Moon: Meeus, Astronomical Algorithms,
+  // ch. 47; Sun with a moving perihelion): over 2000-2035 the Moon within
+  // 0.004 deg and 1 km, the Sun within 0.01 deg. The Moon's tidal pull on a
+  // GPS orbit moves by 1e-9 m/s^2 per 0.01 deg of its direction.
+  static void sunMoonCoordAccurate(double t, Vec& moon, Vec& sun);
   // Point-mass acceleration (m/s^2) of Moon plus Sun at r (m), both expressed
   // in the Earth-rotating true-of-date frame of t (icrsToInt0(t, 0, leapSeconds)).
   static void sunMoonAcceleration(double t, int leapSeconds, Vec const& r, Vec& acc);

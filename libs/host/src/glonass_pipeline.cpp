@@ -190,6 +190,7 @@ void predictFromSamples(Samples const& s, Clock const& clock, core::GlonassEphem
   result.samples = static_cast<int>(n);
   double const cpu0 = threadCpuSeconds();
   support::ForceModel model;
+  model.setAccurateSunMoon(true);
   support::InitialStateEstimate const est = estimate(s, assistance, o, leap, model);
   result.pole = support::Eop{est.state(6), est.state(7)};
   double const cpu1 = threadCpuSeconds();
@@ -243,6 +244,7 @@ void predictFromStates(std::vector<Ephemeris> const& kept, Clock const& clock,
   result.samples = 1;
   double const cpu0 = threadCpuSeconds();
   support::ForceModel model;
+  model.setAccurateSunMoon(true);
   model.setLeapInfo(leaps);
   model.setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
   bool started = false;

@@ -159,6 +159,7 @@ std::unique_ptr<support::ForceModel> copyModel(support::BinaryData const& bytes)
   std::unique_ptr<support::ForceModel> model(new support::ForceModel());
   unsigned int position = 0;
   if (!model->deserialize(bytes, position) || position != bytes.size()) return nullptr;
+  model->setAccurateSunMoon(true);
   return model;
 }
 
@@ -228,6 +229,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     model->setLeapInfo(leapSecondTable());
     model->setAssistanceData(assistance);
     model->setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
+    model->setAccurateSunMoon(true);
     model->setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
     model->setEopInfo(support::makeEopInfo(o.pole));
     return model;
@@ -729,8 +731,11 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
   return result;
 }
 
-SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& o) {
-  if (sat.system == 'R') return predictGlonassFromSp3(orbit, sat, o);
+SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat,
+                                   PipelineOptions const& options) {
+  if (sat.system == 'R') return predictGlonassFromSp3(orbit, sat, options);
+  PipelineOptions o = options;
+  o.srpSigma = options.preciseSrpSigma;
   SatellitePrediction result;
   result.sat = sat;
   std::vector<double> t = sampleGrid(o, sat.system);

@@ -54,6 +54,7 @@ struct ForceModel::Details {
   EopInfo eopInfo;
   std::vector<LeapInfo> leapInfo;
   int numberOfGeopotentialCoefficients = 8;
+  bool accurateSunMoon = false;
   Gj8Integrator gj8Integrator;
 
   // Sun and Moon (J2000 axes) of the last forceModel time: the Gauss-Jackson
@@ -126,6 +127,10 @@ AssistanceData ForceModel::getAssistanceData() const {
 }
 Gj8Integrator& ForceModel::getGj8Integrator() {
   return details_->gj8Integrator;
+}
+void ForceModel::setAccurateSunMoon(bool on) {
+  details_->accurateSunMoon = on;
+  details_->sunMoonTime = std::nan("");
 }
 
 bool ForceModel::operator==(ForceModel const& other) const {
@@ -212,6 +217,13 @@ void ForceModel::sunMoonCoord(double t, Vec& moon, Vec& sun) {
   setVec(sun, s);
 }
 
+void ForceModel::sunMoonCoordAccurate(double t, Vec& moon, Vec& sun) {
+  double m[3], s[3];
+  forces::sunMoonJ2000Accurate(t, m, s);
+  setVec(moon, m);
+  setVec(sun, s);
+}
+
 void ForceModel::sunMoonAcceleration(double t, int leapSeconds, Vec const& r, Vec& acc) {
   double moon[3], sun[3];
   forces::sunMoonOfDate(t, leapSeconds, moon, sun);
@@ -233,7 +245,7 @@ double ForceModel::shadowFunction(Vec const& r, Vec const& sun) const {
 
 bool ForceModel::isEclipsed(Vec const& r, double t) const {
   double moon[3], sun[3], p[3], s[3];
-  forces::sunMoonJ2000(t, moon, sun);
+  (details_->accurateSunMoon ? forces::sunMoonJ2000Accurate : forces::sunMoonJ2000)(t, moon, sun);
   Mat3 const& mi = details_->inertial;
   for (int i = 0; i < 3; ++i) s[i] = mi[i][0] * sun[0] + mi[i][1] * sun[1] + mi[i][2] * sun[2];
   toArray(r, p);
@@ -272,7 +284,7 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
   for (int i = 0; i < 3; ++i) re[i] = dot3(E[i], rz);
 
   if (t != d.sunMoonTime) {
-    forces::sunMoonJ2000(t, d.moonJ2000, d.sunJ2000);
+    (d.accurateSunMoon ? forces::sunMoonJ2000Accurate : forces::sunMoonJ2000)(t, d.moonJ2000, d.sunJ2000);
     d.sunMoonTime = t;
   }
   double moon[3], sun[3];
