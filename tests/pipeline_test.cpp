@@ -434,3 +434,40 @@ TEST(PipelineTest, ConstellationSharesOneUt1Rate) {
     EXPECT_TRUE(shared.predicted[i].gps == alone.predicted[i].gps) << i;
   }
 }
+
+// Two days of broadcast files: a GPS satellite whose records reach back two
+// days is fitted over them, one with a day of records over that day, and
+// GLONASS over a day; a given span applies to every satellite, and a satellite
+// with a day of data still fits what it has under a longer given span (G05's
+// file of day 136 starts with a record of 22:00 the day before).
+TEST(PipelineTest, FitArcFollowsTheDaysOfInput) {
+  ZARN_SHARED_FILE_OR_SKIP(day135, "data/2020-135_139_gnsslibpy/brdc1350.20n");
+  ZARN_SHARED_FILE_OR_SKIP(day136, "data/2020-135_139_gnsslibpy/brdc1360.20n");
+  ZARN_SHARED_FILE_OR_SKIP(glonass, "data/2020-135_139_gnsslibpy/brdc1360.20g");
+  struct Case {
+    std::vector<std::string> files;
+    double givenHours;  // 0: the default
+    double gpsHours, glonassHours;
+  };
+  for (Case const& c : {Case{{day135, day136, glonass}, 0, 48, 24}, Case{{day136, glonass}, 0, 24, 24},
+                        Case{{day135, day136, glonass}, 36, 36, 24}, Case{{day136, glonass}, 48, 26, 24}}) {
+    std::vector<zh::NavData> navs;
+    for (std::string const& f : c.files) navs.push_back(zh::readRinexNav(f));
+    zh::ConstellationOptions o;
+    o.pipeline.fitEnd = gpsTime("2020-05-16T00:00:00");
+    o.fitEndGiven = true;
+    o.fitSpanGiven = c.givenHours > 0;
+    if (o.fitSpanGiven) o.pipeline.fitSpan = c.givenHours * 3600.0;
+    o.pipeline.estimateOnly = true;
+    o.pipeline.estimateUt1Rate = false;
+    o.satellites = {{'G', 5}, {'R', 1}};
+    zh::ConstellationPrediction const p = zh::predictConstellation(zh::collectEphemerides(navs), o);
+    ASSERT_EQ(p.satellites.size(), 2u);
+    for (zh::SatellitePrediction const& s : p.satellites) {
+      ASSERT_TRUE(s.skipReason.empty()) << zh::toString(s.sat) << ": " << s.skipReason;
+      double const hours = s.sat.system == 'R' ? c.glonassHours : c.gpsHours;
+      EXPECT_NEAR((s.fitEnd - s.fitStart) / 3600.0, hours, 0.5)
+          << zh::toString(s.sat) << " " << c.files.size();
+    }
+  }
+}

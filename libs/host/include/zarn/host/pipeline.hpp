@@ -47,7 +47,7 @@ enum class GlonassStart { filter, oneState, twoStates };
 constexpr double kDefaultFitSpan = 24 * 3600.0;
 
 struct PipelineOptions {
-  double fitEnd = 0;             // GPS seconds: the last sample is at or before it, on the grid
+  double fitEnd = 0;                 // GPS seconds: the last sample is at or before it, on the grid
   double fitSpan = kDefaultFitSpan;  // s: samples cover [fitEnd - fitSpan, fitEnd]
   // s: shorter spans (after gaps) skip the satellite; 0: half of fitSpan, at
   // most half a day, so that a longer span takes what a day's span would
