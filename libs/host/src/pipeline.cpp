@@ -508,9 +508,10 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
   Samples s = given;
   Estimation best = estimateFrom(s, assistance, type, o, leapSecondsAt(s.t[s.t.size() / 2]));
   // No orbit passes through a manoeuvre or a span of bad records: fit only the
-  // latest part of the arc as long as a span after a gap may be, when that
-  // fits better.
-  double const minimum = minimumFitSpan(o);
+  // latest part of the arc, when that fits better: the last day of a longer
+  // arc, else as long as a span after a gap may be.
+  double const minimum =
+      s.t.back() - s.t.front() > kDefaultFitSpan + 1e-9 ? kDefaultFitSpan : minimumFitSpan(o);
   std::size_t first = s.t.size() - 1;
   while (first > 0 && s.t.back() - s.t[first] + 1e-9 < minimum) --first;
   if (!(best.rms <= kManoeuvreRms) && first >= 2 && first + 3 <= s.t.size()) {
