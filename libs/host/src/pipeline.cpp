@@ -47,9 +47,9 @@ constexpr double kSampleRmsWarning = 10.0;  // m: a worse fit to the samples is 
 // to 4.5 m (BeiDou broadcast) on the shared sets.
 constexpr double kManoeuvreRms = 10.0;
 // The UT1 rate: estimated over arcs of at least this share of the fit span
-// (of a day at most), used when at least this many satellites estimated it. From a few
-// satellites the median scatters by a millisecond a day and more (the 2009
-// station file: 1.7 ms from 4, 3.5 ms from 9 with shorter arcs).
+// (of a day at most), used when at least this many satellites estimated it.
+// From a few satellites the median scatters by a millisecond a day and more
+// (the 2009 station file: 1.7 ms from 4, 3.5 ms from 9 with shorter arcs).
 constexpr double kRateArcShare = 0.9;
 constexpr std::size_t kMinUt1RateEstimates = 5;
 // Radiation-pressure estimates are kept inside the ranges the assistance-data
