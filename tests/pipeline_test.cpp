@@ -342,16 +342,18 @@ TEST(PipelineTest, ConstellationGivesGeoAndIgsoTheOthersPole) {
   EXPECT_LT(c.satellites[0].sampleRms, 15.0);
 }
 
-// Bad records inside the arc: G05's precise positions of 02:00-05:45 moved 200 m
-// radially, as a span of wrong records would. No orbit passes through them, so
-// the prediction starts from the later half of the day, says so, and fits it as
-// well as the untouched orbit fits the whole day; the untouched orbit keeps it.
+// Bad records inside the arc: G05's precise positions of 04-07 02:00-05:45
+// moved 200 m radially, as a span of wrong records would. No orbit passes
+// through them, so the prediction starts from the later half of a day's arc,
+// or the last day of a two-day arc, says so, and fits it as well as the
+// untouched orbit fits the whole arc; the untouched orbit keeps it.
 TEST(PipelineTest, BadSpanInTheArcIsCutOff) {
   ZARN_SHARED_FILE_OR_SKIP(day1, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
-  PreciseDay d(day1, 1.0);
-  zh::Sp3Data bad = d.data;
+  ZARN_SHARED_FILE_OR_SKIP(day2, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190980000_01D_15M_ORB.SP3");
+  std::vector<zh::Sp3Data> files{zh::readSp3(day1), zh::readSp3(day2)};
+  std::vector<zh::Sp3Data> bad = files;
   double const from = gpsTime("2019-04-07T02:00:00"), to = gpsTime("2019-04-07T05:45:00");
-  for (zh::Sp3Epoch& epoch : bad.epochs) {
+  for (zh::Sp3Epoch& epoch : bad[0].epochs) {
     if (epoch.time < from || epoch.time > to) continue;
     for (zh::Sp3Entry& e : epoch.entries) {
       if (e.system != 'G' || e.prn != 5) continue;
@@ -360,19 +362,33 @@ TEST(PipelineTest, BadSpanInTheArcIsCutOff) {
       for (double& x : e.position) x *= (r + 200.0) / r;
     }
   }
-  zh::SatellitePrediction const good = zh::predictFromSp3(d.orbit, {'G', 5}, d.o);
-  zh::SatellitePrediction const cut = zh::predictFromSp3(zh::Sp3Orbit({bad}), {'G', 5}, d.o);
-  ASSERT_TRUE(good.skipReason.empty() && cut.skipReason.empty());
-  EXPECT_EQ(good.fitStart, gpsTime("2019-04-07T00:00:00") + 900.0);
-  EXPECT_LT(good.sampleRms, 1.0);
-  EXPECT_GT(cut.fitStart, to);
-  EXPECT_EQ(cut.fitEnd, good.fitEnd);
-  EXPECT_LT(cut.sampleRms, 1.0);
-  ASSERT_FALSE(cut.notes.empty());
-  EXPECT_NE(cut.notes.back().find("G05: the orbit misses the "), std::string::npos) << cut.notes.back();
-  EXPECT_NE(cut.notes.back().find("; fitted from 2019-04-07 11:45:00 only"), std::string::npos)
-      << cut.notes.back();
-  EXPECT_EQ(cut.predicted.size(), good.predicted.size());
+  struct Case {
+    std::size_t days;
+    char const *fitEnd, *goodStart, *note;
+  };
+  for (Case const& c :
+       {Case{1, "2019-04-07T23:45:00", "2019-04-07T00:15:00", "fitted from 2019-04-07 11:45:00"},
+        Case{2, "2019-04-08T23:45:00", "2019-04-07T00:15:00", "fitted from 2019-04-07 23:45:00"}}) {
+    zh::PipelineOptions o;
+    o.fitEnd = gpsTime(c.fitEnd);
+    o.fitSpan = c.days * 86400.0;
+    o.days = 1.0;
+    std::vector<zh::Sp3Data> const given(files.begin(), files.begin() + c.days);
+    std::vector<zh::Sp3Data> const spoilt(bad.begin(), bad.begin() + c.days);
+    zh::SatellitePrediction const good = zh::predictFromSp3(zh::Sp3Orbit(given), {'G', 5}, o);
+    zh::SatellitePrediction const cut = zh::predictFromSp3(zh::Sp3Orbit(spoilt), {'G', 5}, o);
+    ASSERT_TRUE(good.skipReason.empty() && cut.skipReason.empty()) << c.days;
+    EXPECT_EQ(good.fitStart, gpsTime(c.goodStart)) << c.days;
+    EXPECT_LT(good.sampleRms, 1.0) << c.days;
+    EXPECT_GT(cut.fitStart, to);
+    EXPECT_EQ(cut.fitEnd, good.fitEnd);
+    EXPECT_LT(cut.sampleRms, 1.0) << c.days;
+    ASSERT_FALSE(cut.notes.empty());
+    EXPECT_NE(cut.notes.back().find("G05: the orbit misses the "), std::string::npos) << cut.notes.back();
+    EXPECT_NE(cut.notes.back().find(std::string("; ") + c.note + " only"), std::string::npos)
+        << cut.notes.back();
+    EXPECT_EQ(cut.predicted.size(), good.predicted.size());
+  }
 }
 
 // Records that stop before the fit end, as a receiver misses them: G05's precise
@@ -454,5 +470,42 @@ TEST(PipelineTest, ConstellationSharesOneUt1Rate) {
   ASSERT_EQ(shared.predicted.size(), alone.predicted.size());
   for (std::size_t i = 0; i < alone.predicted.size(); ++i) {
     EXPECT_TRUE(shared.predicted[i].gps == alone.predicted[i].gps) << i;
+  }
+}
+
+// Two days of broadcast files: a GPS satellite whose records reach back two
+// days is fitted over them, one with a day of records over that day, and
+// GLONASS over a day; a given span applies to every satellite, and a satellite
+// with a day of data still fits what it has under a longer given span (G05's
+// file of day 136 starts with a record of 22:00 the day before).
+TEST(PipelineTest, FitArcFollowsTheDaysOfInput) {
+  ZARN_SHARED_FILE_OR_SKIP(day135, "data/2020-135_139_gnsslibpy/brdc1350.20n");
+  ZARN_SHARED_FILE_OR_SKIP(day136, "data/2020-135_139_gnsslibpy/brdc1360.20n");
+  ZARN_SHARED_FILE_OR_SKIP(glonass, "data/2020-135_139_gnsslibpy/brdc1360.20g");
+  struct Case {
+    std::vector<std::string> files;
+    double givenHours;  // 0: the default
+    double gpsHours, glonassHours;
+  };
+  for (Case const& c : {Case{{day135, day136, glonass}, 0, 48, 24}, Case{{day136, glonass}, 0, 24, 24},
+                        Case{{day135, day136, glonass}, 36, 36, 24}, Case{{day136, glonass}, 48, 26, 24}}) {
+    std::vector<zh::NavData> navs;
+    for (std::string const& f : c.files) navs.push_back(zh::readRinexNav(f));
+    zh::ConstellationOptions o;
+    o.pipeline.fitEnd = gpsTime("2020-05-16T00:00:00");
+    o.fitEndGiven = true;
+    o.fitSpanGiven = c.givenHours > 0;
+    if (o.fitSpanGiven) o.pipeline.fitSpan = c.givenHours * 3600.0;
+    o.pipeline.estimateOnly = true;
+    o.pipeline.estimateUt1Rate = false;
+    o.satellites = {{'G', 5}, {'R', 1}};
+    zh::ConstellationPrediction const p = zh::predictConstellation(zh::collectEphemerides(navs), o);
+    ASSERT_EQ(p.satellites.size(), 2u);
+    for (zh::SatellitePrediction const& s : p.satellites) {
+      ASSERT_TRUE(s.skipReason.empty()) << zh::toString(s.sat) << ": " << s.skipReason;
+      double const hours = s.sat.system == 'R' ? c.glonassHours : c.gpsHours;
+      EXPECT_NEAR((s.fitEnd - s.fitStart) / 3600.0, hours, 0.5)
+          << zh::toString(s.sat) << " " << c.files.size();
+    }
   }
 }

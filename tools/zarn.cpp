@@ -77,7 +77,9 @@ char const* const kPredictHelp =
     "                      span, default), one (the newest broadcast state) or two (the newest and one\n"
     "                      about six hours older)\n"
     "  --satellites LIST   only these satellites, e.g. G01,G14,C11\n"
-    "  --fit-span HOURS    length of the fitted span (default 24)\n"
+    "  --fit-span HOURS    length of the fitted span of every satellite; default: 48 for a GPS or\n"
+    "                      BeiDou satellite whose data (several --nav or --sp3 files) reach back two days\n"
+    "                      before the fit end, 24 for the others and for GLONASS\n"
     "  --step SECONDS      sample and integration step (default 900)\n"
     "  --window N          states per fitted GPS ephemeris, even; the fit interval is (N - 1) steps\n"
     "                      (default 16: 3.75 h)\n"
@@ -249,7 +251,8 @@ ConstellationOptions predictOptions(Arguments const& args) {
   ConstellationOptions options;
   PipelineOptions& pipeline = options.pipeline;
   if (args.has("days")) pipeline.days = number(args.single("days"), "days");
-  if (args.has("fit-span")) pipeline.fitSpan = number(args.single("fit-span"), "fit-span") * 3600.0;
+  options.fitSpanGiven = args.has("fit-span");
+  if (options.fitSpanGiven) pipeline.fitSpan = number(args.single("fit-span"), "fit-span") * 3600.0;
   if (args.has("step")) pipeline.sampleStep = number(args.single("step"), "step");
   if (args.has("window"))
     pipeline.gpsWindowSamples = static_cast<int>(number(args.single("window"), "window"));
@@ -355,6 +358,18 @@ std::string writeChecked(std::string const& out, NavWriteOptions const& writeOpt
   if (mismatch.empty() && invalid == 0) return "";
   return out + " does not read back as written: " + (mismatch.empty() ? "all records equal" : mismatch) +
          "; " + std::to_string(invalid) + " records fail validation";
+}
+
+// The fit arcs given to the satellites.
+void reportArcs(ConstellationPrediction const& prediction) {
+  if (prediction.dayArcs == 0) {
+    std::printf("fit arcs: %.0f h for every satellite\n", prediction.longFitSpan / 3600.0);
+    return;
+  }
+  std::printf(
+      "fit arcs: %.0f h for %zu GPS and BeiDou satellites whose data reach back that far, %.0f h for "
+      "%zu others\n",
+      prediction.longFitSpan / 3600.0, prediction.longArcs, kDefaultFitSpan / 3600.0, prediction.dayArcs);
 }
 
 // The pole given to the satellites that hold it, or why it is zero; the
@@ -523,6 +538,7 @@ int runPredict(Arguments const& args) {
     return kExitFailure;
   }
   progress->finish();
+  reportArcs(prediction);
   reportPole(prediction);
   PredictReport const report = reportSatellites(prediction, options.pipeline.checkFit);
   std::vector<zarn::core::GpsEphemeris> const& gps = report.gps;

@@ -220,7 +220,7 @@ support::AssistanceData satelliteAssistance(SatelliteId const& sat, support::Bei
     tables::SatelliteHistoryRow const& r = tables::kSatelliteHistory[i];
     if (r.date != chosen || r.system != sat.system || r.prn != sat.prn) continue;
     data.srp[0] = r.srpScale;
-    data.srp[1] = 0.0;
+    data.srp[1] = r.yBias;
     for (std::size_t k = 0; k < 3; ++k) data.antPhase[k] = r.pco[k];
   }
   return data;

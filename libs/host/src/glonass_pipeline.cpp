@@ -389,7 +389,7 @@ SatellitePrediction predictGlonassFromBroadcast(std::vector<Ephemeris> const& re
   std::size_t first = t.size();
   while (first > 0 && have[first - 1]) --first;
   if ((t.size() - first) % 2 == 0) ++first;
-  double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
+  double const minimum = minimumFitSpan(o);
   if (first >= t.size() || t.back() - t[first] + 1e-9 < minimum) {
     result.skipReason =
         "broadcast states cover only " +
@@ -438,7 +438,7 @@ SatellitePrediction predictGlonassFromSp3(Sp3Orbit const& orbit, SatelliteId con
       s.position.clear();
     }
   }
-  double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
+  double const minimum = minimumFitSpan(o);
   if (s.t.size() % 2 == 0 && !s.t.empty()) {
     s.t.erase(s.t.begin());
     s.position.erase(s.position.begin());

@@ -46,16 +46,19 @@ constexpr double kSampleRmsWarning = 10.0;  // m: a worse fit to the samples is 
 // Good arcs fit to 0.2-0.5 m (precise orbits), 0.4-2 m (GPS broadcast) and up
 // to 4.5 m (BeiDou broadcast) on the shared sets.
 constexpr double kManoeuvreRms = 10.0;
-// The UT1 rate: estimated over arcs of at least this share of the fit span,
-// used when at least this many satellites estimated it. From a few
-// satellites the median scatters by a millisecond a day and more (the 2009
-// station file: 1.7 ms from 4, 3.5 ms from 9 with shorter arcs).
+// The UT1 rate: estimated over arcs of at least this share of the fit span
+// (of a day at most), used when at least this many satellites estimated it.
+// From a few satellites the median scatters by a millisecond a day and more
+// (the 2009 station file: 1.7 ms from 4, 3.5 ms from 9 with shorter arcs).
 constexpr double kRateArcShare = 0.9;
 constexpr std::size_t kMinUt1RateEstimates = 5;
 // Radiation-pressure estimates are kept inside the ranges the assistance-data
 // file quantises them to (p1 dimensionless, p2 in 1e-9 m/s^2).
 constexpr double kSrpScaleMin = 0.0, kSrpScaleMax = 3.0;
 constexpr double kYBiasMin = -3.0, kYBiasMax = 3.0;
+// s: data that begin this long after the start of the long arc still cover it
+// (a broadcast record is trusted two hours either side of its reference time).
+constexpr double kLongArcStartTolerance = 2 * 3600.0;
 // s: shorter arcs leave p1 and p2 to the block defaults: over half a
 // revolution the direct pressure cannot be told from the initial velocity.
 constexpr double kMinSrpArc = 12 * 3600.0;
@@ -131,7 +134,7 @@ void keepLastRun(std::vector<double>& t, std::vector<Vec>& pos, std::vector<bool
   while (first > 0 && have[first - 1]) --first;
   if ((n - first) % 2 == 0) ++first;
   double const span = t.back() - t[first];
-  double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
+  double const minimum = minimumFitSpan(o);
   if (span + 1e-9 < minimum) {
     reason = "orbit data cover only " + hoursText(span) + " before the fit end" +
              (first > 0 ? " (gap at " + formatGpsTime(t[first - 1]) + ")" : "") + ", need " +
@@ -242,9 +245,10 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     if (s.t.back() - s.t.front() + 1e-9 < kMinSrpArc) {
       refusal = "arc of " + hoursText(s.t.back() - s.t.front()) + ", need " + hoursText(kMinSrpArc);
     } else {
-      // A rate needs the whole span: over shorter arcs (after gaps) it scatters.
-      bool const rateFree = o.estimateUt1Rate && !holdsPole(type) &&
-                            s.t.back() - s.t.front() + 1e-9 >= kRateArcShare * o.fitSpan;
+      // A rate needs a whole day: over shorter arcs (after gaps) it scatters.
+      bool const rateFree =
+          o.estimateUt1Rate && !holdsPole(type) &&
+          s.t.back() - s.t.front() + 1e-9 >= kRateArcShare * std::min(o.fitSpan, kDefaultFitSpan);
       support::BatchEstimate const b =
           support::estimateInitialStateBatch(times, positions, velocities, o.pole, !holdsPole(type),
                                              holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree,
@@ -496,9 +500,10 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
   Samples s = given;
   Estimation best = estimateFrom(s, assistance, type, o, leapSecondsAt(s.t[s.t.size() / 2]));
   // No orbit passes through a manoeuvre or a span of bad records: fit only the
-  // latest part of the arc as long as a span after a gap may be, when that
-  // fits better.
-  double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
+  // latest part of the arc, when that fits better: the last day of a longer
+  // arc, else as long as a span after a gap may be.
+  double const minimum =
+      s.t.back() - s.t.front() > kDefaultFitSpan + 1e-9 ? kDefaultFitSpan : minimumFitSpan(o);
   std::size_t first = s.t.size() - 1;
   while (first > 0 && s.t.back() - s.t[first] + 1e-9 < minimum) --first;
   if (!(best.rms <= kManoeuvreRms) && first >= 2 && first + 3 <= s.t.size()) {
@@ -628,6 +633,10 @@ double medianUt1Rate(std::vector<SatellitePrediction> const& predictions) {
     if (p.skipReason.empty() && p.ut1RateEstimated) rates.push_back(p.ut1Rate);
   }
   return rates.empty() ? 0.0 : median(rates);
+}
+
+double minimumFitSpan(PipelineOptions const& o) {
+  return o.minFitSpan > 0 ? o.minFitSpan : 0.5 * std::min(o.fitSpan, kDefaultFitSpan);
 }
 
 std::string validate(PipelineOptions const& o) {
@@ -852,6 +861,24 @@ ConstellationPrediction predictAll(
 
 }  // namespace
 
+double fitSpanFor(char system, double dataStart, double fitEnd, ConstellationOptions const& o) {
+  if (o.fitSpanGiven) return o.pipeline.fitSpan;
+  // The GLONASS filter estimates no radiation pressure: over two days of the
+  // 2019 precise set its day-1 median grew from 3.0 to 6.5 m.
+  if (system == 'R' || !(o.longFitSpan > kDefaultFitSpan)) return kDefaultFitSpan;
+  return dataStart <= fitEnd - o.longFitSpan + kLongArcStartTolerance ? o.longFitSpan : kDefaultFitSpan;
+}
+
+namespace {
+
+// Counts the satellites of each arc length for the report.
+void countArcs(std::vector<double> const& spans, ConstellationOptions const& o, ConstellationPrediction& p) {
+  p.longFitSpan = o.fitSpanGiven ? o.pipeline.fitSpan : o.longFitSpan;
+  for (double span : spans) (span == kDefaultFitSpan && !o.fitSpanGiven ? p.dayArcs : p.longArcs) += 1;
+}
+
+}  // namespace
+
 double constellationFitEnd(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
                            ConstellationOptions const& o) {
   double const h = o.pipeline.sampleStep;
@@ -866,34 +893,52 @@ double constellationFitEnd(std::map<SatelliteId, std::vector<Ephemeris>> const& 
 
 ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
                                              ConstellationOptions const& o) {
+  double const fitEnd = constellationFitEnd(records, o);
   std::vector<SatelliteId> sats;
   std::vector<std::vector<Ephemeris> const*> inputs;
   std::vector<support::BeidouSvType> types;
+  std::vector<double> spans;
   for (auto const& entry : records) {
     if (!selected(entry.first, o)) continue;
     sats.push_back(entry.first);
     inputs.push_back(&entry.second);
     types.push_back(orbitType(entry.second));
+    double first = fitEnd;
+    for (Ephemeris const& e : entry.second) first = std::min(first, e.toe);
+    spans.push_back(fitSpanFor(entry.first.system, first, fitEnd, o));
   }
-  double const fitEnd = constellationFitEnd(records, o);
-  return predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
-    return predictFromBroadcast(*inputs[i], options);
-  });
+  ConstellationPrediction result =
+      predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+        PipelineOptions own = options;
+        own.fitSpan = spans[i];
+        return predictFromBroadcast(*inputs[i], own);
+      });
+  countArcs(spans, o, result);
+  return result;
 }
 
 ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, ConstellationOptions const& o) {
   double const h = o.pipeline.sampleStep;
+  double const fitEnd = std::floor((o.fitEndGiven ? o.pipeline.fitEnd : orbit.end()) / h + 1e-9) * h;
   std::vector<SatelliteId> sats;
   std::vector<support::BeidouSvType> types;
+  std::vector<double> spans;
   for (SatelliteId const& sat : orbit.satellites()) {
     if (!selected(sat, o)) continue;
     sats.push_back(sat);
     types.push_back(orbit.svType(sat));
+    double first = fitEnd, last = fitEnd;
+    orbit.span(sat, first, last);
+    spans.push_back(fitSpanFor(sat.system, first, fitEnd, o));
   }
-  double const fitEnd = std::floor((o.fitEndGiven ? o.pipeline.fitEnd : orbit.end()) / h + 1e-9) * h;
-  return predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
-    return predictFromSp3(orbit, sats[i], options);
-  });
+  ConstellationPrediction result =
+      predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+        PipelineOptions own = options;
+        own.fitSpan = spans[i];
+        return predictFromSp3(orbit, sats[i], own);
+      });
+  countArcs(spans, o, result);
+  return result;
 }
 
 }  // namespace host

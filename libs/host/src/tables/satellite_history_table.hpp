@@ -14,6 +14,7 @@ struct SatelliteHistoryRow {
   char system;  // 'G', 'C'
   int prn;
   double srpScale;  // direct radiation-pressure scale of the force model
+  double yBias;     // Y-bias acceleration, 1e-9 m/s^2
   double pco[3];    // antenna phase-centre offset, body frame x, y, z, m
 };
 
