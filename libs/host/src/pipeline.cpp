@@ -794,20 +794,35 @@ bool selected(SatelliteId const& sat, ConstellationOptions const& o) {
          std::find(o.satellites.begin(), o.satellites.end(), sat) != o.satellites.end();
 }
 
-// Runs predict(i, options) for every satellite sats[i] of orbit type types[i],
-// those that estimate the pole first, each worker taking the next satellite as
-// it comes free. A satellite whose prediction throws is skipped with the reason.
+// GPS and BeiDou MEO satellites give the Earth's orientation (UT1 rate, pole)
+// to every satellite; GLONASS does not (its filter holds the radiation pressure).
+bool givesEarthOrientation(SatelliteId const& sat, support::BeidouSvType type) {
+  return sat.system != 'R' && !holdsPole(type);
+}
+
+// Runs predict(i, options) for the selected satellites sats[0, selected) of
+// orbit types types[i], those that estimate the pole first, each worker taking
+// the next satellite as it comes free. The satellites after them only estimate:
+// they complete the set that gives the Earth's orientation, so that a satellite's
+// prediction does not depend on which others are selected. A satellite whose
+// prediction throws is skipped with the reason.
 ConstellationPrediction predictAll(
-    std::vector<SatelliteId> const& sats, std::vector<support::BeidouSvType> const& types, double fitEnd,
-    ConstellationOptions const& o,
+    std::vector<SatelliteId> const& sats, std::vector<support::BeidouSvType> const& types,
+    std::size_t selected, double fitEnd, ConstellationOptions const& o,
     std::function<SatellitePrediction(std::size_t, PipelineOptions const&)> const& predict) {
   ConstellationPrediction result;
   result.fitEnd = fitEnd;
   result.satellites.resize(types.size());
-  std::vector<std::size_t> estimating, holding;
-  for (std::size_t i = 0; i < types.size(); ++i) (holdsPole(types[i]) ? holding : estimating).push_back(i);
+  std::vector<std::size_t> estimating, holding, reference, extra;
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    if (givesEarthOrientation(sats[i], types[i])) reference.push_back(i);
+    if (i >= selected)
+      extra.push_back(i);
+    else
+      (holdsPole(types[i]) ? holding : estimating).push_back(i);
+  }
   std::atomic<std::size_t> done{0};
-  if (o.progress && !types.empty()) o.progress(0, types.size());
+  if (o.progress && selected > 0) o.progress(0, selected);
   auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options, bool report) {
     std::atomic<std::size_t> next{0};
     auto worker = [&]() {
@@ -820,7 +835,7 @@ ConstellationPrediction predictAll(
           p.sat = sats[which[k]];
           p.skipReason = std::string("prediction failed: ") + e.what();
         }
-        if (o.progress && report) o.progress(++done, types.size());
+        if (o.progress && report) o.progress(++done, selected);
       }
     };
     std::vector<std::thread> threads;
@@ -835,11 +850,8 @@ ConstellationPrediction predictAll(
   if (rateFirst) {
     // One Earth: the GPS and BeiDou satellites that estimate the pole estimate
     // the rate first, then every satellite takes their median.
-    std::vector<std::size_t> rateEstimating;
-    for (std::size_t i : estimating)
-      if (sats[i].system != 'R') rateEstimating.push_back(i);
     options.estimateOnly = true;
-    run(rateEstimating, options, false);
+    run(reference, options, false);
     options.estimateOnly = o.pipeline.estimateOnly;
     std::size_t const estimates = static_cast<std::size_t>(std::count_if(
         result.satellites.begin(), result.satellites.end(),
@@ -852,8 +864,16 @@ ConstellationPrediction predictAll(
     options.ut1Rate = result.ut1Rate;
   }
   run(estimating, options, true);
-  options.pole = medianPole(result.satellites);
+  if (!holding.empty()) {
+    PipelineOptions estimateOnly = options;
+    estimateOnly.estimateOnly = true;
+    run(extra, estimateOnly, false);
+    std::vector<SatellitePrediction> givers;
+    for (std::size_t i : reference) givers.push_back(result.satellites[i]);
+    options.pole = medianPole(givers);
+  }
   run(holding, options, true);
+  result.satellites.resize(selected);
   result.poleHolders = holding.size();
   result.heldPole = options.pole;
   return result;
@@ -898,21 +918,28 @@ ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<E
   std::vector<std::vector<Ephemeris> const*> inputs;
   std::vector<support::BeidouSvType> types;
   std::vector<double> spans;
-  for (auto const& entry : records) {
-    if (!selected(entry.first, o)) continue;
-    sats.push_back(entry.first);
-    inputs.push_back(&entry.second);
-    types.push_back(orbitType(entry.second));
-    double first = fitEnd;
-    for (Ephemeris const& e : entry.second) first = std::min(first, e.toe);
-    spans.push_back(fitSpanFor(entry.first.system, first, fitEnd, o));
+  std::size_t count = 0;
+  for (bool const chosen : {true, false}) {
+    for (auto const& entry : records) {
+      support::BeidouSvType const type = orbitType(entry.second);
+      if (selected(entry.first, o) != chosen || (!chosen && !givesEarthOrientation(entry.first, type)))
+        continue;
+      sats.push_back(entry.first);
+      inputs.push_back(&entry.second);
+      types.push_back(type);
+      double first = fitEnd;
+      for (Ephemeris const& e : entry.second) first = std::min(first, e.toe);
+      spans.push_back(fitSpanFor(entry.first.system, first, fitEnd, o));
+    }
+    if (chosen) count = sats.size();
   }
   ConstellationPrediction result =
-      predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+      predictAll(sats, types, count, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
         PipelineOptions own = options;
         own.fitSpan = spans[i];
         return predictFromBroadcast(*inputs[i], own);
       });
+  spans.resize(count);
   countArcs(spans, o, result);
   return result;
 }
@@ -923,20 +950,26 @@ ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, Constellatio
   std::vector<SatelliteId> sats;
   std::vector<support::BeidouSvType> types;
   std::vector<double> spans;
-  for (SatelliteId const& sat : orbit.satellites()) {
-    if (!selected(sat, o)) continue;
-    sats.push_back(sat);
-    types.push_back(orbit.svType(sat));
-    double first = fitEnd, last = fitEnd;
-    orbit.span(sat, first, last);
-    spans.push_back(fitSpanFor(sat.system, first, fitEnd, o));
+  std::size_t count = 0;
+  for (bool const chosen : {true, false}) {
+    for (SatelliteId const& sat : orbit.satellites()) {
+      support::BeidouSvType const type = orbit.svType(sat);
+      if (selected(sat, o) != chosen || (!chosen && !givesEarthOrientation(sat, type))) continue;
+      sats.push_back(sat);
+      types.push_back(type);
+      double first = fitEnd, last = fitEnd;
+      orbit.span(sat, first, last);
+      spans.push_back(fitSpanFor(sat.system, first, fitEnd, o));
+    }
+    if (chosen) count = sats.size();
   }
   ConstellationPrediction result =
-      predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+      predictAll(sats, types, count, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
         PipelineOptions own = options;
         own.fitSpan = spans[i];
         return predictFromSp3(orbit, sats[i], own);
       });
+  spans.resize(count);
   countArcs(spans, o, result);
   return result;
 }

@@ -202,10 +202,10 @@ struct ConstellationPrediction {
   double fitEnd = 0;
   std::vector<SatellitePrediction> satellites;  // the selected satellites, in input order
   std::size_t poleHolders = 0;                  // satellites that held the pole (BeiDou GEO, IGSO)
-  support::Eop heldPole;                        // the pole they held: medianPole of the others
-  // d(UT1 - UTC)/dt (s/s) of every prediction: the median of the satellites'
-  // own estimates (each re-estimated with it held), or the one given when
-  // fewer than five satellites could estimate it.
+  support::Eop heldPole;                        // the pole they held: medianPole of the GPS and MEO ones
+  // d(UT1 - UTC)/dt (s/s) of every prediction: the median of the GPS and
+  // BeiDou MEO satellites' own estimates (each re-estimated with it held), or
+  // the one given when fewer than five satellites could estimate it.
   double ut1Rate = 0.0;
   std::size_t ut1RateEstimates = 0;  // satellites behind that median; 0 when it was held
   // Satellites given longFitSpan (or the given span) and kDefaultFitSpan.
@@ -221,8 +221,11 @@ double fitSpanFor(char system, double dataStart, double fitEnd, ConstellationOpt
 // The median d(UT1 - UTC)/dt of the satellites that estimated it (0 when none did).
 double medianUt1Rate(std::vector<SatellitePrediction> const& predictions);
 
-// Every selected satellite of the input, `threads` at a time. The satellites
-// that hold the pole run after the others and take their median pole.
+// Every selected satellite of the input, `threads` at a time. The Earth's
+// orientation comes from every GPS and BeiDou MEO satellite of the input,
+// selected or not, so that no satellite's prediction depends on which others
+// are selected: their median UT1 rate is held by all, their median pole by the
+// satellites that hold the pole (BeiDou GEO and IGSO), which run last.
 ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<Ephemeris>> const& records,
                                              ConstellationOptions const& options);
 // The fit end that predictConstellation uses for these records.
