@@ -5,6 +5,7 @@
 
 #include "force_model/geopotential.hpp"
 #include "force_model/radiation_pressure.hpp"
+#include "force_model/sun_moon_grid.hpp"
 #include "force_model/third_body.hpp"
 #include "force_model/vector3.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
@@ -57,7 +58,9 @@ struct ForceModel::Details {
   Gj8Integrator gj8Integrator;
 
   // Sun and Moon (J2000 axes) of the last forceModel time: the Gauss-Jackson
-  // corrector evaluates each epoch several times.
+  // corrector evaluates each epoch several times. Never serialized: both are
+  // functions of the time alone.
+  forces::SunMoonGrid sunMoonGrid;
   double sunMoonTime = std::nan("");
   double moonJ2000[3] = {0.0, 0.0, 0.0};
   double sunJ2000[3] = {0.0, 0.0, 0.0};
@@ -272,7 +275,7 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
   for (int i = 0; i < 3; ++i) re[i] = dot3(E[i], rz);
 
   if (t != d.sunMoonTime) {
-    forces::sunMoonJ2000(t, d.moonJ2000, d.sunJ2000);
+    d.sunMoonGrid.at(t, d.moonJ2000, d.sunJ2000);
     d.sunMoonTime = t;
   }
   double moon[3], sun[3];
