@@ -191,6 +191,16 @@ struct Estimation {
   std::string srpNote;        // why the block defaults were kept, when they were
   support::BinaryData model;  // the serialized force model, ready to propagate
   double rms = 0;
+  support::BatchEstimate batch;  // when srpEstimated
+};
+
+// What the UT1-rate pass keeps of a satellite for its prediction with the
+// median rate: the samples it fitted, its estimate and the notes on them.
+struct RatePass {
+  bool kept = false;
+  Samples samples;
+  Estimation estimate;
+  std::vector<std::string> notes;
 };
 
 // The reason estimated radiation-pressure parameters cannot be used; empty
@@ -210,6 +220,8 @@ std::string srpRefusal(support::BatchEstimate const& b) {
   }
   return "";
 }
+
+double sampleRms(Estimation const& e, Samples const& s, PipelineOptions const& o, int leap);
 
 Estimation estimateFrom(Samples const& s, support::AssistanceData const& assistance,
                         support::BeidouSvType type, PipelineOptions const& o, int leap) {
@@ -243,10 +255,9 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
       // A rate needs the whole span: over shorter arcs (after gaps) it scatters.
       bool const rateFree = o.estimateUt1Rate && !holdsPole(type) &&
                             s.t.back() - s.t.front() + 1e-9 >= kRateArcShare * o.fitSpan;
-      support::BatchEstimate const b =
-          support::estimateInitialStateBatch(times, positions, velocities, o.pole, !holdsPole(type),
-                                             holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree,
-                                             o.ut1Rate, *model, true, rateFree && o.estimateOnly);
+      support::BatchEstimate const b = support::estimateInitialStateBatch(
+          times, positions, velocities, o.pole, !holdsPole(type),
+          holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree, o.ut1Rate, *model, true);
       refusal = srpRefusal(b);
       if (refusal.empty()) {
         e.state = b.state;
@@ -256,6 +267,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
         e.srp[0] = b.state(6);
         e.srp[1] = b.state(7);
         e.srpEstimated = true;
+        e.batch = b;
       }
     }
     if (!refusal.empty()) {
@@ -273,10 +285,17 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     e.pole = support::Eop{f.state(6), f.state(7)};
   }
   model->serialize(e.model);
+  e.rms = sampleRms(e, s, o, leap);
+  return e;
+}
 
-  e.rms = std::numeric_limits<double>::infinity();
+// The RMS distance (m) between the samples and the estimated orbit integrated
+// back over them; infinite when that integration fails.
+double sampleRms(Estimation const& e, Samples const& s, PipelineOptions const& o, int leap) {
+  std::size_t const n = s.t.size();
+  double const failed = std::numeric_limits<double>::infinity();
   std::unique_ptr<support::ForceModel> back = copyModel(e.model);
-  if (!back) return e;
+  if (!back) return failed;
   support::OdeFunGj8 ode(*back);
   Vec r0(3), v0(3);
   for (std::size_t c = 0; c < 3; ++c) {
@@ -288,15 +307,38 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   Mat earthFixed, earthFixedVelocities;
   if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -o.sampleStep) != 0 ||
       !stepEarthFixed(*back, epochs, leap, false, e.ut1Rate, earthFixed, earthFixedVelocities)) {
-    return e;
+    return failed;
   }
   double sum = 0.0;
   for (std::size_t j = 0; j + 1 < n; ++j) {
     double const d = support::distance(boost::numeric::ublas::column(earthFixed, j), s.position[n - 2 - j]);
     sum += d * d;
   }
-  e.rms = std::sqrt(sum / static_cast<double>(n - 1));
-  return e;
+  return std::sqrt(sum / static_cast<double>(n - 1));
+}
+
+// The estimate of the UT1-rate pass moved to the rate held at o.ut1Rate, as
+// a fit with that rate would give it; false when it cannot be moved.
+bool holdRate(RatePass const& pass, PipelineOptions const& o, Estimation& e) {
+  Samples const& s = pass.samples;
+  std::unique_ptr<support::ForceModel> model = copyModel(pass.estimate.model);
+  if (!pass.kept || !model) return false;
+  Vec times(s.t.size());
+  for (std::size_t k = 0; k < s.t.size(); ++k) times(k) = s.t[k];
+  support::BatchEstimate const b = support::holdUt1Rate(pass.estimate.batch, o.ut1Rate, times, *model, true);
+  if (!b.converged) return false;
+  e = pass.estimate;
+  e.state = b.state;
+  e.pole = b.pole;
+  e.srp[0] = b.state(6);
+  e.srp[1] = b.state(7);
+  e.ut1Rate = b.ut1Rate;
+  e.ut1RateEstimated = false;
+  e.batch = b;
+  e.model.clear();
+  model->serialize(e.model);
+  e.rms = sampleRms(e, s, o, leapSecondsAt(s.t[s.t.size() / 2]));
+  return true;
 }
 
 // The samples from index `first` (at least 2) on; the Earth-fixed velocity at
@@ -485,21 +527,31 @@ std::string refusalNote(SatelliteId const& sat, std::size_t windows, int fitFail
 
 // The whole prediction from centre-of-mass samples: estimate, plan the
 // windows, propagate once over all of them, fit each, optionally check the fit.
+// With `pass`, the UT1-rate pass (o.estimateOnly) keeps its estimate there and
+// the prediction after it moves that estimate to the held rate.
 void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockModel const& clock,
                         Ephemeris const& templateRecord, PipelineOptions const& o,
-                        SatellitePrediction& result) {
+                        SatellitePrediction& result, RatePass* pass) {
   support::AssistanceData assistance = assistanceOf(result.sat, type, o);
   if (!o.antennaOffset) assistance.antPhase.fill(0.0);
   double const cpu0 = threadCpuSeconds();
   Samples s = given;
-  Estimation best = estimateFrom(s, assistance, type, o, leapSecondsAt(s.t[s.t.size() / 2]));
+  Estimation best;
+  bool const held = pass != nullptr && !o.estimateOnly && !o.estimateUt1Rate && holdRate(*pass, o, best);
+  std::size_t const givenNotes = result.notes.size();
+  if (held) {
+    s = pass->samples;
+    result.notes.insert(result.notes.end(), pass->notes.begin(), pass->notes.end());
+  } else {
+    best = estimateFrom(s, assistance, type, o, leapSecondsAt(s.t[s.t.size() / 2]));
+  }
   // No orbit passes through a manoeuvre or a span of bad records: fit only the
   // latest part of the arc as long as a span after a gap may be, when that
   // fits better.
   double const minimum = o.minFitSpan > 0 ? o.minFitSpan : 0.5 * o.fitSpan;
   std::size_t first = s.t.size() - 1;
   while (first > 0 && s.t.back() - s.t[first] + 1e-9 < minimum) --first;
-  if (!(best.rms <= kManoeuvreRms) && first >= 2 && first + 3 <= s.t.size()) {
+  if (!held && !(best.rms <= kManoeuvreRms) && first >= 2 && first + 3 <= s.t.size()) {
     Samples later = latestSamples(s, first);
     Estimation e = estimateFrom(later, assistance, type, o, leapSecondsAt(later.t[later.t.size() / 2]));
     if (e.rms < best.rms) {
@@ -513,6 +565,12 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
       s = std::move(later);
       best = std::move(e);
     }
+  }
+  if (pass != nullptr && o.estimateOnly) {
+    pass->kept = best.ut1RateEstimated && best.batch.ut1RateSensitivity.size() > 0;
+    pass->samples = s;
+    pass->estimate = best;
+    pass->notes.assign(result.notes.begin() + static_cast<std::ptrdiff_t>(givenNotes), result.notes.end());
   }
   std::size_t const n = s.t.size();
   int const leap = leapSecondsAt(s.t[n / 2]);
@@ -652,7 +710,10 @@ double windowHours(PipelineOptions const& o, char system) {
   return (windowSamples(o, system) - 1) * o.sampleStep / 3600.0;
 }
 
-SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, PipelineOptions const& o) {
+namespace {
+
+SatellitePrediction predictBroadcast(std::vector<Ephemeris> const& records, PipelineOptions const& o,
+                                     RatePass* pass) {
   SatellitePrediction result;
   if (records.empty()) {
     result.skipReason = "no ephemerides";
@@ -725,11 +786,12 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
   clock.a0 = terms.a0;
   clock.a1 = terms.a1;
   clock.a2 = terms.a2;
-  predictFromSamples(s, type, clock, last, o, result);
+  predictFromSamples(s, type, clock, last, o, result, pass);
   return result;
 }
 
-SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& o) {
+SatellitePrediction predictSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& o,
+                               RatePass* pass) {
   if (sat.system == 'R') return predictGlonassFromSp3(orbit, sat, o);
   SatellitePrediction result;
   result.sat = sat;
@@ -768,8 +830,18 @@ SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat
   }
   Ephemeris templateRecord;
   templateRecord.sat = sat;
-  predictFromSamples(s, orbit.svType(sat), clock, templateRecord, o, result);
+  predictFromSamples(s, orbit.svType(sat), clock, templateRecord, o, result, pass);
   return result;
+}
+
+}  // namespace
+
+SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, PipelineOptions const& o) {
+  return predictBroadcast(records, o, nullptr);
+}
+
+SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& o) {
+  return predictSp3(orbit, sat, o, nullptr);
 }
 
 namespace {
@@ -780,18 +852,20 @@ bool selected(SatelliteId const& sat, ConstellationOptions const& o) {
          std::find(o.satellites.begin(), o.satellites.end(), sat) != o.satellites.end();
 }
 
-// Runs predict(i, options) for every satellite sats[i] of orbit type types[i],
-// those that estimate the pole first, each worker taking the next satellite as
-// it comes free. A satellite whose prediction throws is skipped with the reason.
+// Runs predict(i, options, pass) for every satellite sats[i] of orbit type
+// types[i], those that estimate the pole first, each worker taking the next
+// satellite as it comes free; pass is what the UT1-rate pass kept of it. A
+// satellite whose prediction throws is skipped with the reason.
 ConstellationPrediction predictAll(
     std::vector<SatelliteId> const& sats, std::vector<support::BeidouSvType> const& types, double fitEnd,
     ConstellationOptions const& o,
-    std::function<SatellitePrediction(std::size_t, PipelineOptions const&)> const& predict) {
+    std::function<SatellitePrediction(std::size_t, PipelineOptions const&, RatePass*)> const& predict) {
   ConstellationPrediction result;
   result.fitEnd = fitEnd;
   result.satellites.resize(types.size());
   std::vector<std::size_t> estimating, holding;
   for (std::size_t i = 0; i < types.size(); ++i) (holdsPole(types[i]) ? holding : estimating).push_back(i);
+  std::vector<RatePass> passes(types.size());
   std::atomic<std::size_t> done{0};
   if (o.progress && !types.empty()) o.progress(0, types.size());
   auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options, bool report) {
@@ -800,7 +874,7 @@ ConstellationPrediction predictAll(
       for (std::size_t k = next++; k < which.size(); k = next++) {
         SatellitePrediction& p = result.satellites[which[k]];
         try {
-          p = predict(which[k], options);
+          p = predict(which[k], options, &passes[which[k]]);
         } catch (std::exception const& e) {
           p = SatellitePrediction();
           p.sat = sats[which[k]];
@@ -871,9 +945,10 @@ ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<E
     types.push_back(orbitType(entry.second));
   }
   double const fitEnd = constellationFitEnd(records, o);
-  return predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
-    return predictFromBroadcast(*inputs[i], options);
-  });
+  return predictAll(sats, types, fitEnd, o,
+                    [&](std::size_t i, PipelineOptions const& options, RatePass* pass) {
+                      return predictBroadcast(*inputs[i], options, pass);
+                    });
 }
 
 ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, ConstellationOptions const& o) {
@@ -886,9 +961,10 @@ ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, Constellatio
     types.push_back(orbit.svType(sat));
   }
   double const fitEnd = std::floor((o.fitEndGiven ? o.pipeline.fitEnd : orbit.end()) / h + 1e-9) * h;
-  return predictAll(sats, types, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
-    return predictFromSp3(orbit, sats[i], options);
-  });
+  return predictAll(sats, types, fitEnd, o,
+                    [&](std::size_t i, PipelineOptions const& options, RatePass* pass) {
+                      return predictSp3(orbit, sats[i], options, pass);
+                    });
 }
 
 }  // namespace host

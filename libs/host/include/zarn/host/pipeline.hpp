@@ -100,8 +100,7 @@ struct PipelineOptions {
   // held.
   bool estimateUt1Rate = true;
   double ut1Rate = 0.0;
-  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass,
-  // whose rate-estimating fits are the estimator's rough ones).
+  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass).
   bool estimateOnly = false;
 };
 
@@ -178,7 +177,7 @@ struct ConstellationPrediction {
   std::size_t poleHolders = 0;                  // satellites that held the pole (BeiDou GEO, IGSO)
   support::Eop heldPole;                        // the pole they held: medianPole of the others
   // d(UT1 - UTC)/dt (s/s) of every prediction: the median of the satellites'
-  // own estimates (each re-estimated with it held), or the one given when
+  // own estimates (each estimate then moved to it held), or the one given when
   // fewer than five satellites could estimate it.
   double ut1Rate = 0.0;
   std::size_t ut1RateEstimates = 0;  // satellites behind that median; 0 when it was held
