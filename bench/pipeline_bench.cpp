@@ -101,10 +101,11 @@ class Stages {
     return zs::estimateInitialStateBatch(times_, positions_, velocities_, zs::Eop{}, true, o_.srpSigma, model,
                                          true);
   }
-  // The first fit of the UT1-rate pass: the rate free, rough.
+  // The fit of the UT1-rate pass: the rate free. The prediction after it
+  // moves this estimate to the median rate (holdUt1Rate).
   zs::BatchEstimate estimateRate(zs::ForceModel& model) const {
     return zs::estimateInitialStateBatch(times_, positions_, velocities_, zs::Eop{}, true, o_.srpSigma, true,
-                                         0.0, model, true, true);
+                                         0.0, model, true);
   }
   double start() const { return times_(times_.size() / 2); }
 
