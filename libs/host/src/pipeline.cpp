@@ -195,9 +195,15 @@ struct Estimation {
 };
 
 // What the UT1-rate pass keeps of a satellite for its prediction with the
-// median rate: the samples it fitted, its estimate and the notes on them.
+// median rate: the prediction's inputs as they reached the estimate, the
+// samples it fitted, its estimate and the notes on them.
 struct RatePass {
   bool kept = false;
+  SatellitePrediction start;
+  Samples given;
+  support::BeidouSvType type = support::UNDEFINED_SAT_TYPE;
+  ClockModel clock;
+  Ephemeris templateRecord;
   Samples samples;
   Estimation estimate;
   std::vector<std::string> notes;
@@ -285,7 +291,9 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     e.pole = support::Eop{f.state(6), f.state(7)};
   }
   model->serialize(e.model);
-  e.rms = sampleRms(e, s, o, leap);
+  // The UT1-rate pass takes the fit's own residual: its estimate is moved and
+  // measured again before anything is predicted from it.
+  e.rms = e.srpEstimated && o.estimateOnly ? e.batch.rms : sampleRms(e, s, o, leap);
   return e;
 }
 
@@ -568,6 +576,12 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
   }
   if (pass != nullptr && o.estimateOnly) {
     pass->kept = best.ut1RateEstimated && best.batch.ut1RateSensitivity.size() > 0;
+    pass->start = result;
+    pass->start.notes.resize(givenNotes);
+    pass->given = given;
+    pass->type = type;
+    pass->clock = clock;
+    pass->templateRecord = templateRecord;
     pass->samples = s;
     pass->estimate = best;
     pass->notes.assign(result.notes.begin() + static_cast<std::ptrdiff_t>(givenNotes), result.notes.end());
@@ -873,8 +887,15 @@ ConstellationPrediction predictAll(
     auto worker = [&]() {
       for (std::size_t k = next++; k < which.size(); k = next++) {
         SatellitePrediction& p = result.satellites[which[k]];
+        RatePass& pass = passes[which[k]];
         try {
-          p = predict(which[k], options, &passes[which[k]]);
+          if (pass.kept && !options.estimateOnly && !options.estimateUt1Rate) {
+            // The records were screened and sampled for the UT1-rate pass.
+            p = pass.start;
+            predictFromSamples(pass.given, pass.type, pass.clock, pass.templateRecord, options, p, &pass);
+          } else {
+            p = predict(which[k], options, &pass);
+          }
         } catch (std::exception const& e) {
           p = SatellitePrediction();
           p.sat = sats[which[k]];

@@ -125,7 +125,7 @@ struct SatellitePrediction {
                               // (infinite when that propagation fails)
   support::BeidouSvType svType = support::UNDEFINED_SAT_TYPE;
   support::Eop pole;              // the estimated (or held) pole (rad)
-  support::Srp srp;               // radiation-pressure parameters propagated with (AssistanceData.srp)
+  support::Srp srp{};             // radiation-pressure parameters propagated with (AssistanceData.srp)
   bool srpEstimated = false;      // srp estimated from the samples rather than the block defaults
   double ut1Rate = 0.0;           // d(UT1 - UTC)/dt (s/s) the prediction was converted with
   bool ut1RateEstimated = false;  // ut1Rate estimated from this satellite's samples
