@@ -452,7 +452,7 @@ TEST(ForceModelDeathTest, FatalMessages) {
 // jumping around, as the integrators ask for them, over two lunar months. The
 // series' own time argument passes through a Julian date near 2.46e6 days,
 // rounded to 4e-5 s: that jitter (1.2 m of the Sun's motion, 4 cm of the
-// Moon's) is all the difference may show.
+// Moon's) and the cubic's 14 cm on the Moon are all the difference may show.
 TEST(SunMoonGrid, FollowsTheSeriesToItsOwnRounding) {
   struct Walk {
     char const* name;
@@ -463,7 +463,7 @@ TEST(SunMoonGrid, FollowsTheSeriesToItsOwnRounding) {
       {"rkf78-like forwards", kT, 137.3, 20000},
       {"backwards across nodes", kT + 3.0e5, -311.7, 9000},
       {"jumps of days", kT - 2.0e6, 86400.0 * 1.37 + 0.61, 60},
-      {"on the nodes", 1800.0 * 666000.0, 1800.0, 50},
+      {"on the nodes", 3600.0 * 333000.0, 3600.0, 50},
   };
   for (Walk const& w : walks) {
     forces::SunMoonGrid grid;
@@ -478,7 +478,7 @@ TEST(SunMoonGrid, FollowsTheSeriesToItsOwnRounding) {
       worstSun =
           std::max(worstSun, std::hypot(sun[0] - sunSeries[0], sun[1] - sunSeries[1], sun[2] - sunSeries[2]));
     }
-    EXPECT_LT(worstMoon, 0.1) << w.name;  // m
-    EXPECT_LT(worstSun, 2.0) << w.name;   // m
+    EXPECT_LT(worstMoon, 0.25) << w.name;  // m
+    EXPECT_LT(worstSun, 2.0) << w.name;    // m
   }
 }
