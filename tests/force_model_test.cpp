@@ -481,4 +481,18 @@ TEST(SunMoonGrid, FollowsTheSeriesToItsOwnRounding) {
     EXPECT_LT(worstMoon, 0.25) << w.name;  // m
     EXPECT_LT(worstSun, 2.0) << w.name;    // m
   }
+  // Another series given at the same times: none of the first one's nodes is reused.
+  forces::SunMoonGrid grid;
+  auto shifted = [](double t, double moon[3], double sun[3]) {
+    forces::sunMoonJ2000(t, moon, sun);
+    moon[0] += 1000.0;
+    sun[2] -= 1000.0;
+  };
+  for (forces::SunMoonGrid::Series series : {&forces::sunMoonJ2000, +shifted, &forces::sunMoonJ2000}) {
+    double moon[3], sun[3], moonSeries[3], sunSeries[3];
+    grid.at(kT, moon, sun, series);
+    series(kT, moonSeries, sunSeries);
+    EXPECT_NEAR(moon[0], moonSeries[0], 0.25);
+    EXPECT_NEAR(sun[2], sunSeries[2], 2.0);
+  }
 }

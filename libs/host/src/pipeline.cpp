@@ -293,7 +293,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   model->serialize(e.model);
   // The UT1-rate pass takes the fit's own residual: its estimate is moved and
   // measured again before anything is predicted from it.
-  e.rms = e.srpEstimated && o.estimateOnly ? e.batch.rms : sampleRms(e, s, o, leap);
+  e.rms = e.srpEstimated && o.estimateOnly && o.estimateUt1Rate ? e.batch.rms : sampleRms(e, s, o, leap);
   return e;
 }
 
@@ -535,8 +535,9 @@ std::string refusalNote(SatelliteId const& sat, std::size_t windows, int fitFail
 
 // The whole prediction from centre-of-mass samples: estimate, plan the
 // windows, propagate once over all of them, fit each, optionally check the fit.
-// With `pass`, the UT1-rate pass (o.estimateOnly) keeps its estimate there and
-// the prediction after it moves that estimate to the held rate.
+// With `pass`, the UT1-rate pass (o.estimateOnly, o.estimateUt1Rate) keeps its
+// estimate there and the runs after it, the rate held, move that estimate to
+// the held rate.
 void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockModel const& clock,
                         Ephemeris const& templateRecord, PipelineOptions const& o,
                         SatellitePrediction& result, RatePass* pass) {
@@ -545,7 +546,7 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
   double const cpu0 = threadCpuSeconds();
   Samples s = given;
   Estimation best;
-  bool const held = pass != nullptr && !o.estimateOnly && !o.estimateUt1Rate && holdRate(*pass, o, best);
+  bool const held = pass != nullptr && !o.estimateUt1Rate && holdRate(*pass, o, best);
   std::size_t const givenNotes = result.notes.size();
   if (held) {
     s = pass->samples;
@@ -574,7 +575,7 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
       best = std::move(e);
     }
   }
-  if (pass != nullptr && o.estimateOnly) {
+  if (pass != nullptr && o.estimateOnly && o.estimateUt1Rate) {
     pass->kept = best.ut1RateEstimated && best.batch.ut1RateSensitivity.size() > 0;
     pass->start = result;
     pass->start.notes.resize(givenNotes);
@@ -889,7 +890,7 @@ ConstellationPrediction predictAll(
         SatellitePrediction& p = result.satellites[which[k]];
         RatePass& pass = passes[which[k]];
         try {
-          if (pass.kept && !options.estimateOnly && !options.estimateUt1Rate) {
+          if (pass.kept && !options.estimateUt1Rate) {
             // The records were screened and sampled for the UT1-rate pass.
             p = pass.start;
             predictFromSamples(pass.given, pass.type, pass.clock, pass.templateRecord, options, p, &pass);

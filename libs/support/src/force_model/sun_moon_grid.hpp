@@ -25,9 +25,16 @@ constexpr double kSunMoonNodeStep = 3600.0;  // s
 
 class SunMoonGrid {
  public:
-  // Moon and Sun (m, J2000 axes) at GPS time t (s), as sunMoonJ2000 to the
-  // interpolation error; a function of t alone, whatever was asked before.
-  void at(double t, double moon[3], double sun[3]) {
+  // A series of the Moon and Sun (m, J2000 axes) at GPS time t (s).
+  using Series = void (*)(double t, double moon[3], double sun[3]);
+
+  // Moon and Sun at t as `series` gives them, to the interpolation error; a
+  // function of t and the series alone, whatever was asked before.
+  void at(double t, double moon[3], double sun[3], Series series = sunMoonJ2000) {
+    if (series != series_) {
+      for (Node& n : nodes_) n.index = std::numeric_limits<double>::quiet_NaN();
+      series_ = series;
+    }
     double const u = t / kSunMoonNodeStep;
     double const k = std::floor(u);
     double const s = u - k;
@@ -58,12 +65,13 @@ class SunMoonGrid {
     double const slot = index - kSlots * std::floor(index / kSlots);
     Node& n = nodes_[static_cast<int>(slot) % kSlots];
     if (!(n.index == index)) {
-      sunMoonJ2000(index * kSunMoonNodeStep, n.moon, n.sun);
+      series_(index * kSunMoonNodeStep, n.moon, n.sun);
       n.index = index;
     }
     return n;
   }
 
+  Series series_ = sunMoonJ2000;
   Node nodes_[kSlots];
 };
 
