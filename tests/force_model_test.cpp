@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "force_model/sun_moon_grid.hpp"
 #include "support/erfa_bodies.hpp"
 #include "support/test_support.hpp"
 #include "support/vectors.hpp"
@@ -491,4 +492,54 @@ TEST(ForceModelDeathTest, FatalMessages) {
       {[&] { OdeFunGj8{model}(Vec(4, 0.0), dx, 0.0); }, "OdeFunGj8: invalid size y"},
   };
   for (auto const& [call, text] : cases) EXPECT_DEATH(call(), test::fatalArgument(text, kSource)) << text;
+}
+
+// The Sun and Moon the force model interpolates between series values on a
+// grid, against the series itself: times walked forwards, backwards and
+// jumping around, as the integrators ask for them, over two lunar months. The
+// series' own time argument passes through a Julian date near 2.46e6 days,
+// rounded to 4e-5 s: that jitter (1.2 m of the Sun's motion, 4 cm of the
+// Moon's) and the cubic's 14 cm on the Moon are all the difference may show.
+TEST(SunMoonGrid, FollowsTheSeriesToItsOwnRounding) {
+  struct Walk {
+    char const* name;
+    double start, step;  // s
+    int count;
+  };
+  Walk const walks[] = {
+      {"rkf78-like forwards", kT, 137.3, 20000},
+      {"backwards across nodes", kT + 3.0e5, -311.7, 9000},
+      {"jumps of days", kT - 2.0e6, 86400.0 * 1.37 + 0.61, 60},
+      {"on the nodes", 3600.0 * 333000.0, 3600.0, 50},
+  };
+  for (Walk const& w : walks) {
+    forces::SunMoonGrid grid;
+    double worstMoon = 0.0, worstSun = 0.0;
+    for (int k = 0; k < w.count; ++k) {
+      double const t = w.start + k * w.step;
+      double moon[3], sun[3], moonSeries[3], sunSeries[3];
+      grid.at(t, moon, sun);
+      forces::sunMoonJ2000(t, moonSeries, sunSeries);
+      worstMoon = std::max(
+          worstMoon, std::hypot(moon[0] - moonSeries[0], moon[1] - moonSeries[1], moon[2] - moonSeries[2]));
+      worstSun =
+          std::max(worstSun, std::hypot(sun[0] - sunSeries[0], sun[1] - sunSeries[1], sun[2] - sunSeries[2]));
+    }
+    EXPECT_LT(worstMoon, 0.25) << w.name;  // m
+    EXPECT_LT(worstSun, 2.0) << w.name;    // m
+  }
+  // Another series given at the same times: none of the first one's nodes is reused.
+  forces::SunMoonGrid grid;
+  auto shifted = [](double t, double moon[3], double sun[3]) {
+    forces::sunMoonJ2000(t, moon, sun);
+    moon[0] += 1000.0;
+    sun[2] -= 1000.0;
+  };
+  for (forces::SunMoonGrid::Series series : {&forces::sunMoonJ2000, +shifted, &forces::sunMoonJ2000}) {
+    double moon[3], sun[3], moonSeries[3], sunSeries[3];
+    grid.at(kT, moon, sun, series);
+    series(kT, moonSeries, sunSeries);
+    EXPECT_NEAR(moon[0], moonSeries[0], 0.25);
+    EXPECT_NEAR(sun[2], sunSeries[2], 2.0);
+  }
 }

@@ -436,6 +436,39 @@ TEST(EstimateInitialStateBatch, RecoversRadiationPressureUt1RatePoleAndOrbit) {
   ASSERT_TRUE(rough.converged);
   EXPECT_NEAR(rough.ut1Rate * 86400.0, rate * 86400.0, 1e-5);  // s/day
   EXPECT_NEAR(rough.state(6), 1.37, 1e-2);
+
+  // The free estimate moved to a rate held 0.5 ms/day off (a constellation
+  // median) against a fit with that rate held: same orbit, radiation
+  // pressure and pole, and a model that propagates the same way. An estimate
+  // with the rate held carries no sensitivity and leaves the model alone.
+  double const other = rate + 0.5e-3 / 86400.0;
+  Scenario freeFit(gpsStart, false), heldFit(gpsStart, false);
+  zs::BatchEstimate const freeEst = zs::estimateInitialStateBatch(
+      times, positions, velocities, zs::Eop{}, true, zs::Srp{}, true, 0.0, freeFit.model, true);
+  zs::BatchEstimate const heldEst = zs::estimateInitialStateBatch(
+      times, positions, velocities, zs::Eop{}, true, zs::Srp{}, false, other, heldFit.model, true);
+  ASSERT_TRUE(freeEst.converged && heldEst.converged);
+  // Unmoved, the free estimate is off by decimetres.
+  EXPECT_GT(norm_2(ublas::subrange(Vec(freeEst.state - heldEst.state), 0, 3)), 0.1);
+  zs::BatchEstimate const moved = zs::holdUt1Rate(freeEst, other, times, freeFit.model, true);
+  ASSERT_TRUE(moved.converged);
+  EXPECT_EQ(moved.ut1Rate, other);
+  EXPECT_LT(norm_2(ublas::subrange(Vec(moved.state - heldEst.state), 0, 3)), 0.01);  // m
+  EXPECT_LT(norm_2(ublas::subrange(Vec(moved.state - heldEst.state), 3, 6)), 1e-5);  // m/s
+  EXPECT_NEAR(moved.state(6), heldEst.state(6), 1e-3);
+  EXPECT_NEAR(moved.state(7), heldEst.state(7), 1e-2);
+  EXPECT_NEAR(moved.pole.xp, heldEst.pole.xp, 1e-9);  // rad: 6 mm on the ground
+  EXPECT_NEAR(moved.pole.yp, heldEst.pole.yp, 1e-9);
+  EXPECT_EQ(freeFit.model.getAssistanceData().srp[0], moved.state(6));
+  Window const a = propagate(freeFit, times(n / 2), times(n / 2) + 86400.0, 24);
+  Window const b = propagate(heldFit, times(n / 2), times(n / 2) + 86400.0, 24);
+  ASSERT_GT(a.made, 0);
+  EXPECT_LT(norm_2(a.r - b.r), 0.05);
+  zs::BinaryData before, after;
+  heldFit.model.serialize(before);
+  EXPECT_FALSE(zs::holdUt1Rate(heldEst, rate, times, heldFit.model, true).converged);
+  heldFit.model.serialize(after);
+  EXPECT_EQ(before, after);
 }
 
 // Samples off one grid (a gap, a sample a few seconds late) are integrated

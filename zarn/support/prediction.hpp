@@ -72,6 +72,10 @@ struct BatchEstimate {
   int iterations = 0;
   bool converged = false;
   double ut1Rate = 0.0;  // d(UT1 - UTC)/dt (s/s) used: estimated or given
+  // With the rate estimated: how the least-squares values of the state (8) and
+  // the pole (xp, yp; zeros when held) move when the rate is held at another
+  // value, per s/s of it (10 elements; empty otherwise).
+  Vec ut1RateSensitivity;
 };
 
 // Batch least-squares differential correction over the whole arc: position
@@ -107,6 +111,17 @@ ZARN_EXPORT BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const&
                                                     Srp const& srpSigma, bool estimateUt1Rate, double ut1Rate,
                                                     ForceModel& forceModel, bool backwards,
                                                     bool rough = false);
+
+// The estimate `free` (converged with the UT1 rate estimated) moved, to first
+// order through its ut1RateSensitivity, to the solution with the rate held at
+// ut1Rate: the rate then changes the fit over a day by centimetres to metres,
+// well inside the linear range. The force model, left by that estimate,
+// takes the moved p1, p2 and pole and its integrator restarts from the moved
+// state as the estimator starts it (times and backwards as given to it). Not
+// converged, model untouched and one line logged when `free` carries no
+// sensitivity.
+ZARN_EXPORT BatchEstimate holdUt1Rate(BatchEstimate const& free, double ut1Rate, Vec const& times,
+                                      ForceModel& forceModel, bool backwards);
 
 // Continues the force model's Gauss-Jackson integration to n states at step h
 // centred on t1 (epochs t1 - floor(n/2) h + i h) and, for n > 1, fits them

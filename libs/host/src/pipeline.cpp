@@ -195,6 +195,22 @@ struct Estimation {
   std::string srpNote;        // why the block defaults were kept, when they were
   support::BinaryData model;  // the serialized force model, ready to propagate
   double rms = 0;
+  support::BatchEstimate batch;  // when srpEstimated
+};
+
+// What the UT1-rate pass keeps of a satellite for its prediction with the
+// median rate: the prediction's inputs as they reached the estimate, the
+// samples it fitted, its estimate and the notes on them.
+struct RatePass {
+  bool kept = false;
+  SatellitePrediction start;
+  Samples given;
+  support::BeidouSvType type = support::UNDEFINED_SAT_TYPE;
+  ClockModel clock;
+  Ephemeris templateRecord;
+  Samples samples;
+  Estimation estimate;
+  std::vector<std::string> notes;
 };
 
 // The reason estimated radiation-pressure parameters cannot be used; empty
@@ -214,6 +230,8 @@ std::string srpRefusal(support::BatchEstimate const& b) {
   }
   return "";
 }
+
+double sampleRms(Estimation const& e, Samples const& s, PipelineOptions const& o, int leap);
 
 Estimation estimateFrom(Samples const& s, support::AssistanceData const& assistance,
                         support::BeidouSvType type, PipelineOptions const& o, int leap) {
@@ -249,10 +267,9 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
       bool const rateFree =
           o.estimateUt1Rate && !holdsPole(type) &&
           s.t.back() - s.t.front() + 1e-9 >= kRateArcShare * std::min(o.fitSpan, kDefaultFitSpan);
-      support::BatchEstimate const b =
-          support::estimateInitialStateBatch(times, positions, velocities, o.pole, !holdsPole(type),
-                                             holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree,
-                                             o.ut1Rate, *model, true, rateFree && o.estimateOnly);
+      support::BatchEstimate const b = support::estimateInitialStateBatch(
+          times, positions, velocities, o.pole, !holdsPole(type),
+          holdsPole(type) ? o.geoSrpSigma : o.srpSigma, rateFree, o.ut1Rate, *model, true);
       refusal = srpRefusal(b);
       if (refusal.empty()) {
         e.state = b.state;
@@ -262,6 +279,7 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
         e.srp[0] = b.state(6);
         e.srp[1] = b.state(7);
         e.srpEstimated = true;
+        e.batch = b;
       }
     }
     if (!refusal.empty()) {
@@ -279,10 +297,19 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
     e.pole = support::Eop{f.state(6), f.state(7)};
   }
   model->serialize(e.model);
+  // The UT1-rate pass takes the fit's own residual: its estimate is moved and
+  // measured again before anything is predicted from it.
+  e.rms = e.srpEstimated && o.estimateOnly && o.estimateUt1Rate ? e.batch.rms : sampleRms(e, s, o, leap);
+  return e;
+}
 
-  e.rms = std::numeric_limits<double>::infinity();
+// The RMS distance (m) between the samples and the estimated orbit integrated
+// back over them; infinite when that integration fails.
+double sampleRms(Estimation const& e, Samples const& s, PipelineOptions const& o, int leap) {
+  std::size_t const n = s.t.size();
+  double const failed = std::numeric_limits<double>::infinity();
   std::unique_ptr<support::ForceModel> back = copyModel(e.model);
-  if (!back) return e;
+  if (!back) return failed;
   support::OdeFunGj8 ode(*back);
   Vec r0(3), v0(3);
   for (std::size_t c = 0; c < 3; ++c) {
@@ -294,15 +321,38 @@ Estimation estimateFrom(Samples const& s, support::AssistanceData const& assista
   Mat earthFixed, earthFixedVelocities;
   if (back->getGj8Integrator().gj8Init(ode, r0, v0, s.t[n - 1], -o.sampleStep) != 0 ||
       !stepEarthFixed(*back, epochs, leap, false, e.ut1Rate, earthFixed, earthFixedVelocities)) {
-    return e;
+    return failed;
   }
   double sum = 0.0;
   for (std::size_t j = 0; j + 1 < n; ++j) {
     double const d = support::distance(boost::numeric::ublas::column(earthFixed, j), s.position[n - 2 - j]);
     sum += d * d;
   }
-  e.rms = std::sqrt(sum / static_cast<double>(n - 1));
-  return e;
+  return std::sqrt(sum / static_cast<double>(n - 1));
+}
+
+// The estimate of the UT1-rate pass moved to the rate held at o.ut1Rate, as
+// a fit with that rate would give it; false when it cannot be moved.
+bool holdRate(RatePass const& pass, PipelineOptions const& o, Estimation& e) {
+  Samples const& s = pass.samples;
+  std::unique_ptr<support::ForceModel> model = copyModel(pass.estimate.model);
+  if (!pass.kept || !model) return false;
+  Vec times(s.t.size());
+  for (std::size_t k = 0; k < s.t.size(); ++k) times(k) = s.t[k];
+  support::BatchEstimate const b = support::holdUt1Rate(pass.estimate.batch, o.ut1Rate, times, *model, true);
+  if (!b.converged) return false;
+  e = pass.estimate;
+  e.state = b.state;
+  e.pole = b.pole;
+  e.srp[0] = b.state(6);
+  e.srp[1] = b.state(7);
+  e.ut1Rate = b.ut1Rate;
+  e.ut1RateEstimated = false;
+  e.batch = b;
+  e.model.clear();
+  model->serialize(e.model);
+  e.rms = sampleRms(e, s, o, leapSecondsAt(s.t[s.t.size() / 2]));
+  return true;
 }
 
 // The samples from index `first` (at least 2) on; the Earth-fixed velocity at
@@ -491,14 +541,25 @@ std::string refusalNote(SatelliteId const& sat, std::size_t windows, int fitFail
 
 // The whole prediction from centre-of-mass samples: estimate, plan the
 // windows, propagate once over all of them, fit each, optionally check the fit.
+// With `pass`, the UT1-rate pass (o.estimateOnly, o.estimateUt1Rate) keeps its
+// estimate there and the runs after it, the rate held, move that estimate to
+// the held rate.
 void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockModel const& clock,
                         Ephemeris const& templateRecord, PipelineOptions const& o,
-                        SatellitePrediction& result) {
+                        SatellitePrediction& result, RatePass* pass) {
   support::AssistanceData assistance = assistanceOf(result.sat, type, o);
   if (!o.antennaOffset) assistance.antPhase.fill(0.0);
   double const cpu0 = threadCpuSeconds();
   Samples s = given;
-  Estimation best = estimateFrom(s, assistance, type, o, leapSecondsAt(s.t[s.t.size() / 2]));
+  Estimation best;
+  bool const held = pass != nullptr && !o.estimateUt1Rate && holdRate(*pass, o, best);
+  std::size_t const givenNotes = result.notes.size();
+  if (held) {
+    s = pass->samples;
+    result.notes.insert(result.notes.end(), pass->notes.begin(), pass->notes.end());
+  } else {
+    best = estimateFrom(s, assistance, type, o, leapSecondsAt(s.t[s.t.size() / 2]));
+  }
   // No orbit passes through a manoeuvre or a span of bad records: fit only the
   // latest part of the arc, when that fits better: the last day of a longer
   // arc, else as long as a span after a gap may be.
@@ -506,7 +567,7 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
       s.t.back() - s.t.front() > kDefaultFitSpan + 1e-9 ? kDefaultFitSpan : minimumFitSpan(o);
   std::size_t first = s.t.size() - 1;
   while (first > 0 && s.t.back() - s.t[first] + 1e-9 < minimum) --first;
-  if (!(best.rms <= kManoeuvreRms) && first >= 2 && first + 3 <= s.t.size()) {
+  if (!held && !(best.rms <= kManoeuvreRms) && first >= 2 && first + 3 <= s.t.size()) {
     Samples later = latestSamples(s, first);
     Estimation e = estimateFrom(later, assistance, type, o, leapSecondsAt(later.t[later.t.size() / 2]));
     if (e.rms < best.rms) {
@@ -520,6 +581,18 @@ void predictFromSamples(Samples const& given, support::BeidouSvType type, ClockM
       s = std::move(later);
       best = std::move(e);
     }
+  }
+  if (pass != nullptr && o.estimateOnly && o.estimateUt1Rate) {
+    pass->kept = best.ut1RateEstimated && best.batch.ut1RateSensitivity.size() > 0;
+    pass->start = result;
+    pass->start.notes.resize(givenNotes);
+    pass->given = given;
+    pass->type = type;
+    pass->clock = clock;
+    pass->templateRecord = templateRecord;
+    pass->samples = s;
+    pass->estimate = best;
+    pass->notes.assign(result.notes.begin() + static_cast<std::ptrdiff_t>(givenNotes), result.notes.end());
   }
   std::size_t const n = s.t.size();
   int const leap = leapSecondsAt(s.t[n / 2]);
@@ -663,7 +736,10 @@ double windowHours(PipelineOptions const& o, char system) {
   return (windowSamples(o, system) - 1) * o.sampleStep / 3600.0;
 }
 
-SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, PipelineOptions const& o) {
+namespace {
+
+SatellitePrediction predictBroadcast(std::vector<Ephemeris> const& records, PipelineOptions const& o,
+                                     RatePass* pass) {
   SatellitePrediction result;
   if (records.empty()) {
     result.skipReason = "no ephemerides";
@@ -736,12 +812,12 @@ SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, 
   clock.a0 = terms.a0;
   clock.a1 = terms.a1;
   clock.a2 = terms.a2;
-  predictFromSamples(s, type, clock, last, o, result);
+  predictFromSamples(s, type, clock, last, o, result, pass);
   return result;
 }
 
-SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat,
-                                   PipelineOptions const& options) {
+SatellitePrediction predictSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& options,
+                               RatePass* pass) {
   if (sat.system == 'R') return predictGlonassFromSp3(orbit, sat, options);
   PipelineOptions o = options;
   o.srpSigma = options.preciseSrpSigma;
@@ -782,8 +858,18 @@ SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat
   }
   Ephemeris templateRecord;
   templateRecord.sat = sat;
-  predictFromSamples(s, orbit.svType(sat), clock, templateRecord, o, result);
+  predictFromSamples(s, orbit.svType(sat), clock, templateRecord, o, result, pass);
   return result;
+}
+
+}  // namespace
+
+SatellitePrediction predictFromBroadcast(std::vector<Ephemeris> const& records, PipelineOptions const& o) {
+  return predictBroadcast(records, o, nullptr);
+}
+
+SatellitePrediction predictFromSp3(Sp3Orbit const& orbit, SatelliteId const& sat, PipelineOptions const& o) {
+  return predictSp3(orbit, sat, o, nullptr);
 }
 
 namespace {
@@ -800,16 +886,17 @@ bool givesEarthOrientation(SatelliteId const& sat, support::BeidouSvType type) {
   return sat.system != 'R' && !holdsPole(type);
 }
 
-// Runs predict(i, options) for the selected satellites sats[0, selected) of
-// orbit types types[i], those that estimate the pole first, each worker taking
-// the next satellite as it comes free. The satellites after them only estimate:
-// they complete the set that gives the Earth's orientation, so that a satellite's
-// prediction does not depend on which others are selected. A satellite whose
-// prediction throws is skipped with the reason.
+// Runs predict(i, options, pass) for the selected satellites sats[0, selected)
+// of orbit types types[i], those that estimate the pole first, each worker
+// taking the next satellite as it comes free; pass is what the UT1-rate pass
+// kept of it. The satellites after them only estimate: they complete the set
+// that gives the Earth's orientation, so that a satellite's prediction does not
+// depend on which others are selected. A satellite whose prediction throws is
+// skipped with the reason.
 ConstellationPrediction predictAll(
     std::vector<SatelliteId> const& sats, std::vector<support::BeidouSvType> const& types,
     std::size_t selected, double fitEnd, ConstellationOptions const& o,
-    std::function<SatellitePrediction(std::size_t, PipelineOptions const&)> const& predict) {
+    std::function<SatellitePrediction(std::size_t, PipelineOptions const&, RatePass*)> const& predict) {
   ConstellationPrediction result;
   result.fitEnd = fitEnd;
   result.satellites.resize(types.size());
@@ -821,6 +908,7 @@ ConstellationPrediction predictAll(
     else
       (holdsPole(types[i]) ? holding : estimating).push_back(i);
   }
+  std::vector<RatePass> passes(types.size());
   std::atomic<std::size_t> done{0};
   if (o.progress && selected > 0) o.progress(0, selected);
   auto run = [&](std::vector<std::size_t> const& which, PipelineOptions const& options, bool report) {
@@ -828,8 +916,15 @@ ConstellationPrediction predictAll(
     auto worker = [&]() {
       for (std::size_t k = next++; k < which.size(); k = next++) {
         SatellitePrediction& p = result.satellites[which[k]];
+        RatePass& pass = passes[which[k]];
         try {
-          p = predict(which[k], options);
+          if (pass.kept && !options.estimateUt1Rate) {
+            // The records were screened and sampled for the UT1-rate pass.
+            p = pass.start;
+            predictFromSamples(pass.given, pass.type, pass.clock, pass.templateRecord, options, p, &pass);
+          } else {
+            p = predict(which[k], options, &pass);
+          }
         } catch (std::exception const& e) {
           p = SatellitePrediction();
           p.sat = sats[which[k]];
@@ -933,11 +1028,11 @@ ConstellationPrediction predictConstellation(std::map<SatelliteId, std::vector<E
     }
     if (chosen) count = sats.size();
   }
-  ConstellationPrediction result =
-      predictAll(sats, types, count, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
+  ConstellationPrediction result = predictAll(
+      sats, types, count, fitEnd, o, [&](std::size_t i, PipelineOptions const& options, RatePass* pass) {
         PipelineOptions own = options;
         own.fitSpan = spans[i];
-        return predictFromBroadcast(*inputs[i], own);
+        return predictBroadcast(*inputs[i], own, pass);
       });
   spans.resize(count);
   countArcs(spans, o, result);
@@ -963,12 +1058,17 @@ ConstellationPrediction predictConstellation(Sp3Orbit const& orbit, Constellatio
     }
     if (chosen) count = sats.size();
   }
+  // Precise positions carry no broadcast error: their radiation pressure is
+  // held more loosely, in both passes.
+  ConstellationOptions precise = o;
+  precise.pipeline.srpSigma = o.pipeline.preciseSrpSigma;
   ConstellationPrediction result =
-      predictAll(sats, types, count, fitEnd, o, [&](std::size_t i, PipelineOptions const& options) {
-        PipelineOptions own = options;
-        own.fitSpan = spans[i];
-        return predictFromSp3(orbit, sats[i], own);
-      });
+      predictAll(sats, types, count, fitEnd, precise,
+                 [&](std::size_t i, PipelineOptions const& options, RatePass* pass) {
+                   PipelineOptions own = options;
+                   own.fitSpan = spans[i];
+                   return predictSp3(orbit, sats[i], own, pass);
+                 });
   spans.resize(count);
   countArcs(spans, o, result);
   return result;

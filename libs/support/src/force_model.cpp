@@ -5,6 +5,7 @@
 
 #include "force_model/geopotential.hpp"
 #include "force_model/radiation_pressure.hpp"
+#include "force_model/sun_moon_grid.hpp"
 #include "force_model/third_body.hpp"
 #include "force_model/vector3.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
@@ -58,7 +59,9 @@ struct ForceModel::Details {
   Gj8Integrator gj8Integrator;
 
   // Sun and Moon (J2000 axes) of the last forceModel time: the Gauss-Jackson
-  // corrector evaluates each epoch several times.
+  // corrector evaluates each epoch several times. Never serialized: both are
+  // functions of the time alone.
+  forces::SunMoonGrid sunMoonGrid;
   double sunMoonTime = std::nan("");
   double moonJ2000[3] = {0.0, 0.0, 0.0};
   double sunJ2000[3] = {0.0, 0.0, 0.0};
@@ -284,7 +287,8 @@ void ForceModel::forceModel(double t, Vec const& r, Vec& acc, Mat& partials) {
   for (int i = 0; i < 3; ++i) re[i] = dot3(E[i], rz);
 
   if (t != d.sunMoonTime) {
-    (d.accurateSunMoon ? forces::sunMoonJ2000Accurate : forces::sunMoonJ2000)(t, d.moonJ2000, d.sunJ2000);
+    d.sunMoonGrid.at(t, d.moonJ2000, d.sunJ2000,
+                     d.accurateSunMoon ? forces::sunMoonJ2000Accurate : forces::sunMoonJ2000);
     d.sunMoonTime = t;
   }
   double moon[3], sun[3];

@@ -593,6 +593,24 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
       result.covariance.resize(kStateSize, kStateSize, false);
       congruence(phi8, c8, result.covariance);
       result.covariance *= variance;
+      if (estimateUt1Rate) {
+        // Holding the rate at r + d moves the others by -N_xx^-1 N_xr d.
+        Mat const nxx = ublas::subrange(normal, 0, rateAt, 0, rateAt);
+        Vec const nxr = ublas::subrange(ublas::column(normal, rateAt), 0, rateAt);
+        Vec s(rateAt);
+        if (mldivide(nxx, nxr, s) == 0 && std::isfinite(norm_2(s))) {
+          s /= -kUt1RateUnit;
+          result.ut1RateSensitivity = ublas::zero_vector<double>(kStateSize + 2);
+          Vec const endShift = prod(partials.end, ublas::subrange(s, 0, kStateSize));
+          for (unsigned i = 0; i < 6; ++i) result.ut1RateSensitivity(i) = endShift(i);
+          result.ut1RateSensitivity(6) = s(6);
+          result.ut1RateSensitivity(7) = s(7);
+          if (estimatePole) {
+            result.ut1RateSensitivity(kStateSize) = s(poleAt);
+            result.ut1RateSensitivity(kStateSize + 1) = s(poleAt + 1);
+          }
+        }
+      }
       break;
     }
     // Kept partials must make each correction clearly smaller than the last.
@@ -623,6 +641,31 @@ BatchEstimate estimateInitialStateBatch(Vec const& times, Mat const& positions, 
   initialiseIntegrator(forceModel, head3(endState, 0), head3(endState, 3), times, backwards,
                        "estimateInitialStateBatch");
   return result;
+}
+
+BatchEstimate holdUt1Rate(BatchEstimate const& free, double ut1Rate, Vec const& times, ForceModel& forceModel,
+                          bool backwards) {
+  BatchEstimate held = free;
+  Vec const& d = free.ut1RateSensitivity;
+  if (!free.converged || d.size() != kStateSize + 2 || free.state.size() != kStateSize || times.size() < 2) {
+    log::printFormatted(log::ERROR, kTag, "holdUt1Rate: the estimate carries no UT1-rate sensitivity");
+    held.converged = false;
+    return held;
+  }
+  double const change = ut1Rate - free.ut1Rate;
+  held.state = free.state + change * ublas::subrange(d, 0, kStateSize);
+  held.pole.xp += change * d(kStateSize);
+  held.pole.yp += change * d(kStateSize + 1);
+  held.ut1Rate = ut1Rate;
+  held.ut1RateSensitivity = Vec();
+  AssistanceData model = forceModel.getAssistanceData();
+  model.srp[0] = held.state(6);
+  model.srp[1] = held.state(7);
+  forceModel.setAssistanceData(model);
+  forceModel.setEopInfo(makeEopInfo(held.pole));
+  initialiseIntegrator(forceModel, head3(held.state, 0), head3(held.state, 3), times, backwards,
+                       "holdUt1Rate");
+  return held;
 }
 
 int propagateSatellite(core::GnssType gnss, double t0, double t1, double h, int n, Vec const& position,

@@ -113,8 +113,7 @@ struct PipelineOptions {
   // held.
   bool estimateUt1Rate = true;
   double ut1Rate = 0.0;
-  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass,
-  // whose rate-estimating fits are the estimator's rough ones).
+  // Stop after the initial-state estimate: no ephemerides (the UT1-rate pass).
   bool estimateOnly = false;
 };
 
@@ -141,7 +140,7 @@ struct SatellitePrediction {
                               // (infinite when that propagation fails)
   support::BeidouSvType svType = support::UNDEFINED_SAT_TYPE;
   support::Eop pole;              // the estimated (or held) pole (rad)
-  support::Srp srp;               // radiation-pressure parameters propagated with (AssistanceData.srp)
+  support::Srp srp{};             // radiation-pressure parameters propagated with (AssistanceData.srp)
   bool srpEstimated = false;      // srp estimated from the samples rather than the block defaults
   double ut1Rate = 0.0;           // d(UT1 - UTC)/dt (s/s) the prediction was converted with
   bool ut1RateEstimated = false;  // ut1Rate estimated from this satellite's samples
@@ -204,8 +203,8 @@ struct ConstellationPrediction {
   std::size_t poleHolders = 0;                  // satellites that held the pole (BeiDou GEO, IGSO)
   support::Eop heldPole;                        // the pole they held: medianPole of the GPS and MEO ones
   // d(UT1 - UTC)/dt (s/s) of every prediction: the median of the GPS and
-  // BeiDou MEO satellites' own estimates (each re-estimated with it held), or
-  // the one given when fewer than five satellites could estimate it.
+  // BeiDou MEO satellites' own estimates (each estimate then moved to it
+  // held), or the one given when fewer than five satellites could estimate it.
   double ut1Rate = 0.0;
   std::size_t ut1RateEstimates = 0;  // satellites behind that median; 0 when it was held
   // Satellites given longFitSpan (or the given span) and kDefaultFitSpan.
