@@ -5,18 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/test_support.hpp"
 #include "zarn/host/ephemeris.hpp"
 #include "zarn/host/rinex_nav.hpp"
-#include "zarn/support/validation.hpp"
 
 namespace zh = zarn::host;
 
@@ -104,17 +103,16 @@ TEST_F(ToolTest, HelpUsageAndUnreadableFiles) {
   }
 }
 
-// Satellites with too few records, an unhealthy last record or copied records
-// are skipped or cleaned with one line each; the others are predicted.
+// A satellite with an unhealthy last record is skipped with one line, copied
+// records are cleaned silently; the others are predicted.
 TEST_F(ToolTest, DamagedNavigationFileSkipsSatellitesWithAReason) {
   ZARN_SHARED_FILE_OR_SKIP(nav, "data/2016-251_252_smartloc/brdc2510.16n");
   auto const in = splitRinex2(zarn::test::readFile(nav));
   std::string out = in.first;
-  int g02 = 0;
   std::vector<std::string> lastG03;
   for (std::vector<std::string> const& rec : in.second) {
     int const prn = std::atoi(rec.front().substr(0, 2).c_str());
-    if ((prn == 2 && ++g02 > 2) || (prn != 1 && prn != 2 && prn != 3 && prn != 5)) continue;  // G02: two only
+    if (prn != 1 && prn != 3 && prn != 5) continue;
     for (int copies = prn == 5 ? 2 : 1; copies > 0; --copies) {  // G05: every record twice
       for (std::string const& line : rec) out += line + "\n";
     }
@@ -129,8 +127,7 @@ TEST_F(ToolTest, DamagedNavigationFileSkipsSatellitesWithAReason) {
   Result const r = run("predict --nav '" + file("damaged.16n") +
                        "' --fit-end 2016-09-08T00:00:00 --days 0.25 --out '" + file("p.rnx") + "'");
   EXPECT_EQ(r.status, 0) << r.err;
-  expectHas(r.err, {"G02: skipped: only 2 usable ephemerides up to the fit end (need 3)",
-                    "G03: skipped: unhealthy at the fit end (health 63"});
+  expectHas(r.err, {"G03: skipped: unhealthy at the fit end (health 63"});
   EXPECT_EQ(r.err.find("G05"), std::string::npos) << "exact copies need no remark: " << r.err;
   std::vector<int> sats;
   for (auto const& rec : zh::readRinexNav(file("p.rnx")).gps) sats.push_back(rec.eph.svId);
@@ -156,17 +153,8 @@ TEST_F(ToolTest, PredictThenEvaluate) {
   zh::NavData const predicted = zh::readRinexNav(file("p.rnx"));
   EXPECT_EQ(predicted.header.system, 'M');
   EXPECT_EQ(zh::formatGpsTime(predicted.header.fitEnd), "2016-09-08 00:00:00");
-  EXPECT_EQ(predicted.gps.size(), 4u * 13u);
-  for (auto const& rec : predicted.gps) {
-    EXPECT_EQ(std::fmod(zh::fromGps(rec.eph).toe, 7200.0), 0.0);
-    EXPECT_EQ(rec.raw.health, 0.0);
-  }
-  ASSERT_EQ(predicted.glonass.size(), 96u);
-  for (auto const& rec : predicted.glonass) {
-    EXPECT_TRUE(zh::passesValidation(zh::fromGlonass(rec.eph)));
-    EXPECT_EQ(rec.raw.health, 0.0);
-    EXPECT_EQ(rec.raw.tocCalendar.minute % 30, 15);
-  }
+  // The records themselves are checked where the pipeline makes them.
+  EXPECT_EQ(std::make_tuple(predicted.gps.size(), predicted.glonass.size()), std::make_tuple(52u, 96u));
 
   r = run("evaluate --predicted '" + file("p.rnx") + "' --truth '" + sp3 + "' '" + nextNav + "' --csv '" +
           file("errors.csv") + "' --json '" + file("summary.json") + "'");
