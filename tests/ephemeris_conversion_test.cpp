@@ -218,10 +218,6 @@ TEST(GlonassEphemeris, IntegratesToTheNextBroadcastState) {
   glonassState(first, t0 + 1800.0, p, v);
   glonassState(next, t0 + 1800.0, pNext, vNext);
   EXPECT_TRUE(norm_2(p - pNext) < 10.0 && norm_2(v - vNext) < 0.01) << norm_2(p - pNext);
-
-  auto const position = positionOf([&](double t, Vec& q, Vec& w) { glonassState(first, t, q, w); });
-  glonassState(first, t0 + 600.0, p, v);
-  EXPECT_LT(norm_inf(v - velocityByDifferences(position, t0 + 600.0, 2.0)), 1e-4);
 }
 
 TEST(GlonassAlmanac, IcdWorkedExample) {
@@ -236,15 +232,11 @@ TEST(GlonassAlmanac, IcdWorkedExample) {
   EXPECT_LT(norm_2(p - vec3(10697116.4874360654, 21058292.4241863210, -9635679.33963303405)), 1e-3);
   EXPECT_LT(norm_2(v - vec3(-686.100809921691084, -1136.54864124521881, -3249.98587740305799)), 1e-5);
 
-  // The day may come from the Toc instead of na; the velocity matches the positions
-  // to the level of the algorithm's own approximations.
+  // The day may come from the Toc instead of na.
   a.na = 0, a.time.second = 1451;
   Vec p2(3), v2(3);
   zs::glonassAlmanacToEcef(a, t, p2, v2, {});
   EXPECT_EQ(norm_inf(p - p2), 0.0);
-  auto const position =
-      positionOf([&](double s, Vec& q, Vec& w) { zs::glonassAlmanacToEcef(a, s, q, w, {}); });
-  EXPECT_LT(norm_inf(v - velocityByDifferences(position, t, 10.0)), 1e-3);
 }
 
 TEST(EphemerisConversionDeathTest, PreconditionTexts) {

@@ -217,12 +217,10 @@ TEST(GlonassPipeline, PreciseOrbitPredictionCarriesTheSp3ClockAsTauN) {
   zh::SatelliteId const sat{'R', 7};
   zh::SatellitePrediction const p = zh::predictFromSp3(fit, sat, o);
   ASSERT_TRUE(p.skipReason.empty()) << p.skipReason;
-  EXPECT_LT(p.sampleRms, 3.0);
+  EXPECT_TRUE(p.sampleRms < 3.0 && p.rejected == 0) << p.sampleRms;
   ASSERT_GE(p.predicted.size(), 47u);
-  EXPECT_EQ(p.rejected, 0);
   Errors const e = againstSp3(p, day2, o.fitEnd);
-  EXPECT_LT(e.median, 10.0);
-  EXPECT_LT(e.max, 30.0);
+  EXPECT_TRUE(e.median < 10.0 && e.max < 30.0) << e.median << " " << e.max;
   // The satellite clock is -tauN + gammaN (t - tb): compare at the tabulated epochs it meets.
   int compared = 0;
   for (zh::Ephemeris const& r : p.predicted) {

@@ -12,7 +12,6 @@
 #include "support/broadcast_records.hpp"
 #include "support/keplerian_fit_check.hpp"
 #include "support/test_support.hpp"
-#include "zarn/support/broadcast_interface.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/time_conversion.hpp"
 
@@ -82,31 +81,8 @@ TEST(KeplerianFit, StartFromAnEarlierWindow) {
   EXPECT_LT(norm_inf(fWarm - fCold), 1e-3);
 }
 
-// optfun's model positions (the fit's residual) against the records' own
-// positions from gpsEphemerisToEcef and beidouEphemerisToEcef over four hours:
-// GPS, BeiDou MEO, IGSO and GEO (whose model turns and tilts its frame).
-template <typename Record>
-double optfunMisfit(zc::GnssType gnss, Record const& e) {
-  Samples const s = sample(e, toeGps(e) - 7200.0, 600.0, 25);
-  Vec times(s.t), kepler(15);
-  double toe = toeGps(e);
-  if (gnss == zc::BEIDOU) {
-    for (double& t : times) t = zs::gpsSecsToBeidouSecs(t);
-    toe = zs::gpsSecsToBeidouSecs(toe);
-  }
-  zs::broadcast::KeplerElements const k = zs::broadcast::decodeOrbit(e);
-  for (unsigned j = 0; j < 15; ++j) kepler(j) = k[j];
-  Vec f;
-  EXPECT_EQ(zs::optfun(gnss, kepler, times, s.r, toe, f), 0);
-  return norm_inf(f);
-}
-
-TEST(KeplerianFit, OptfunIsTheBroadcastModel) {
-  EXPECT_LT(optfunMisfit(zc::GPS, zt::gpsG02()), 1e-6);
-  for (zc::BeidouEphemeris const& e : {zt::beidouC14(), zt::beidouC08(), zt::beidouC02()})
-    EXPECT_LT(optfunMisfit(zc::BEIDOU, e), 1e-6) << e.svId;
-}
-
+// That optfun's model is the broadcast one (GPS, BeiDou MEO, IGSO and GEO) is
+// checked by fitting every record of real navigation files (real_data_test).
 TEST(KeplerianFit, OptfunLayoutAndFailures) {
   zc::GpsEphemeris const g = zt::gpsG02();
   double const toe = toeGps(g);

@@ -1,12 +1,10 @@
-// Library conversions, fit and shadow model on real broadcast and precise-orbit
-// files of the shared data, read with the host's RINEX and SP3 readers.
+// Library conversions and fit on real broadcast and precise-orbit files of the
+// shared data, read with the host's RINEX and SP3 readers.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -15,7 +13,6 @@
 #include <vector>
 
 #include "support/broadcast_helpers.hpp"
-#include "support/erfa_bodies.hpp"
 #include "support/keplerian_fit_check.hpp"
 #include "support/test_support.hpp"
 #include "support/vectors.hpp"
@@ -23,7 +20,6 @@
 #include "zarn/host/rinex_nav.hpp"
 #include "zarn/host/sp3.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
-#include "zarn/support/force_model.hpp"
 #include "zarn/support/time_conversion.hpp"
 #include "zarn/support/validation.hpp"
 
@@ -204,69 +200,4 @@ TEST(KeplerianFit, RecoversEveryRecordOfNavigationFiles) {
     zt::expectRecovered(zc::BEIDOU, r.eph, type == zs::GEO ? -1 : 10, metres,
                         ("BeiDou line " + std::to_string(r.line)).c_str());
   }
-}
-
-// ---- Shadow model on real orbits ---------------------------------------------
-
-namespace {
-
-constexpr double kShadowRadius = 6402000.0;  // m, Earth radius plus 24 km of atmosphere
-
-// GPS satellites of an IGS final orbit, in the GCRS: Earth-fixed SP3 positions
-// rotated with ERFA's IAU 2006/2000A chain (UT1 taken as UTC, pole at zero:
-// both well below what an eclipse test can see).
-struct InertialOrbit {
-  std::vector<double> t;  // GPS seconds
-  std::vector<Vec> r;     // m, GCRS
-};
-
-std::vector<InertialOrbit> readSp3Gcrs(std::string const& path, int gpsMinusUtc) {
-  std::vector<InertialOrbit> orbits(33);
-  for (zh::Sp3Epoch const& epoch : zh::readSp3(path).epochs) {
-    double const days = std::floor(epoch.time / 86400.0), jd0 = zt::kJdGpsOrigin + days,
-                 day = epoch.time / 86400.0 - days;
-    double rc2t[3][3], e3[3], g[3];
-    eraC2t06a(jd0, day + zt::kGpsToTt / 86400.0, jd0, day - gpsMinusUtc / 86400.0, 0.0, 0.0, rc2t);
-    for (zh::Sp3Entry const& e : epoch.entries) {
-      if (e.system != 'G' || e.prn < 1 || e.prn > 32) continue;
-      eraTrxp(rc2t, (std::copy(e.position, e.position + 3, e3), e3), g);
-      orbits[e.prn].t.push_back(epoch.time), orbits[e.prn].r.push_back(vec3(g[0], g[1], g[2]));
-    }
-  }
-  return orbits;
-}
-
-// Elevation of the Sun (ERFA) above the plane of a and b.
-double betaAngle(Vec const& a, Vec const& b, double t) {
-  double sun[3], moon[3];
-  zt::erfaSunMoon(t, sun, moon);
-  Vec const n = zs::cross(a, b);
-  return std::asin(inner_prod(n, vec3(sun[0], sun[1], sun[2])) / eraPm(sun) / norm_2(n));
-}
-
-}  // namespace
-
-// Eclipses happen on an orbit of radius a only while the Sun is within
-// asin(R/a) (13.9 deg for GPS) of the orbital plane.
-TEST(Eclipse, RealGpsOrbitsAreEclipsedOnlyInSeason) {
-  ZARN_SHARED_FILE_OR_SKIP(path, "data/sp3_2019-097_106_wum/WUM0MGXFIN_20190970000_01D_15M_ORB.SP3");
-  std::vector<InertialOrbit> const orbits = readSp3Gcrs(path, 18);
-  zs::ForceModel model;  // quasi-inertial frame = J2000 axes
-  double const deg = M_PI / 180.0;
-  int inSeason = 0, outOfSeason = 0;
-  for (int prn = 1; prn <= 32; ++prn) {
-    InertialOrbit const& o = orbits[prn];
-    if (o.r.size() < 90) continue;
-    double const limit = std::asin(kShadowRadius / norm_2(o.r[0]));
-    double const beta = betaAngle(o.r[0], o.r[1], o.t[o.t.size() / 2]);
-    int eclipsed = 0;
-    for (std::size_t k = 0; k < o.r.size(); ++k) eclipsed += model.isEclipsed(o.r[k], o.t[k]) ? 1 : 0;
-    // Shadow passages last at most about an hour, penumbra included, twice a day.
-    int const perPassage = static_cast<int>(3600.0 / (o.t[1] - o.t[0])) + 1;
-    bool const in = std::fabs(beta)<limit - 2.0 * deg, out = std::fabs(beta)> limit + 0.5 * deg;
-    inSeason += in, outOfSeason += out;
-    EXPECT_TRUE(eclipsed <= 2 * perPassage && (!in || eclipsed >= 2) && (!out || eclipsed == 0))
-        << "G" << prn << " beta " << beta / deg << " eclipsed " << eclipsed;
-  }
-  EXPECT_TRUE(inSeason >= 3 && outOfSeason >= 15) << inSeason << " " << outOfSeason;
 }
