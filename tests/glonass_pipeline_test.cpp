@@ -2,7 +2,8 @@
 // brdc1580.16g as printed in the file (states stamped 17 s late and extra
 // uploads off the 30-minute grid), the values of real broadcast records as
 // the files print them, SP3 precise orbits of the predicted day and the
-// GLONASS field widths of validGlonassEphemeris.
+// GLONASS field widths of validGlonassEphemeris; ERFA's sidereal time for the
+// Earth's rotation.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,6 +23,8 @@
 #include "zarn/host/sp3.hpp"
 #include "zarn/support/ephemeris_conversion.hpp"
 #include "zarn/support/utility.hpp"
+
+#include <erfa.h>
 
 namespace zh = zarn::host;
 namespace zc = zarn::core;
@@ -232,4 +235,64 @@ TEST(GlonassPipeline, PreciseOrbitPredictionCarriesTheSp3ClockAsTauN) {
     ++compared;
   }
   EXPECT_GT(compared, 40);
+}
+
+// A drifting UT1 turns the Earth by the extra sidereal angle between the two
+// UT1 values of an epoch. The start from the newest broadcast state sees no
+// drift at its own epoch, so the records of a drifting prediction are those
+// of a uniform one turned by that angle about the pole, up to their rounding
+// to the ICD position unit (one unit per axis between two records); the scale
+// fitted over all day-7 records pins the shift to centimetres.
+TEST(GlonassPipeline, Ut1RateTurnsTheRecordsByTheExtraSiderealAngle) {
+  ZARN_SHARED_FILE_OR_SKIP(nav, kDay251);
+  constexpr double kUnit = 0x1p-11 * 1000.0;  // m: position unit, GLONASS ICD table 4.5
+  constexpr double kRate = -1.27e-8;          // s/s: days 1.1 ms long
+  constexpr double kMjdOfGpsEpoch = 44244.0;  // 1980-01-06
+  zh::PipelineOptions o;
+  double fitEnd = 0;
+  ASSERT_TRUE(zh::parseGpsTime("2016-09-08T00:00:00", fitEnd));
+  o.fitEnd = fitEnd;
+  o.days = 7.0;
+  o.glonassStart = zh::GlonassStart::oneState;
+  zh::PipelineOptions drifting = o;
+  drifting.ut1Rate = kRate;
+  int const leap = zh::leapSecondsAt(fitEnd);
+  double product = 0, expected2 = 0, shift = 0;
+  std::size_t compared = 0;
+  for (auto const& [sat, records] : zh::collectEphemerides({zh::readRinexNav(nav)})) {
+    if (sat.system != 'R') continue;
+    zh::SatellitePrediction const uniform = zh::predictFromBroadcast(records, o);
+    zh::SatellitePrediction const turned = zh::predictFromBroadcast(records, drifting);
+    if (!uniform.skipReason.empty()) continue;
+    ASSERT_EQ(uniform.predicted.size(), turned.predicted.size()) << zh::toString(sat);
+    ASSERT_LT(std::fabs(uniform.fitEnd - fitEnd), 3600.0);  // the start: the newest state's epoch
+    for (std::size_t i = 0; i < uniform.predicted.size(); ++i) {
+      zc::GlonassEphemeris const& a = uniform.predicted[i].glonass;
+      zc::GlonassEphemeris const& b = turned.predicted[i].glonass;
+      double const t = uniform.predicted[i].toe;
+      ASSERT_EQ(t, turned.predicted[i].toe);
+      if (t - fitEnd <= 6.0 * 86400.0) continue;
+      double const mjd = kMjdOfGpsEpoch + (t - leap) / 86400.0;
+      double const drift = kRate * (t - uniform.fitEnd) / 86400.0;  // days of UT1
+      double const angle = eraAnpm(eraGmst82(2400000.5, mjd + drift) - eraGmst82(2400000.5, mjd));
+      double rz[3][3], q[3] = {a.x * kUnit, a.y * kUnit, a.z * kUnit}, turnedQ[3];
+      eraIr(rz);
+      eraRz(angle, rz);
+      eraRxp(rz, q, turnedQ);
+      double const measured[3] = {(b.x - a.x) * kUnit, (b.y - a.y) * kUnit, (b.z - a.z) * kUnit};
+      for (int k = 0; k < 3; ++k) {
+        double const wanted = turnedQ[k] - q[k];
+        EXPECT_LE(std::fabs(measured[k] - wanted), kUnit + 1e-3) << zh::toString(sat) << " " << i << " " << k;
+        product += measured[k] * wanted;
+        expected2 += wanted * wanted;
+      }
+      shift +=
+          std::sqrt((turnedQ[0] - q[0]) * (turnedQ[0] - q[0]) + (turnedQ[1] - q[1]) * (turnedQ[1] - q[1]));
+      ++compared;
+    }
+  }
+  ASSERT_GT(compared, 500u);
+  shift /= static_cast<double>(compared);
+  EXPECT_GT(shift, 8.0);  // m: a week of 1.1 ms days at GLONASS height
+  EXPECT_LT(std::fabs(product / expected2 - 1.0) * shift, 0.03) << product / expected2 << " " << shift;
 }

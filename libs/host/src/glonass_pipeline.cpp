@@ -57,6 +57,26 @@ void broadcastMotion(double const* x, double const* lunisolar, double* dx) {
   dx[5] = -central * x[2] - oblate * x[2] * (3.0 - z2) + lunisolar[2];
 }
 
+// x turned by the frame rotation R3(angle) about the z axis (rad).
+Vec turned(Vec const& x, double angle) {
+  double const c = std::cos(angle), s = std::sin(angle);
+  Vec y(3);
+  y(0) = c * x(0) + s * x(1);
+  y(1) = -s * x(0) + c * x(1);
+  y(2) = x(2);
+  return y;
+}
+
+// The Earth's extra rotation (rad) by t when UT1 - UTC drifts at ut1Rate (s/s)
+// from zero at tRef: the sidereal angle moves by earthRotationRate per second
+// of UT1. Earth-fixed states seen by a uniformly rotating frame are this angle
+// behind the true ones (R3(-angle) carries a true one to the uniform frame);
+// the Earth's axis moves by microradians over a week, so turning about z
+// rather than the exact pole errs by under a tenth of a millimetre.
+double extraRotation(double ut1Rate, double t, double tRef) {
+  return support::earthRotationRate * ut1Rate * (t - tRef);
+}
+
 double threadCpuSeconds() {
   timespec ts{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
@@ -99,7 +119,9 @@ support::InitialStateEstimate estimate(Samples const& s, support::AssistanceData
   Mat positions(n, 3), velocities(n, 3, 0.0);
   for (std::size_t k = 0; k < n; ++k) {
     times(k) = s.t[k];
-    for (std::size_t c = 0; c < 3; ++c) positions(k, c) = s.position[k](c);
+    // The filter's frame turns uniformly from s.t[0] on.
+    Vec const p = turned(s.position[k], -extraRotation(o.ut1Rate, s.t[k], s.t[0]));
+    for (std::size_t c = 0; c < 3; ++c) positions(k, c) = p(c);
   }
   for (std::size_t c = 0; c < 3; ++c) velocities(0, c) = s.velocity0(c);
   model.setLeapInfo(leapSecondTable());
@@ -117,13 +139,18 @@ long long scaledClock(double value, double lsb) {
 }
 
 // Steps the model's integrator from `reached` through every slot and keeps the
-// records that initGlonassEphemeris and validation accept.
+// records that initGlonassEphemeris and validation accept. initGlonassEphemeris
+// turns the frame uniformly; each state is first turned by the Earth's extra
+// rotation since the frame epoch, which the frame's rotation about z carries
+// into the Earth-fixed state unchanged.
 void propagateSlots(support::ForceModel& model, double reached, double h, Clock const& clock,
                     core::GlonassEphemeris const& templateRecord, PipelineOptions const& o, int leap,
                     SatellitePrediction& result) {
   namespace lsb = support::broadcast;
   std::vector<double> const slots = glonassSlots(o.fitEnd, o.days, leap);
-  Vec const unused(3);
+  double const tRef = model.getInertialFrameInfo().tRef;
+  support::OdeFunGj8 ode(model);
+  Mat positions(3, 1), velocities(3, 1);
   int refused = 0;
   double firstRefused = 0;
   for (double slot : slots) {
@@ -132,19 +159,22 @@ void propagateSlots(support::ForceModel& model, double reached, double h, Clock 
     double const tau = clock.tau - (slot - clock.tRef) * clock.gamma;
     eph.tauN = static_cast<std::int32_t>(scaledClock(tau, lsb::kGlonassTau.lsb));
     eph.gammaN = static_cast<std::int16_t>(scaledClock(clock.gamma, lsb::kGlonassGamma.lsb));
-    Vec position, velocity;
-    int const steps =
-        support::propagateSatellite(reached, slot, h, unused, unused, model, eph, position, velocity);
-    if (steps == 0 && position.size() == 0) {
+    double const count = std::floor((slot - reached) / h + 1e-9);
+    if (count < 1.0 || model.getGj8Integrator().gj8Propagate(ode, positions, velocities,
+                                                             static_cast<unsigned>(count)) == 0) {
       // The integrator did not move: later slots would be mislabelled.
       result.notes.push_back(toString(result.sat) + ": propagation failed at " + formatGpsTime(slot) +
                              "; the prediction ends there");
       break;
     }
     reached = slot;
+    double const angle = extraRotation(o.ut1Rate, slot, tRef);
+    bool const encoded =
+        support::initGlonassEphemeris(model, slot, turned(boost::numeric::ublas::column(positions, 0), angle),
+                                      turned(boost::numeric::ublas::column(velocities, 0), angle), eph);
     eph.tb = static_cast<std::int16_t>(eph.time.third / static_cast<std::uint32_t>(kTbSeconds));
     Ephemeris e = fromGlonass(eph);
-    if (steps == 0 || !passesValidation(e) || std::fabs(e.toe - slot) > 0.5) {
+    if (!encoded || !passesValidation(e) || std::fabs(e.toe - slot) > 0.5) {
       if (refused++ == 0) firstRefused = slot;
       continue;
     }
@@ -209,7 +239,7 @@ void predictFromSamples(Samples const& s, Clock const& clock, core::GlonassEphem
       result.skipReason = "the estimated orbit does not propagate over the fit span";
       return;
     }
-    support::int0StatesToItrs(model, epochs, leap, false, positions, velocities);
+    support::int0StatesToItrs(model, epochs, leap, false, o.ut1Rate, positions, velocities);
     double sum = 0.0;
     for (std::size_t j = 0; j < later; ++j) {
       double const d =
@@ -252,6 +282,10 @@ void predictFromStates(std::vector<Ephemeris> const& kept, Clock const& clock,
     core::GlonassEphemeris const& older = cache.nearest(o.glonassPairAge);
     double const t2 = glonassGpsSeconds(older.time);
     support::glonassEphemerisToEcef(older, t2, p2, v2, leaps);
+    // The start's frame turns uniformly from t on.
+    double const angle = -extraRotation(o.ut1Rate, t2, t);
+    p2 = turned(p2, angle);
+    v2 = turned(v2, angle);
     started = support::estimateInitialStateGlonass(assistance, t, leapSecondsAt(t), p, v, t2,
                                                    leapSecondsAt(t2), p2, v2, o.pole, model, r0, v0);
     result.fitStart = std::min(t, t2);
