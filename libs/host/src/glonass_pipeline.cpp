@@ -116,27 +116,59 @@ std::vector<double> sampleGrid(PipelineOptions const& o, int leap) {
   return t;
 }
 
-// Sets up the force model as the GPS path does and runs the filter over the
-// samples; the model's integrator is left at the middle sample.
-support::InitialStateEstimate estimate(Samples const& s, support::AssistanceData const& assistance,
-                                       PipelineOptions const& o, int leap, support::ForceModel& model) {
+// What the orbit was estimated with.
+struct Fit {
+  support::Eop pole;
+  support::Srp srp{};
+  bool srpEstimated = false;
+};
+
+// Sets up the force model as the GPS path does and fits the samples: with
+// o.estimateSrp over a long enough arc by the batch estimator, p1 and p2
+// estimated and the UT1 rate held, as for GPS; otherwise, or when that
+// estimate is refused, by the filter, whose frame turns uniformly from s.t[0]
+// on: its samples are turned to it. The model's integrator is left at the
+// middle sample.
+Fit estimate(Samples const& s, support::AssistanceData const& assistance, PipelineOptions const& o, int leap,
+             support::ForceModel& model, SatellitePrediction& result) {
   std::size_t const n = s.t.size();
+  double const rate = s.drifting ? o.ut1Rate : 0.0;
   Vec times(n);
   Mat positions(n, 3), velocities(n, 3, 0.0);
   for (std::size_t k = 0; k < n; ++k) {
     times(k) = s.t[k];
-    // The filter's frame turns uniformly from s.t[0] on.
-    Vec const p = turned(s.position[k], s.drifting ? -extraRotation(o.ut1Rate, s.t[k], s.t[0]) : 0.0);
-    for (std::size_t c = 0; c < 3; ++c) positions(k, c) = p(c);
+    for (std::size_t c = 0; c < 3; ++c) positions(k, c) = s.position[k](c);
   }
   for (std::size_t c = 0; c < 3; ++c) velocities(0, c) = s.velocity0(c);
   model.setLeapInfo(leapSecondTable());
-  model.setAssistanceData(assistance);
   model.setNumberOfGeopotentialCoefficients(o.geopotentialDegree);
   model.setInertialFrameInfo(support::makeInertialFrameInfo(s.t[0], 0.0, leap));
+  model.setAssistanceData(assistance);
   model.setEopInfo(support::makeEopInfo(o.pole));
-  return support::estimateInitialState(times, positions, velocities, o.pole, model, true,
-                                       support::UNDEFINED_SAT_TYPE);
+  Fit fit;
+  fit.srp = assistance.srp;
+  if (o.estimateSrp && s.t.back() - s.t.front() + 1e-9 >= kMinSrpArc) {
+    support::BatchEstimate const b = support::estimateInitialStateBatch(
+        times, positions, velocities, o.pole, true, o.srpSigma, false, rate, model, true);
+    std::string const refusal = srpRefusal(b);
+    if (refusal.empty()) {
+      fit.pole = b.pole;
+      fit.srp = support::Srp{{b.state(6), b.state(7)}};
+      fit.srpEstimated = true;
+      return fit;
+    }
+    result.notes.push_back(toString(result.sat) + ": radiation pressure not estimated: " + refusal);
+    model.setAssistanceData(assistance);
+    model.setEopInfo(support::makeEopInfo(o.pole));
+  }
+  for (std::size_t k = 1; k < n; ++k) {
+    Vec const p = turned(s.position[k], -extraRotation(rate, s.t[k], s.t[0]));
+    for (std::size_t c = 0; c < 3; ++c) positions(k, c) = p(c);
+  }
+  support::InitialStateEstimate const f = support::estimateInitialState(
+      times, positions, velocities, o.pole, model, true, support::UNDEFINED_SAT_TYPE);
+  fit.pole = support::Eop{f.state(6), f.state(7)};
+  return fit;
 }
 
 long long scaledClock(double value, double lsb) {
@@ -227,8 +259,10 @@ void predictFromSamples(Samples const& s, Clock const& clock, core::GlonassEphem
   double const cpu0 = threadCpuSeconds();
   support::ForceModel model;
   model.setAccurateSunMoon(true);
-  support::InitialStateEstimate const est = estimate(s, assistance, o, leap, model);
-  result.pole = support::Eop{est.state(6), est.state(7)};
+  Fit const fit = estimate(s, assistance, o, leap, model, result);
+  result.pole = fit.pole;
+  result.srp = fit.srp;
+  result.srpEstimated = fit.srpEstimated;
   double const cpu1 = threadCpuSeconds();
   result.estimateSeconds = cpu1 - cpu0;
   // The integrator stands at the middle sample: step it through the later

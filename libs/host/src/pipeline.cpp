@@ -59,9 +59,6 @@ constexpr double kYBiasMin = -3.0, kYBiasMax = 3.0;
 // s: data that begin this long after the start of the long arc still cover it
 // (a broadcast record is trusted two hours either side of its reference time).
 constexpr double kLongArcStartTolerance = 2 * 3600.0;
-// s: shorter arcs leave p1 and p2 to the block defaults: over half a
-// revolution the direct pressure cannot be told from the initial velocity.
-constexpr double kMinSrpArc = 12 * 3600.0;
 
 support::AssistanceData assistanceOf(SatelliteId const& sat, support::BeidouSvType type,
                                      PipelineOptions const& o) {
@@ -213,8 +210,8 @@ struct RatePass {
   std::vector<std::string> notes;
 };
 
-// The reason estimated radiation-pressure parameters cannot be used; empty
-// when they can.
+}  // namespace
+
 std::string srpRefusal(support::BatchEstimate const& b) {
   char text[160];
   if (!b.converged) {
@@ -230,6 +227,8 @@ std::string srpRefusal(support::BatchEstimate const& b) {
   }
   return "";
 }
+
+namespace {
 
 double sampleRms(Estimation const& e, Samples const& s, PipelineOptions const& o, int leap);
 

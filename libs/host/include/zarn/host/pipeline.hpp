@@ -28,6 +28,7 @@
 #include "zarn/host/sp3_orbit.hpp"
 #include "zarn/support/assistance_data.hpp"
 #include "zarn/support/coordinate_conversion.hpp"
+#include "zarn/support/prediction.hpp"
 
 namespace zarn {
 namespace host {
@@ -121,6 +122,13 @@ struct PipelineOptions {
 std::string validate(PipelineOptions const& options);
 // s: the shortest arc a satellite is fitted over (minFitSpan resolved).
 double minimumFitSpan(PipelineOptions const& options);
+// s: shorter arcs leave p1 and p2 to the block defaults: over half a
+// revolution the direct pressure cannot be told from the initial velocity.
+constexpr double kMinSrpArc = 12 * 3600.0;
+// Why the radiation-pressure parameters of a batch estimate cannot be used (no
+// convergence, values outside the ranges the assistance data store); empty
+// when they can.
+std::string srpRefusal(support::BatchEstimate const& b);
 // Fit interval of a predicted ephemeris of the system ('G', 'C'), hours.
 double windowHours(PipelineOptions const& options, char system);
 
