@@ -10,6 +10,13 @@
 // quarter hours (GPS time minus the leap seconds at the fit end), so that
 // every slot is a whole number of steps from the start.
 //
+// Fit: as for GPS, the batch fit with the radiation pressure (estimateSrp),
+// else or when refused the filter. UT1 - UTC drifts at options.ut1Rate from
+// the fit start: precise orbits are fitted with that drift, broadcast states
+// (which follow a uniformly turning Earth over their day) as given, and every
+// predicted record is turned by the drift since the fit start (the newest
+// state's epoch for the broadcast-state starts).
+//
 // Clock: tauN of each record is the GammaEstimator's predictTau from the
 // newest broadcast tau, with the gamma it holds after the broadcast tau
 // values of the history (the broadcast gamma until they span 14 days).

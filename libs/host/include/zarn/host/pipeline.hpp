@@ -37,7 +37,7 @@ namespace host {
 // initialisation from new broadcast ephemerides.
 constexpr double kMaxPredictionDays = 14.0;
 
-// How a GLONASS orbit starts: the filter on Earth-fixed samples of the
+// How a GLONASS orbit starts: a fit to Earth-fixed samples of the
 // broadcast states over the fit span (as GPS and BeiDou), or the newest
 // broadcast state alone or with a second one about glonassPairAge older.
 enum class GlonassStart { filter, oneState, twoStates };
