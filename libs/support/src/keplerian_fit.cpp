@@ -58,9 +58,10 @@ constexpr double kChordStep = 10.0;
 // Over a window of a fraction of a revolution of a near-circular orbit the
 // mean motion splits poorly between sqrtA (its radius change taken up by crc
 // and crs) and deltaN, which then leaves its 16-bit field (2^-43 semicircles/s,
-// +-1.17e-8 rad/s). A pseudo-observation holds deltaN near zero: moving it by
-// kDeltaNSigma costs as much as a residual of kDeltaNWeight, so only
-// combinations that the positions do not see are steered.
+// +-1.17e-8 rad/s). Then a pseudo-observation holds deltaN near zero: moving
+// it by kDeltaNSigma costs as much as a residual of kDeltaNWeight, so only
+// combinations that the positions do not see are steered. Fits whose deltaN
+// fits the field stay the plain least-squares ones.
 constexpr double kDeltaNSigma = 4e-9;  // rad/s
 constexpr double kDeltaNWeight = 0.1;  // m
 // Three position equations per sample against 15 unknowns.
@@ -83,6 +84,7 @@ enum Element : unsigned {
   omegaIndex = 4,
   m0Index = 5,
   deltaNIndex = 6,
+  iDotIndex = 7,
   omegaDotIndex = 8,
   cusIndex = 10,
   crcIndex = 11
@@ -351,7 +353,8 @@ struct Solve {
 };
 
 // Gauss-Newton on the normalised elements.
-Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, double toe, Vec& kepler) {
+Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, double toe, Vec& kepler,
+                  bool holdDeltaN) {
   Vec f(3 * times.size()), dx(kKeplerSize), rhs(kKeplerSize);
   Mat normal(kKeplerSize, kKeplerSize), jacobian(3 * times.size(), kKeplerSize);
 
@@ -364,7 +367,7 @@ Solve gaussNewton(core::GnssType gnss, Residual& residual, Vec const& times, dou
     }
   };
   double const priorScale = kScale[deltaNIndex] / kDeltaNSigma;
-  double const priorWeight = kDeltaNWeight * kDeltaNWeight * priorScale * priorScale;
+  double const priorWeight = holdDeltaN ? kDeltaNWeight * kDeltaNWeight * priorScale * priorScale : 0.0;
   // The first residual comes with the first partials; the later ones, which
   // judge the fit, from the model itself.
   bool fresh =
@@ -551,14 +554,25 @@ bool satelliteStatesToKeplerian(core::GnssType gnss, Mat const& rSat, Mat const&
   Solve solve{0, std::numeric_limits<double>::infinity()};
   if (n >= kMinSamples) {
     Residual residual(gnss, times, rSat, toe);
-    solve = gaussNewton(gnss, residual, times, toe, kepler);
+    // The plain least-squares fit, and only when the poorly split rates leave
+    // their fields the fit again with deltaN held near zero.
+    auto outOfField = [&]() {
+      return std::fabs(kepler(deltaNIndex)) > bc::kBeidouDeltaN.highest() * bc::kBeidouDeltaN.lsb ||
+             std::fabs(kepler(iDotIndex)) > bc::kBeidouIDot.highest() * bc::kBeidouIDot.lsb;
+    };
+    auto fitWindow = [&]() {
+      Solve s = gaussNewton(gnss, residual, times, toe, kepler, false);
+      if (outOfField()) s = gaussNewton(gnss, residual, times, toe, kepler, true);
+      return s;
+    };
+    solve = fitWindow();
     if (carried && !(solve.largest <= kAcceptedResidual)) {
       log::printFormatted(log::ERROR, kTag,
                           "satelliteStatesToKeplerian: no fit from the given start (largest residual %g m); "
                           "starting from the middle state",
                           solve.largest);
       seedElements(gnss, rMid, vMid, times(mid), toe, kepler);
-      solve = gaussNewton(gnss, residual, times, toe, kepler);
+      solve = fitWindow();
     }
   } else {
     log::printFormatted(log::ERROR, kTag,
