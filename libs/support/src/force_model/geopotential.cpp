@@ -32,9 +32,10 @@ struct RecursionFactors {
 };
 constexpr RecursionFactors kRecursion;
 
-// Integer factors of the derivative relations, j >= k:
+// Integer factors of the derivative relations, j >= k: d1 = j-k+1,
 // f2 = (j-k+1)(j-k+2), f3 = (j-k+2)(j-k+3), f4 = (j-k+1)...(j-k+4), half2 = f2 / 2.
 struct DerivativeFactors {
+  double d1[kMaxDegree + 1][kMaxDegree + 1] = {};
   double f2[kMaxDegree + 1][kMaxDegree + 1] = {};
   double f3[kMaxDegree + 1][kMaxDegree + 1] = {};
   double f4[kMaxDegree + 1][kMaxDegree + 1] = {};
@@ -43,6 +44,7 @@ struct DerivativeFactors {
     for (int j = 0; j <= kMaxDegree; ++j)
       for (int k = 0; k <= j; ++k) {
         int const d = j - k;
+        d1[j][k] = d + 1;
         f2[j][k] = (d + 1) * (d + 2);
         f3[j][k] = (d + 2) * (d + 3);
         f4[j][k] = (d + 1) * (d + 2) * (d + 3) * (d + 4);
@@ -132,21 +134,25 @@ void gravity(double const p[3], int degree, double acc[3], Mat3* gradient) {
   auto const& V = cf.v;
   auto const& W = cf.w;
 
+  // Per order, with P = f Z_j+1,k-1 - Z_j+1,k+1 / 2, Q = f Z_j+1,k-1 + Z_j+1,k+1 / 2:
+  // x = c Re P + s Im P, y = s Re Q - c Im Q, z = -(j-k+1)(c V_j+1,k + s W_j+1,k).
   double sx[kMaxDegree + 1] = {}, sy[kMaxDegree + 1] = {}, sz[kMaxDegree + 1] = {};
   for (int j = 0; j <= n; ++j) {
     double const* v = V[j + 1];
     double const* w = W[j + 1];
     double const* c = C[j];
     double const* s = S[j];
-    sx[0] += -c[0] * v[1];
-    sy[0] += -c[0] * w[1];
-    sz[0] += (j + 1) * (-c[0] * v[0] - s[0] * w[0]);
+    double const* f = kFactors.half2[j];  // (j-k+1)(j-k+2)/2
+    double const* d1 = kFactors.d1[j];
+    sx[0] -= c[0] * v[1];
+    sy[0] -= c[0] * w[1];
+    sz[0] -= d1[0] * (c[0] * v[0] + s[0] * w[0]);
     for (int k = 1; k <= j; ++k) {
-      double const f = kFactors.half2[j][k];  // (j-k+1)(j-k+2)/2
-      double const d1 = j - k + 1;
-      sx[k] += 0.5 * (-c[k] * v[k + 1] - s[k] * w[k + 1]) + f * (c[k] * v[k - 1] + s[k] * w[k - 1]);
-      sy[k] += 0.5 * (-c[k] * w[k + 1] + s[k] * v[k + 1]) + f * (-c[k] * w[k - 1] + s[k] * v[k - 1]);
-      sz[k] += d1 * (-c[k] * v[k] - s[k] * w[k]);
+      double const lv = f[k] * v[k - 1], lw = f[k] * w[k - 1];
+      double const hv = 0.5 * v[k + 1], hw = 0.5 * w[k + 1];
+      sx[k] += c[k] * (lv - hv) + s[k] * (lw - hw);
+      sy[k] += s[k] * (lv + hv) - c[k] * (lw + hw);
+      sz[k] -= d1[k] * (c[k] * v[k] + s[k] * w[k]);
     }
   }
   double ax = 0.0, ay = 0.0, az = 0.0;
@@ -195,7 +201,7 @@ void gravity(double const p[3], int degree, double acc[3], Mat3* gradient) {
       gzz[1] += f2 * z1;
     }
     for (int k = 2; k <= j; ++k) {
-      double const d1 = j - k + 1;
+      double const d1 = kFactors.d1[j][k];
       double const f2 = kFactors.f2[j][k], f3 = kFactors.f3[j][k], f4 = kFactors.f4[j][k];
       double const zk = re(k, k);
       gxx[k] += 0.25 * (re(k, k + 2) - 2.0 * f2 * zk + f4 * re(k, k - 2));
